@@ -5,7 +5,8 @@
 #include <stdint.h>
 
 // A signed 32-bit word in big-endian byte order. Reads and writes as a host integer; on the target
-// the conversion is free. Trivial, so that a record of such words can be read straight off a socket.
+// the conversion is free. Trivial, so that a record of such words can be read straight off a
+// socket.
 struct be32_t {
     uint32_t raw;
 

@@ -30,8 +30,8 @@ constexpr uint32_t PDATD = 0x10D70;
 
 constexpr uint32_t PB8 = 0x00800000;
 constexpr uint32_t PB14 = 0x00020000;
-constexpr uint32_t PC24 = 0x80;       // slot select strobe, active low
-constexpr uint32_t PC25_PC31 = 0x7F;  // slot code
+constexpr uint32_t PC24 = 0x80;      // slot select strobe, active low
+constexpr uint32_t PC25_PC31 = 0x7F; // slot code
 constexpr uint32_t PD24_TXD3 = 0x80;
 constexpr uint32_t PD25_RXD3 = 0x40;
 
@@ -152,12 +152,12 @@ struct scc_bd_t {
 };
 static_assert (sizeof (scc_bd_t) == 8);
 
-constexpr uint16_t BD_TX_R = 0x8000; // ready
-constexpr uint16_t BD_TX_W = 0x2000; // wrap
-constexpr uint16_t BD_TX_A = 0x0400; // send as address characters
-constexpr uint16_t BD_RX_E = 0x8000; // empty
-constexpr uint16_t BD_RX_W = 0x2000; // wrap
-constexpr uint16_t BD_RX_A = 0x0400; // opened by an address character
+constexpr uint16_t BD_TX_R = 0x8000;  // ready
+constexpr uint16_t BD_TX_W = 0x2000;  // wrap
+constexpr uint16_t BD_TX_A = 0x0400;  // send as address characters
+constexpr uint16_t BD_RX_E = 0x8000;  // empty
+constexpr uint16_t BD_RX_W = 0x2000;  // wrap
+constexpr uint16_t BD_RX_A = 0x0400;  // opened by an address character
 constexpr uint16_t BD_RX_AM = 0x0080; // the address was UADDR1
 constexpr uint16_t BD_RX_BR = 0x0020; // break
 constexpr uint16_t BD_RX_FR = 0x0010; // framing error

@@ -10,9 +10,9 @@
 inline void io_order ()
 {
 #ifdef __powerpc__
-    __asm__ volatile ("eieio" ::: "memory");
+    __asm__ volatile("eieio" ::: "memory");
 #else
-    __asm__ volatile ("" ::: "memory");
+    __asm__ volatile("" ::: "memory");
 #endif
 }
 
@@ -20,9 +20,9 @@ inline void io_order ()
 inline void io_complete ()
 {
 #ifdef __powerpc__
-    __asm__ volatile ("sync" ::: "memory");
+    __asm__ volatile("sync" ::: "memory");
 #else
-    __asm__ volatile ("" ::: "memory");
+    __asm__ volatile("" ::: "memory");
 #endif
 }
 

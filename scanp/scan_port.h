@@ -8,12 +8,12 @@ constexpr int32_t SCAN_PORT_MAX_TX = 4094;
 constexpr int32_t SCAN_PORT_MAX_RX = 4096;
 
 // Failure results of scan_port_transfer.
-constexpr int32_t SCAN_PORT_LINE_ERROR = -1; // break, framing error, overrun, noise, no address
-constexpr int32_t SCAN_PORT_NO_SLOT = -2;    // no such slot, or the receive line is low
-constexpr int32_t SCAN_PORT_NO_ANSWER = -3;  // sent, but no answer was completed in time
-constexpr int32_t SCAN_PORT_BAD_LENGTH = -4; // a length above its limit
+constexpr int32_t SCAN_PORT_LINE_ERROR = -1;  // break, framing error, overrun, noise, no address
+constexpr int32_t SCAN_PORT_NO_SLOT = -2;     // no such slot, or the receive line is low
+constexpr int32_t SCAN_PORT_NO_ANSWER = -3;   // sent, but no answer was completed in time
+constexpr int32_t SCAN_PORT_BAD_LENGTH = -4;  // a length above its limit
 constexpr int32_t SCAN_PORT_BAD_ADDRESS = -4; // the answer came to the second address
-constexpr int32_t SCAN_PORT_NOT_SENT = -10;  // the frame was not sent in time
+constexpr int32_t SCAN_PORT_NOT_SENT = -10;   // the frame was not sent in time
 
 // Opens the driver, maps the device and programs ports, clock and SCC3. Leaves SCC3 disabled, slot
 // code 0 and the strobe high. Ends the process with status 255 when /dev/scanp cannot be opened.

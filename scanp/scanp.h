@@ -9,7 +9,8 @@
 constexpr uint32_t SCAN_BUF_SIZE = 4096; // bytes, each of the driver's two buffers
 constexpr int SCAN_NUM_BDS = 4;          // descriptors in each direction
 
-// The scan port as scan_port_init found it; zero before. One for the process, read by every transfer.
+// The scan port as scan_port_init found it; zero before. One for the process, read by every
+// transfer.
 struct scan_port_state_t {
     volatile uint8_t *immr;    // the internal memory map
     int32_t scanp_fd;          // /dev/scanp, never closed
@@ -36,8 +37,8 @@ uint32_t scanp_get_dpmem_offset (int32_t fd);
 // Has the driver write `command` to the CP command register and wait for its end. Returns 0.
 int32_t scanp_do_cpcr_command (int32_t fd, uint32_t command);
 
-// Maps `length` bytes at the physical address `phys` through /dev/mem; with `uncached` not 0 through
-// a descriptor opened with O_SYNC. Returns the address that corresponds to `phys`, or null.
+// Maps `length` bytes at the physical address `phys` through /dev/mem; with `uncached` not 0
+// through a descriptor opened with O_SYNC. Returns the address that corresponds to `phys`, or null.
 volatile uint8_t *scanp_map_phys_mem (uint32_t phys, uint32_t length, int32_t uncached);
 
 // Issues a CP command for SCC3. The opcode's low four bits are not passed on (see scanp.cc).

@@ -1,0 +1,55 @@
+// Apart from the server so that a daemon carries no resolver.
+#include "net/exception.h"
+#include "net/kp_server.h"
+
+#include <arpa/inet.h>
+#include <errno.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#define MODULE "kp_server.cc"
+
+kp_client_t::kp_client_t (const char *host, int32_t port) : port (port)
+{
+    // A host of 300 characters or more is deliberately left without a terminator.
+    size_t length = strnlen (host, sizeof (this->host));
+    memset (this->host, 0, sizeof (this->host));
+    memcpy (this->host, host, length);
+}
+
+static bool resolve (const char *host, in_addr *address)
+{
+    const hostent *found = gethostbyname (host);
+    if (found) {
+        memcpy (address, found->h_addr_list[0], found->h_length);
+        return true;
+    }
+    address->s_addr = inet_addr (host);
+    return address->s_addr != INADDR_NONE;
+}
+
+int32_t kp_client_t::connect_to (const char *host, int32_t port)
+{
+    ASSERT (76, host && port);
+
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons (static_cast<uint16_t> (port));
+    if (!resolve (host, &address.sin_addr)) {
+        return -1;
+    }
+    int32_t fd = socket (AF_INET, SOCK_STREAM, 0);
+    if (fd < 0) {
+        return -1;
+    }
+    if (connect (fd, reinterpret_cast<sockaddr *> (&address), sizeof (address)) < 0) {
+        int reason = errno;
+        close (fd);
+        errno = reason;
+        return -1;
+    }
+    return fd;
+}

@@ -1,0 +1,36 @@
+// The two ends of a TCP connection: a server that serves one connection at a time, and a connector.
+#pragma once
+
+#include "net/kp_literate.h"
+
+#include <stdint.h>
+
+// A strictly sequential TCP server: one connection at a time, in the calling thread, no time-outs.
+class kp_server_t : public kp_literate_t {
+  public:
+    // Serves one connection; `fd` is open until it returns or throws exception_t. The result is
+    // ignored.
+    virtual int32_t handle (int32_t fd) = 0;
+
+    // Listens on `port` (more than 0; its low 16 bits count), all local IPv4 addresses, and calls
+    // handle for each connection in turn. An exception_t out of handle is printed and ends that
+    // connection alone; any other exception leaves. Never returns: throws exception_t when the
+    // listening socket cannot be set up.
+    void serve (int32_t port, int32_t backlog);
+};
+
+#define KP_HOST_SIZE 300
+
+class kp_client_t : public kp_literate_t {
+  public:
+    char host[KP_HOST_SIZE]; // name or dotted IPv4 address; without a NUL when it fills the field
+    int32_t port;
+
+    // Keeps the first 300 characters of `host`; hosts are expected to be shorter. Tests nothing.
+    kp_client_t (const char *host, int32_t port);
+
+    // Connects to an IPv4 host. Returns the descriptor, which the caller closes, or -1 when the
+    // host is unknown or does not answer. Throws exception_t for a null host or port 0. The
+    // object's own fields are not used.
+    int32_t connect_to (const char *host, int32_t port);
+};

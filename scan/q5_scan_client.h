@@ -1,0 +1,71 @@
+// The client side of the scan request protocol, and the build identity of a firmware image.
+#pragma once
+
+#include "net/kp_server.h"
+#include "scan/q5_scan_protocol.h"
+
+#include <stdint.h>
+
+// One request of a batch. The caller owns the record and both buffers.
+struct q5_scan_command_t {
+    int32_t command;      // claim, release, or a command of the card
+    int32_t slot;         // 0 to 31
+    int32_t txlen;        // bytes to transmit
+    int32_t rxlen;        // bytes wanted back, the capacity of rxbuf
+    const uint8_t *txbuf; // not read when txlen is 0
+    uint8_t *rxbuf;       // not written when rxlen is 0
+    int32_t result;       // output: bytes received, or a failure result
+};
+
+// Commands of the cards that the client side knows by number.
+constexpr int32_t Q5_SCAN_SEND_SHORT = 147;
+
+// One client of one daemon. Keeps no connection: each operation is one connection and one batch.
+// Every operation throws exception_t on a broken precondition and returns 0 when the network fails.
+// A program that uses it ignores or handles SIGPIPE: the daemon may close while a batch is sent.
+class q5_scan_client_t : public kp_client_t {
+  public:
+    int32_t client_id; // sent first in every batch; 2 unless the program writes it
+
+    q5_scan_client_t (const char *host, int32_t port);
+
+    // Sends the batch and reads every reply into the records. Returns 1 when every byte was written
+    // and read, else 0. Each header goes out with its own transmit bytes behind it, which the
+    // daemon reads as intended only when no request but the last has any: see execute_batch. A
+    // record is checked just before it is written, so a bad one throws after those before it have
+    // gone out, and leaves the connection open.
+    int32_t execute (int32_t num_commands, q5_scan_command_t *commands);
+
+    // The same records, checks and results, written in the order in which the daemon reads: all
+    // headers, then all transmit bytes. The whole batch is checked before the connection is opened,
+    // see check_batch, and no descriptor is ever left open.
+    int32_t execute_batch (int32_t num_commands, q5_scan_command_t *commands);
+
+    // The two halves of execute_batch, for a program that opens the connection itself and wants to
+    // tell a daemon out of reach from one that dropped the batch.
+    // Throws exception_t unless the daemon would accept the batch: 1 to MAX_REQUESTS commands,
+    // slots, lengths and the sum of the transmit lengths within the limits, no buffer missing.
+    void check_batch (int32_t num_commands, const q5_scan_command_t *commands) const;
+    // Sends a checked batch on the connection `fd`, which stays open, and reads the replies.
+    // Returns the number of records whose reply came whole; the records after those keep what they
+    // held, but for the result word of one whose data came short.
+    int32_t exchange_batch (int32_t fd, int32_t num_commands, q5_scan_command_t *commands);
+
+    // Take and give back the bus for this client's id. Return 1 when the daemon granted it; 0 when
+    // it refused or could not be reached.
+    int32_t claim ();
+    int32_t release ();
+
+    // Sends `first`, `second` and `size` bytes at `p` (at most 27) to `slot`. Returns what execute
+    // returns, whatever the card made of it.
+    int32_t send_short (int32_t slot, uint8_t first, uint8_t second, const void *p, int32_t size);
+
+  private:
+    bool write_word (int32_t fd, int32_t word);
+    bool write_request (int32_t fd, const q5_scan_command_t &c);
+    bool write_interleaved (int32_t fd, int32_t num_commands, const q5_scan_command_t *commands);
+    bool write_batch (int32_t fd, int32_t num_commands, const q5_scan_command_t *commands);
+    bool read_reply (int32_t fd, q5_scan_command_t &c);
+    int32_t read_replies (int32_t fd, int32_t num_commands, q5_scan_command_t *commands);
+    int32_t change_owner (int32_t command);
+};

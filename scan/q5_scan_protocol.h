@@ -1,0 +1,34 @@
+// The scan request protocol on TCP port 1971: one connection carries one batch.
+//
+//   batch   = id num_requests request*num_requests transmit-bytes
+//   request = slot command rxlen txlen                 (scan_request_t)
+//   reply   = (result data)*                           one for each request, as it ends
+//
+// Every integer is a signed 32-bit big-endian word. The transmit bytes of all requests follow the
+// last header, in header order, with nothing between them. `data` is min (result, rxlen) bytes when
+// that is more than 0, else nothing. A refused batch is answered with the end of the stream alone.
+#pragma once
+
+#include "base/big_endian.h"
+
+#include <stddef.h>
+#include <stdint.h>
+
+#define Q5_SCAN_PORT 1971
+#define Q5_SCAN_NUM_SLOTS 32
+#define Q5_SCAN_MAX_TX 4094 // bytes of one request, and of a whole batch
+#define Q5_SCAN_MAX_RX 4096 // bytes of one request
+#define MAX_REQUESTS 100    // of one batch
+
+// Commands that the daemon carries out itself; every other goes to the slot.
+constexpr int32_t Q5_SCAN_CLAIM = 1;
+constexpr int32_t Q5_SCAN_RELEASE = 2;
+
+struct scan_request_t {
+    be32_t slot;    // 0 to 31
+    be32_t command; // claim, release, or a command of the card
+    be32_t rxlen;   // bytes wanted back, 0 to Q5_SCAN_MAX_RX
+    be32_t txlen;   // bytes of this request among the transmit bytes, 0 to Q5_SCAN_MAX_TX
+};
+static_assert (sizeof (scan_request_t) == 16);
+static_assert (offsetof (scan_request_t, rxlen) == 8 && offsetof (scan_request_t, txlen) == 12);

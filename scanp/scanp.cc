@@ -1,0 +1,98 @@
+#include "scanp/scanp.h"
+
+#include "scanp/mpc8260_io.h"
+
+// The checks below stay whatever the build says.
+#undef NDEBUG
+#include <assert.h>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <sys/types.h>
+
+scan_port_state_t scan_port_state;
+
+// The driver's requests.
+constexpr unsigned long SCANP_GET_PHYS_MEM = _IO ('s', 1);
+constexpr unsigned long SCANP_GET_DPMEM_OFFSET = _IO ('s', 2);
+constexpr unsigned long SCANP_DO_CPCR_COMMAND = _IO ('s', 3);
+
+constexpr uint32_t PAGE_SIZE = 4096;
+constexpr uint32_t PAGE_MASK = PAGE_SIZE - 1;
+
+// The C library's assertion with the line and function name that the messages are known by.
+#define DRIVER_ASSERT(line, condition)                                                             \
+    do {                                                                                           \
+        if (!(condition)) {                                                                        \
+            __assert_fail (#condition, "scanp.cc", line, __func__);                                \
+        }                                                                                          \
+    } while (0)
+
+int32_t scanp_open ()
+{
+    return open ("/dev/scanp", O_RDWR);
+}
+
+uint32_t scanp_get_phys_mem (int32_t fd)
+{
+    uint32_t addr = ioctl (fd, SCANP_GET_PHYS_MEM);
+    DRIVER_ASSERT (27, addr != 0);
+    return addr;
+}
+
+uint32_t scanp_get_dpmem_offset (int32_t fd)
+{
+    uint32_t offset = ioctl (fd, SCANP_GET_DPMEM_OFFSET);
+    // clang-format off: the text of the message
+    DRIVER_ASSERT (34, offset != ((uint)0x7fffffff));
+    // clang-format on
+    return offset;
+}
+
+int32_t scanp_do_cpcr_command (int32_t fd, uint32_t command)
+{
+    int32_t cc = ioctl (fd, SCANP_DO_CPCR_COMMAND, command);
+    DRIVER_ASSERT (41, cc == 0);
+    return cc;
+}
+
+volatile uint8_t *scanp_map_phys_mem (uint32_t phys, uint32_t length, int32_t uncached)
+{
+    // The descriptor deliberately stays open for the life of the process.
+    int fd = open ("/dev/mem", uncached ? O_RDWR | O_SYNC : O_RDWR);
+    if (fd < 0) {
+        return nullptr;
+    }
+    // Modulo 2^32, so that a range may end at the top of the address space.
+    uint32_t page_base = phys & ~PAGE_MASK;
+    uint32_t end = (phys + length + PAGE_MASK) & ~PAGE_MASK;
+    void *pages =
+        mmap (nullptr, end - page_base, PROT_READ | PROT_WRITE, MAP_SHARED, fd, page_base);
+    if (pages == MAP_FAILED) {
+        return nullptr;
+    }
+    return static_cast<volatile uint8_t *> (pages) + (phys & PAGE_MASK);
+}
+
+int32_t scan_cp_command (uint32_t opcode)
+{
+    // The mask deliberately drops the opcode itself: every opcode from 0 to 15 sends INIT RX AND TX
+    // PARAMETERS for SCC3.
+    uint32_t command = (opcode & ~CPCR_OPCODE) | CPCR_PAGE_SBC_SCC3 | CPCR_FLG;
+    return scanp_do_cpcr_command (scan_port_state.scanp_fd, command);
+}
+
+void scan_set_slot_code (uint32_t code)
+{
+    io_write (reg32 (PDATC), (io_read (reg32 (PDATC)) & ~PC25_PC31) | (code & PC25_PC31));
+}
+
+void scan_strobe_low ()
+{
+    io_clear (reg32 (PDATC), PC24);
+}
+
+void scan_strobe_high ()
+{
+    io_set (reg32 (PDATC), PC24);
+}
