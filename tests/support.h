@@ -1,0 +1,107 @@
+// What several tests share: messages of exceptions, null objects, connected sockets, descriptors.
+#pragma once
+
+#include "net/exception.h"
+
+#include <algorithm>
+#include <fcntl.h>
+#include <filesystem>
+#include <stdint.h>
+#include <string>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <vector>
+
+using bytes_t = std::vector<uint8_t>;
+
+// The message of the exception_t that `call` throws; "" when it throws none.
+template <typename call_t>
+__attribute__ ((no_sanitize ("null", "vptr"))) std::string message_of (call_t call)
+{
+    try {
+        call ();
+    } catch (exception_t &e) {
+        return e.message;
+    }
+    return "";
+}
+
+inline std::string assertion (const std::string &module, int line, const std::string &text)
+{
+    return "assertion failed. " + module + ":" + std::to_string (line) + " (" + text + ")";
+}
+
+// A null object that the compiler does not see through; its calls stand in a function marked so.
+#define CALLS_A_NULL_OBJECT __attribute__ ((no_sanitize ("null", "vptr")))
+template <typename object_t> object_t *null_object ()
+{
+    static object_t *volatile object = nullptr;
+    return object;
+}
+
+inline int num_descriptors ()
+{
+    namespace fs = std::filesystem;
+    return std::distance (fs::directory_iterator ("/proc/self/fd"), fs::directory_iterator ());
+}
+
+// Two connected stream sockets, closed at the end of the test.
+struct socket_pair_t {
+    int here = -1;
+    int there = -1;
+
+    socket_pair_t ()
+    {
+        int fds[2];
+        if (socketpair (AF_UNIX, SOCK_STREAM, 0, fds) == 0) {
+            here = fds[0];
+            there = fds[1];
+        }
+    }
+    ~socket_pair_t ()
+    {
+        close_here ();
+        close (there);
+    }
+    void close_here ()
+    {
+        if (here >= 0) {
+            close (here);
+        }
+        here = -1;
+    }
+    void send (const bytes_t &bytes)
+    {
+        (void)!write (here, bytes.data (), bytes.size ());
+    }
+    void send (const std::string &text)
+    {
+        send (bytes_t (text.begin (), text.end ()));
+    }
+    // What has arrived at this end so far.
+    bytes_t received ()
+    {
+        bytes_t bytes (1 << 16);
+        ssize_t size = recv (here, bytes.data (), bytes.size (), MSG_DONTWAIT);
+        bytes.resize (std::max<ssize_t> (size, 0));
+        return bytes;
+    }
+};
+
+// Big-endian words, and what follows them, as they go over the wire.
+inline bytes_t words (std::initializer_list<int64_t> values)
+{
+    bytes_t bytes;
+    for (int64_t value : values) {
+        for (int shift = 24; shift >= 0; shift -= 8) {
+            bytes.push_back (static_cast<uint8_t> (value >> shift));
+        }
+    }
+    return bytes;
+}
+
+inline bytes_t operator+ (bytes_t a, const bytes_t &b)
+{
+    a.insert (a.end (), b.begin (), b.end ());
+    return a;
+}

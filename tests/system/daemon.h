@@ -1,0 +1,76 @@
+// The daemon that ships, as a process of its own on the emulated chassis, driven over TCP.
+#pragma once
+
+#include "tests/support.h"
+
+#include <optional>
+#include <stdint.h>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+// What to start. The daemon runs under q5_chassis, or under an emulator of its processor when the
+// environment of the test names one (see tests/system.cmake).
+struct daemon_options_t {
+    std::string chassis;       // text of a chassis file; empty: the built-in chassis
+    bool fast = true;          // sleeps are skipped
+    bool trace = false;        // see daemon_t::trace
+    std::string output;        // standard output goes to this file instead of a pipe
+    bool close_output = false; // nobody reads the pipe of standard output
+    bool wait = true;          // for the daemon to listen
+};
+
+// One daemon, ended with the object. One at a time: the port is fixed.
+class daemon_t {
+  public:
+    pid_t pid = -1;
+    std::string folder; // of its own, removed at the end
+
+    explicit daemon_t (const daemon_options_t &options = {});
+    ~daemon_t ();
+    daemon_t (const daemon_t &) = delete;
+
+    // The next line of standard output, without its end; nothing when none comes within the limit.
+    std::optional<std::string> line (int milliseconds = 10000);
+    // Standard error so far.
+    std::string errors () const;
+    // What went over the bus so far, a line a frame.
+    std::string trace () const;
+    // Replaces the chassis file, whole.
+    void plug (const std::string &chassis) const;
+    // Open descriptors of the daemon.
+    int num_descriptors () const;
+    // Ends it by the signal, or waits for its own end with 0. Returns what waitpid reports.
+    int end (int signal);
+
+  private:
+    int output = -1;
+    std::string unread;
+
+    std::vector<std::string> command (const daemon_options_t &options) const;
+    void start (const daemon_options_t &options);
+    void wait_until_listening ();
+};
+
+// Whether some process listens on the daemon's port.
+bool daemon_is_listening ();
+
+// One connection to the daemon.
+class connection_t {
+  public:
+    int fd;
+
+    connection_t ();
+    ~connection_t ();
+    connection_t (const connection_t &) = delete;
+
+    void send (const bytes_t &bytes);
+    // Exactly `size` bytes, or what came before the stream ended or ten seconds had passed.
+    bytes_t receive (size_t size);
+    // Everything up to the end of the stream.
+    bytes_t rest ();
+    void close ();
+};
+
+// Sends a batch, closes the sending side and returns all that comes back.
+bytes_t play (const bytes_t &batch);
