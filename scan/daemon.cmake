@@ -1,0 +1,14 @@
+# The daemon. It carries the C++ runtime inside, trimmed to what it calls, so that a board needs
+# none and loads none.
+option (Q5_STATIC "Link the C library into the daemon too" OFF)
+
+add_executable (q5_scand q5_scand.cc)
+target_link_libraries (q5_scand PRIVATE q5_scan_server)
+
+# The sanitizers bring a runtime of their own that wants the shared one.
+if (NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+    target_link_options (q5_scand PRIVATE -static-libstdc++ -static-libgcc)
+endif ()
+if (Q5_STATIC)
+    target_link_options (q5_scand PRIVATE -static)
+endif ()
