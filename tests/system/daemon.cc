@@ -49,12 +49,19 @@ daemon_t::daemon_t (const daemon_options_t &options)
         plug (options.chassis);
     }
     start (options);
-    if (options.wait) {
-        wait_until_listening ();
+    if (options.wait && !wait_until_listening ()) {
+        std::string reason = errors ();
+        clean_up ();
+        throw std::runtime_error ("the daemon does not listen: " + reason);
     }
 }
 
 daemon_t::~daemon_t ()
+{
+    clean_up ();
+}
+
+void daemon_t::clean_up ()
 {
     if (pid > 0) {
         end (SIGKILL);
@@ -139,19 +146,19 @@ void daemon_t::start (const daemon_options_t &options)
     }
 }
 
-void daemon_t::wait_until_listening ()
+bool daemon_t::wait_until_listening ()
 {
     for (int waited = 0; waited < limit; waited += 5) {
         if (daemon_is_listening ()) {
-            return;
+            return true;
         }
         if (waitpid (pid, nullptr, WNOHANG) == pid) {
             pid = -1;
-            break;
+            return false;
         }
         usleep (5000);
     }
-    throw std::runtime_error ("the daemon does not listen: " + errors ());
+    return false;
 }
 
 std::optional<std::string> daemon_t::line (int milliseconds)

@@ -49,7 +49,8 @@ class daemon_t {
 
     std::vector<std::string> command (const daemon_options_t &options) const;
     void start (const daemon_options_t &options);
-    void wait_until_listening ();
+    bool wait_until_listening ();
+    void clean_up ();
 };
 
 // Whether some process listens on the daemon's port.
