@@ -60,6 +60,43 @@ class q5_scan_client_t : public kp_client_t {
     // returns, whatever the card made of it.
     int32_t send_short (int32_t slot, uint8_t first, uint8_t second, const void *p, int32_t size);
 
+    // The build identity of a firmware image; these use no state and no network. In the image it is
+    // four NUL-terminated strings one after another, in an identity text four lines:
+    //
+    //   Type: ABC
+    //   Compiled on:
+    //   Jan 12 2004
+    //   10:22:33
+
+    // Copies the identity text of the image, `length` bytes (more than 0) at `image`, to `version`,
+    // and returns 1; `version` is left alone when the image has none. The NULs between the four
+    // strings become newlines in the image itself. The caller provides one spare byte at
+    // image[length], which may be overwritten, a NUL behind it, and room in `version` for
+    // everything from the text's start to that NUL.
+    int32_t find_version (char *image, int32_t length, char *version) const;
+
+    // Copy the type ("ABC") and the build date ("Jan 12 2004 10:22:33") out of an identity text and
+    // return the copy, with the blanks at its end. The caller provides as much room as the text
+    // takes, its NUL included. Throw exception_t when the text has no "Type: ", no "Compiled on:"
+    // line.
+    char *version_type (const char *version, char *type) const;
+    char *version_date (const char *version, char *date) const;
+
+    // Splits a build date at blanks, colons and newlines, and returns 1. An unknown month is 0;
+    // numbers end at the first character that is no digit and stop at 2147483647; no range is
+    // checked. Throws exception_t when one of the six is missing, and when day or year is 0; the
+    // numbers before that one have then been written.
+    int32_t parse_date (const char *date, int32_t *month, int32_t *day, int32_t *year,
+                        int32_t *hour, int32_t *minute, int32_t *second) const;
+
+    // Returns -1 when the first build date is the earlier, 1 when it is the later, 0 when they are
+    // equal. Throws what parse_date throws.
+    int32_t compare_dates (const char *date1, const char *date2) const;
+
+    // Prints `n` bytes at `p` to standard output in hex and as ASCII letters and digits, 16 a line.
+    // An incomplete last line shows as four blanks.
+    void dump (const void *p, int32_t n) const;
+
   private:
     bool write_word (int32_t fd, int32_t word);
     bool write_request (int32_t fd, const q5_scan_command_t &c);
