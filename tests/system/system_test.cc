@@ -164,7 +164,7 @@ static int start_on (const std::string &board, std::string *errors)
     return status;
 }
 
-TEST (q5_scand, ends_as_documented_when_the_driver_fails)
+TEST (q5_scand, ends_when_the_driver_fails)
 {
     std::string errors;
     int status = start_on ("device = false", &errors);
