@@ -15,8 +15,7 @@
 using bytes_t = std::vector<uint8_t>;
 
 // The message of the exception_t that `call` throws; "" when it throws none.
-template <typename call_t>
-__attribute__ ((no_sanitize ("null", "vptr"))) std::string message_of (call_t call)
+template <typename call_t> std::string message_of (call_t call)
 {
     try {
         call ();
@@ -31,8 +30,7 @@ inline std::string assertion (const std::string &module, int line, const std::st
     return "assertion failed. " + module + ":" + std::to_string (line) + " (" + text + ")";
 }
 
-// A null object that the compiler does not see through; its calls stand in a function marked so.
-#define CALLS_A_NULL_OBJECT __attribute__ ((no_sanitize ("null", "vptr")))
+// A null object that the compiler does not see through.
 template <typename object_t> object_t *null_object ()
 {
     static object_t *volatile object = nullptr;
