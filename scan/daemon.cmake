@@ -7,6 +7,7 @@ target_link_libraries (q5_scand PRIVATE q5_scan_server)
 
 # The sanitizers bring a runtime of their own that wants the shared one.
 if (NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+    target_sources (q5_scand PRIVATE terminate.cc)
     target_link_options (q5_scand PRIVATE -static-libstdc++ -static-libgcc)
 endif ()
 if (Q5_STATIC)

@@ -1,12 +1,14 @@
 // Access to device memory, by width: each function is one volatile, whole-width, big-endian access;
-// io_set and io_clear are one read and one write. On PowerPC the accesses are kept in order.
+// io_set and io_clear are one read and one write. On PowerPC the accesses are kept in order, and
+// none is merged with its neighbour. The data buffers are plain memory to the core: between them
+// and the device stands io_complete.
 #pragma once
 
 #include "base/big_endian.h"
 
 #include <stdint.h>
 
-// Keeps the accesses before it ahead of those after it.
+// Keeps the device accesses before it, loads and stores, ahead of those after it.
 inline void io_order ()
 {
 #ifdef __powerpc__
@@ -16,7 +18,7 @@ inline void io_order ()
 #endif
 }
 
-// Everything written before, buffers in ordinary memory included, is visible to the controller.
+// Every access before it, buffers in ordinary memory included, is done before any after it.
 inline void io_complete ()
 {
 #ifdef __powerpc__

@@ -145,8 +145,10 @@ static int32_t check_answer ()
     return 0;
 }
 
+// The bytes are read after the descriptor that announced them, never ahead of it.
 static void copy_answer (int32_t rxlen, uint8_t *rxbuf)
 {
+    io_complete ();
     for (int32_t i = 0; i < rxlen; i++) {
         rxbuf[i] = scan_port_state.rx_buf[i];
     }
