@@ -118,17 +118,25 @@ static void set_environment (const launch_t &launch, const std::string &library)
                           std::string (launch.program[0]) + ": " + strerror (errno));
 }
 
+static int printed ()
+{
+    if (!std::cout.flush ()) {
+        throw launch_error_t (BAD_REQUEST, "standard output cannot be written");
+    }
+    return 0;
+}
+
 static int run (const launch_t &launch)
 {
     if (launch.example) {
         std::cout << builtin_chassis_text ();
-        return 0;
+        return printed ();
     }
     chassis_settings_t settings =
         launch.file.empty () ? builtin_chassis () : load_chassis_file (launch.file);
     if (launch.check) {
         print_summary (std::cout, settings);
-        return 0;
+        return printed ();
     }
     if (launch.program.size () < 2) {
         throw launch_error_t (BAD_REQUEST, "no program to run; put it behind --, as in "
