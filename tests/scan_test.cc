@@ -1,13 +1,8 @@
 // One session of the server at a time, over a socket pair, on the emulated chassis.
-#include "chassis/chassis.h"
-#include "chassis/door.h"
 #include "scan/q5_scan_server.h"
-#include "scanp/scan_port.h"
-#include "tests/support.h"
+#include "tests/board.h"
 
-#include <gtest/gtest.h>
 #include <limits.h>
-#include <memory>
 #include <random>
 #include <signal.h>
 #include <thread>
@@ -20,10 +15,8 @@ const std::string module = "q5_scan_server.cc";
 
 static void ignore (int) {}
 
-class session : public testing::Test {
+class session : public board_test {
   protected:
-    chassis_settings_t settings;
-    std::unique_ptr<chassis_t> chassis;
     std::unique_ptr<q5_scan_server_t> server{new q5_scan_server_t};
     bytes_t reply;
 
@@ -32,14 +25,8 @@ class session : public testing::Test {
         signal (SIGPIPE, ignore);
         settings.card (3).answers (ask, {11, 12, 13, 14}).echoes (echo);
         settings.card (4).fails (fault_t::silent);
-        chassis = std::make_unique<chassis_t> (settings);
-        door_attach (chassis.get ());
-        door_set_fast (true);
+        power_up ();
         scan_port_init ();
-    }
-    void TearDown () override
-    {
-        door_attach (nullptr);
     }
     // Serves one connection that sends `batch` and closes early; returns the message of the
     // failure.
@@ -54,7 +41,7 @@ class session : public testing::Test {
     }
     size_t num_transfers () const
     {
-        return chassis->commands ().size () / 2; // CP command words: two a transfer
+        return log->commands.size () / 2;
     }
 };
 
@@ -318,11 +305,11 @@ TEST_F (session, a_reply_leaves_as_its_request_ends)
     socket_pair_t wire;
     wire.send (words ({2, 2, 3, ask, 4, 0, 3, ask, 0, 0}));
     std::vector<size_t> waiting;
-    chassis->on_command ([&] (uint32_t) {
+    log->on_command = [&] (uint32_t) {
         char reply[64];
         waiting.push_back (std::max<ssize_t> (
             recv (wire.here, reply, sizeof (reply), MSG_PEEK | MSG_DONTWAIT), 0));
-    });
+    };
     server->handle (wire.there);
     EXPECT_EQ (waiting, (std::vector<size_t>{0, 0, 8, 8}));
     EXPECT_EQ (wire.received ().size (), 12u);

@@ -1,0 +1,71 @@
+// The device layer in this process, on an emulated chassis, with a log of all that it does there.
+#pragma once
+
+#include "chassis/chassis.h"
+#include "chassis/door.h"
+#include "scanp/scan_port.h"
+#include "scanp/scanp.h"
+#include "tests/support.h"
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <memory>
+#include <stdio.h>
+#include <string.h>
+
+// Lines of the log: "r32 10D50 00000080" and "w16 11A50 FFFF" for the accesses, "command 08C10000",
+// and of the line that the program drives "> 133" for a character, 1 before an address.
+class board_log_t : public chassis_observer_t {
+  public:
+    std::vector<std::string> lines;
+    std::vector<uint32_t> commands;
+    std::function<void (uint32_t)> on_command;
+    std::function<void (const access_t &)> on_access;
+
+    void access (const access_t &a) override
+    {
+        char line[40];
+        snprintf (line, sizeof (line), "%c%d %05X %0*X", a.is_write ? 'w' : 'r', a.width * 8,
+                  a.offset, a.width * 2, a.value);
+        lines.push_back (line);
+        if (on_access) {
+            on_access (a);
+        }
+    }
+    void command (uint32_t word) override
+    {
+        char line[40];
+        snprintf (line, sizeof (line), "command %08X", word);
+        lines.push_back (line);
+        commands.push_back (word);
+        if (on_command) {
+            on_command (word);
+        }
+    }
+};
+
+// A test on one chassis, made of `settings` by `power_up`.
+class board_test : public testing::Test {
+  protected:
+    chassis_settings_t settings;
+    std::unique_ptr<board_log_t> log;
+    std::unique_ptr<chassis_t> chassis;
+
+    void power_up ()
+    {
+        log = std::make_unique<board_log_t> ();
+        chassis = std::make_unique<chassis_t> (settings);
+        chassis->observe (log.get ());
+        door_attach (chassis.get ());
+        door_set_fast (true);
+        memset (&scan_port_state, 0, sizeof (scan_port_state));
+    }
+    void TearDown () override
+    {
+        door_attach (nullptr);
+    }
+    uint32_t word (uint32_t offset)
+    {
+        return chassis->memory ().read32 (offset);
+    }
+};

@@ -1,0 +1,1 @@
+add_char_test (image)

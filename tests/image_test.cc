@@ -1,0 +1,187 @@
+#include "net/exception.h"
+#include "scan/q5_scan_client.h"
+#include "tests/support.h"
+
+#include <array>
+#include <gtest/gtest.h>
+#include <limits.h>
+#include <string.h>
+
+using namespace std::string_literals;
+
+static const std::string module = "q5_scan_server.cc";
+static q5_scan_client_t client ("", 1);
+
+TEST (image, finds_the_identity_and_joins_its_lines_in_place)
+{
+    struct case_t {
+        std::string image;
+        std::string after; // the image, its spare byte and the NUL behind it
+        std::string version;
+    };
+    const std::string date = "Compiled on:\0Jan 12 2004\0"s, joined = "Compiled on:\nJan 12 2004\n";
+    for (const case_t &c :
+         {case_t{"\0\x7f"
+                 "ELF\0Board Type: ABC\0"s +
+                     date + "10:22:33\0more\0"s,
+                 "\0\x7f"
+                 "ELF\0Board Type: ABC\n"s +
+                     joined + "10:22:33\0more\0\0\0"s,
+                 "Type: ABC\n" + joined + "10:22:33"},
+          case_t{"Type: A\0Compiled on:\0"s, "Type: A\nCompiled on:\n\n\0"s,
+                 "Type: A\nCompiled on:\n\n"},
+          case_t{"Type: A\0Compiled on:\0Jan 12 2004"s, "Type: A\nCompiled on:\nJan 12 2004\n\0"s,
+                 "Type: A\nCompiled on:\nJan 12 2004\n"},
+          case_t{"Type: "s, "Type: \n\0"s, "Type: \n"},
+          case_t{"Type: 1\0Type: 2\0\0\0\0\0"s, "Type: 1\nType: 2\n\n\0\0\0\0\0"s,
+                 "Type: 1\nType: 2\n\n"},
+          case_t{"type: A\0Type:\0 "s, "type: A\0Type:\0 \0\0"s, "untouched"},
+          case_t{"T", "T\0\0"s, "untouched"}}) {
+        std::vector<char> image (c.image.begin (), c.image.end ());
+        image.resize (image.size () + 2);
+        char version[80] = "untouched";
+        EXPECT_EQ (client.find_version (image.data (), c.image.size (), version), 1);
+        EXPECT_EQ (std::string (image.begin (), image.end ()), c.after);
+        EXPECT_EQ (version, c.version);
+    }
+}
+
+TEST (image, looks_for_the_mark_in_no_byte_behind_the_image)
+{
+    std::vector<char> image = {'x', 'T', 'y', 'p', 'e', ':'};
+    char version[80] = "untouched";
+    EXPECT_EQ (client.find_version (image.data (), image.size (), version), 1);
+    EXPECT_STREQ (version, "untouched");
+}
+
+TEST (image, checks_its_arguments)
+{
+    char a[8] = "", b[8] = "";
+    const std::string find = assertion (module, 417, "this && image && length > 0 && version");
+    EXPECT_EQ (message_of ([&] { null_object<q5_scan_client_t> ()->find_version (a, 1, b); }),
+               find);
+    EXPECT_EQ (message_of ([&] { client.find_version (nullptr, 1, b); }), find);
+    EXPECT_EQ (message_of ([&] { client.find_version (a, 0, b); }), find);
+    EXPECT_EQ (message_of ([&] { client.find_version (a, -1, b); }), find);
+    EXPECT_EQ (message_of ([&] { client.find_version (a, 1, nullptr); }), find);
+    for (auto [from, to] : {std::pair{a, static_cast<char *> (nullptr)}, {nullptr, b}}) {
+        EXPECT_EQ (message_of ([&, f = from, t = to] { client.version_type (f, t); }),
+                   assertion (module, 307, "version && type"));
+        EXPECT_EQ (message_of ([&, f = from, t = to] { client.version_date (f, t); }),
+                   assertion (module, 280, "version && date"));
+        EXPECT_EQ (message_of ([&, f = from, t = to] { client.compare_dates (f, t); }),
+                   assertion (module, 326, "date1 && date2"));
+    }
+    for (int missing = 0; missing < 7; missing++) {
+        int32_t n = 0;
+        auto p = [&] (int i) { return i == missing ? nullptr : &n; };
+        EXPECT_EQ (
+            message_of ([&] {
+                client.parse_date (missing ? a : nullptr, p (1), p (2), p (3), p (4), p (5), p (6));
+            }),
+            assertion (module, 377, "date && month && day && year && hour && minute && second"));
+    }
+}
+
+TEST (image, takes_type_and_date_out_of_the_identity)
+{
+    struct case_t {
+        std::string version;
+        std::string type; // or the message
+        std::string date;
+    };
+    const std::string no_date = "couldn't find date in ", no_type = "couldn't find Type in ";
+    const std::string long_text = "Compiled on:" + std::string (300, 'x');
+    for (const case_t &c :
+         {case_t{"Type: ABC\nCompiled on:\nJan 12 2004\n10:22:33", "ABC", "Jan 12 2004 10:22:33"},
+          case_t{"x Type:  A \t\nCompiled on:\nJan 12 2004 \n10:22:33  \nmore\n", " A \t",
+                 "Jan 12 2004  10:22:33  "},
+          case_t{"Type: ABC Compiled on:\nJan 12 2004", "ABC Compiled on:", "Jan 12 2004"},
+          case_t{"Type: \nCompiled on:\n\n\nx", "", " "},
+          case_t{"Type: A", "A", no_date + "Type: A\n"},
+          case_t{"type: A\nCompiled on:\n", no_type + "type: A\nCompiled on:\n\n", ""},
+          case_t{long_text, (no_type + long_text).substr (0, 199),
+                 (no_date + long_text).substr (0, 199)}}) {
+        char buffer[400];
+        auto result = [&] (auto operation) {
+            memset (buffer, 'x', sizeof (buffer));
+            std::string message = message_of (
+                [&] { EXPECT_EQ ((client.*operation) (c.version.c_str (), buffer), buffer); });
+            return message.empty () ? std::string (buffer) : message;
+        };
+        EXPECT_EQ (result (&q5_scan_client_t::version_type), c.type);
+        EXPECT_EQ (result (&q5_scan_client_t::version_date), c.date);
+    }
+}
+
+TEST (image, splits_a_build_date)
+{
+    struct case_t {
+        const char *date;
+        int line; // of the failed check; 0: none
+        const char *text;
+        std::array<int32_t, 6> numbers; // -1: not written
+    };
+    for (const case_t &c :
+         {case_t{"Jan  5 2004 07:08:09", 0, "", {1, 5, 2004, 7, 8, 9}},
+          case_t{"\n: Dec:45\n99999 99::77 88 Jan", 0, "", {12, 45, 99999, 99, 77, 88}},
+          case_t{"jan 5x 2004y 0 z0 -1", 0, "", {0, 5, 2004, 0, 0, 0}},
+          case_t{"May 2147483647 2147483648 99999999999999999999 1\t2 3",
+                 0,
+                 "",
+                 {5, INT_MAX, INT_MAX, INT_MAX, 1, 3}},
+          case_t{"Janu 1 1 0 0 0", 0, "", {0, 1, 1, 0, 0, 0}},
+          case_t{" :\n", 382, "s", {-1, -1, -1, -1, -1, -1}},
+          case_t{"Jan", 391, "s", {1, -1, -1, -1, -1, -1}},
+          case_t{"Jan 0 2004 00:00:00", 393, "*day", {1, 0, -1, -1, -1, -1}},
+          case_t{"Jan +5 2004", 393, "*day", {1, 0, -1, -1, -1, -1}},
+          case_t{"Jan 5", 396, "s", {1, 5, -1, -1, -1, -1}},
+          case_t{"Jan 5 x", 398, "*year", {1, 5, 0, -1, -1, -1}},
+          case_t{"Jan 5 2004", 401, "s", {1, 5, 2004, -1, -1, -1}},
+          case_t{"Jan 5 2004 10", 405, "s", {1, 5, 2004, 10, -1, -1}},
+          case_t{"Jan 5 2004 10:20:", 409, "s", {1, 5, 2004, 10, 20, -1}}}) {
+        std::array<int32_t, 6> n = {-1, -1, -1, -1, -1, -1};
+        int32_t result = 0;
+        EXPECT_EQ (message_of ([&] {
+                       result =
+                           client.parse_date (c.date, &n[0], &n[1], &n[2], &n[3], &n[4], &n[5]);
+                   }),
+                   c.line ? assertion (module, c.line, c.text) : "");
+        EXPECT_EQ (n, c.numbers) << c.date;
+        EXPECT_EQ (result, c.line ? 0 : 1);
+    }
+}
+
+TEST (image, compares_dates_from_the_year_down)
+{
+    const char *const rising[] = {"Dec 31 2003 23:59:59", "xxx 31 2004 23:59:59",
+                                  "Jan 31 2004 23:59:59", "Apr 1 2004 00:00:00",
+                                  "Apr 2 2004 00:00:00",  "Apr 2 2004 00:00:01",
+                                  "Apr 2 2004 00:01:00",  "Apr 2 2004 01:00:00"};
+    for (int i = 0; i < 8; i++) {
+        for (int j = 0; j < 8; j++) {
+            EXPECT_EQ (client.compare_dates (rising[i], rising[j]), i < j ? -1 : i > j);
+        }
+    }
+    EXPECT_EQ (message_of ([] { client.compare_dates ("Jan 0", ""); }),
+               assertion (module, 393, "*day"));
+}
+
+TEST (image, dumps_whole_lines_and_a_blank_one_for_the_rest)
+{
+    uint8_t bytes[40];
+    for (int i = 0; i < 40; i++) {
+        bytes[i] = i + (i < 16 ? 0x39 : 0xd9); // 9 : ; < ... H, then beyond ASCII
+    }
+    const std::string first = "39 3a 3b 3c 3d 3e 3f 40 41 42 43 44 45 46 47 48 "
+                              "    9 . . . . . . . A B C D E F G H \n";
+    const std::string second = "e9 ea eb ec ed ee ef f0 f1 f2 f3 f4 f5 f6 f7 f8 "
+                               "    . . . . . . . . . . . . . . . . \n";
+    for (auto [n, expected] :
+         {std::pair{20, first + "    \n"}, std::pair{16, first}, std::pair{32, first + second},
+          std::pair{1, "    \n"s}, std::pair{0, ""s}, std::pair{-16, ""s}}) {
+        testing::internal::CaptureStdout ();
+        client.dump (bytes, n);
+        EXPECT_EQ (testing::internal::GetCapturedStdout (), expected);
+    }
+}

@@ -1,0 +1,6 @@
+if (NOT TARGET q5_chassis_core)
+    return ()
+endif ()
+add_executable (scanp_test scanp_test.cc)
+target_link_libraries (scanp_test PRIVATE q5_scanp q5_chassis_core GTest::gtest_main)
+gtest_discover_tests (scanp_test)

@@ -1,0 +1,387 @@
+#include "tests/board.h"
+
+#include <fcntl.h>
+#include <signal.h>
+
+using lines_t = std::vector<std::string>;
+
+class scanp : public board_test {};
+
+TEST_F (scanp, driver_answers_other_than_the_one_for_failure_pass)
+{
+    for (uint32_t answer : {0xFFFFFFFFu, 0x80001000u, 0xEFFFC000u, 1u}) {
+        settings.board.buffer = answer;
+        settings.board.dpram = answer;
+        power_up ();
+        int fd = scanp_open ();
+        EXPECT_EQ (scanp_get_phys_mem (fd), answer);
+        EXPECT_EQ (scanp_get_dpmem_offset (fd), answer);
+        close (fd);
+    }
+}
+
+TEST_F (scanp, a_failed_request_aborts_with_the_assertion)
+{
+    settings.board.buffer = 0;
+    settings.board.dpram = 0x7FFFFFFF;
+    for (uint32_t cc : {1u, 0xFFFFFFFFu}) {
+        settings.board.cpcr = cc;
+        power_up ();
+        int fd = scanp_open ();
+        EXPECT_DEATH (scanp_get_phys_mem (fd),
+                      "scanp.cc:27: scanp_get_phys_mem: Assertion `addr != 0' failed");
+        EXPECT_DEATH (scanp_get_dpmem_offset (fd), "scanp.cc:34: scanp_get_dpmem_offset: Assertion "
+                                                   "`offset != \\(\\(uint\\)0x7fffffff\\)' failed");
+        EXPECT_DEATH (scanp_do_cpcr_command (fd, 0x08C10000),
+                      "scanp.cc:41: scanp_do_cpcr_command: Assertion `cc == 0' failed");
+        close (fd);
+    }
+}
+
+TEST_F (scanp, without_a_device_the_set_up_ends_the_process)
+{
+    settings.board.device = false;
+    power_up ();
+    EXPECT_LT (scanp_open (), 0);
+    EXPECT_EXIT (scan_port_init (), testing::ExitedWithCode (255), "^can't get scanp_fd.\n$");
+    EXPECT_TRUE (log->lines.empty ());
+}
+
+TEST_F (scanp, every_opcode_of_a_cp_command_becomes_init_rx_and_tx)
+{
+    power_up ();
+    scan_port_state.scanp_fd = scanp_open ();
+    for (uint32_t opcode : {0u, 3u, 15u, 0x10u}) {
+        EXPECT_EQ (scan_cp_command (opcode), 0);
+    }
+    EXPECT_EQ (log->commands,
+               (std::vector<uint32_t>{0x08C10000, 0x08C10000, 0x08C10000, 0x08C10010}));
+    close (scan_port_state.scanp_fd);
+}
+
+TEST_F (scanp, maps_whole_pages_and_leaves_the_descriptor_open)
+{
+    settings.board.buffer = 0xE1FFF234;
+    power_up ();
+    struct case_t {
+        uint32_t phys;
+        uint32_t length;
+        int32_t uncached;
+        int flags;
+    };
+    for (const case_t &c : {case_t{0xE1FFF234, 0x10, 1, O_RDWR | O_SYNC},
+                            {0xE1FFFFF8, 0x10, 0, O_RDWR}, // over the end of a page
+                            {0xE1FFF234, 8192, 1, O_RDWR | O_SYNC}}) {
+        int before = num_descriptors ();
+        volatile uint8_t *p = scanp_map_phys_mem (c.phys, c.length, c.uncached);
+        ASSERT_NE (p, nullptr);
+        EXPECT_EQ (reinterpret_cast<uintptr_t> (p) & 0xFFF, c.phys & 0xFFF);
+        EXPECT_EQ (num_descriptors (), before + 1);
+        EXPECT_EQ (door_last_flags () & (O_ACCMODE | O_SYNC), c.flags);
+        p[0] = 0x11;
+        p[c.length - 1] = 0x22;
+        EXPECT_EQ (*chassis->memory ().physical (c.phys), 0x11);
+        EXPECT_EQ (*chassis->memory ().physical (c.phys + c.length - 1), 0x22);
+    }
+    int before = num_descriptors ();
+    EXPECT_EQ (scanp_map_phys_mem (0x00001000, 16, 1), nullptr);
+    EXPECT_EQ (num_descriptors (), before + 1) << "after a failure too";
+    EXPECT_EQ (scanp_map_phys_mem (0xFFFFFFFF, 8192, 1), nullptr) << "past the end of the world";
+}
+
+TEST_F (scanp, the_pin_routines_change_their_own_bits)
+{
+    settings.board.fill = board_t::fill_t::ones;
+    power_up ();
+    scan_port_state.immr = scanp_map_phys_mem (IMMR_BASE, IMMR_SIZE, 0);
+    scan_set_slot_code (0x9F);
+    scan_strobe_low ();
+    scan_set_slot_code (0x60);
+    scan_strobe_high ();
+    EXPECT_EQ (log->lines,
+               (lines_t{"r32 10D50 FFFFFFFF", "w32 10D50 FFFFFF9F", "r32 10D50 FFFFFF9F",
+                        "w32 10D50 FFFFFF1F", "r32 10D50 FFFFFF1F", "w32 10D50 FFFFFF60",
+                        "r32 10D50 FFFFFF60", "w32 10D50 FFFFFFE0"}));
+}
+
+// One register in the set-up: cleared and set bits of a read and a write each, or a plain write.
+struct step_t {
+    char kind; // 'c' clear, 's' set, 'w' write
+    int width; // bits
+    uint32_t offset;
+    uint32_t value;
+};
+
+static const std::vector<step_t> set_up = {
+    {'c', 32, 0x10D24, 0x00820000}, {'c', 32, 0x10D28, 0x00820000}, {'s', 32, 0x10D20, 0x00820000},
+    {'c', 32, 0x10D64, 0xC0},       {'c', 32, 0x10D6C, 0xC0},       {'c', 32, 0x10D68, 0xC0},
+    {'s', 32, 0x10D60, 0x80},       {'c', 32, 0x10D60, 0x40},       {'s', 32, 0x10D64, 0xC0},
+    {'c', 32, 0x10D44, 0xFF},       {'c', 32, 0x10D4C, 0xFF},       {'c', 32, 0x10D48, 0xFF},
+    {'s', 32, 0x10D40, 0xFF},       {'c', 32, 0x10D50, 0x7F},       {'s', 32, 0x10D50, 0x80},
+    {'w', 32, 0x119FC, 0x00010012}, {'c', 32, 0x11B08, 0xFF00},     {'s', 32, 0x11B08, 0x1B00},
+    {'w', 32, 0x11A44, 0x20},       {'w', 32, 0x11A40, 0x00028004}, {'w', 16, 0x11A48, 0xBC00},
+    {'w', 16, 0x11A4E, 0x7E7E},     {'w', 16, 0x08202, 0x1000},     {'w', 16, 0x08200, 0x1020},
+    {'w', 8, 0x08204, 0x10},        {'w', 8, 0x08205, 0x10},        {'w', 16, 0x08206, 0x1000},
+    {'w', 16, 0x08210, 0x1020},     {'w', 16, 0x08220, 0x1000},     {'w', 16, 0x08238, 0},
+    {'w', 16, 0x0823C, 0},          {'w', 16, 0x0823E, 0},          {'w', 16, 0x08240, 0},
+    {'w', 16, 0x08242, 0},          {'w', 16, 0x08244, 0},          {'w', 16, 0x08248, 0x005A},
+    {'w', 16, 0x0824A, 0x00A5},     {'w', 16, 0x0824E, 0},          {'w', 16, 0x08250, 0x8000},
+    {'w', 16, 0x08252, 0x8000},     {'w', 16, 0x08254, 0x8000},     {'w', 16, 0x08256, 0x8000},
+    {'w', 16, 0x08258, 0x8000},     {'w', 16, 0x0825A, 0x8000},     {'w', 16, 0x0825C, 0x8000},
+    {'w', 16, 0x0825E, 0x8000},     {'w', 16, 0x08260, 0xC0FF},     {'w', 16, 0x11A50, 0xFFFF},
+    {'w', 16, 0x11A54, 0},
+};
+
+TEST_F (scanp, the_set_up_programs_every_register_in_order_whatever_memory_held)
+{
+    using fill_t = board_t::fill_t;
+    for (fill_t fill : {fill_t::zeros, fill_t::ones, fill_t::noise}) {
+        settings.board.fill = fill;
+        power_up ();
+        std::map<uint32_t, uint32_t> model; // of the 32-bit registers
+        lines_t expected;
+        auto add = [&] (char kind, int width, uint32_t offset, uint32_t value) {
+            char line[40];
+            snprintf (line, sizeof (line), "%c%d %05X %0*X", kind, width, offset, width / 4, value);
+            expected.push_back (line);
+        };
+        auto change = [&] (uint32_t offset, uint32_t clear, uint32_t set) {
+            uint32_t before = model.count (offset) ? model[offset] : word (offset);
+            model[offset] = (before & ~clear) | set;
+            add ('r', 32, offset, before);
+            add ('w', 32, offset, model[offset]);
+        };
+        for (const step_t &step : set_up) {
+            if (step.kind == 'w') {
+                add ('w', step.width, step.offset, step.value);
+            } else {
+                change (step.offset, step.kind == 'c' ? step.value : 0,
+                        step.kind == 's' ? step.value : 0);
+            }
+        }
+        for (uint32_t bd : {0x1020, 0x1028, 0x1030, 0x1038, 0x1000, 0x1008, 0x1010, 0x1018}) {
+            add ('w', 16, bd + 2, 0);
+            add ('w', 32, bd + 4, 0);
+            add ('w', 16, bd, 0x2000);
+        }
+        change (0x10D50, 0x7F, 0);
+        change (0x10D50, 0, 0x80);
+        int before = num_descriptors ();
+        scan_port_init ();
+        EXPECT_EQ (log->lines, expected);
+        EXPECT_EQ (word (0x10D50) & 0xFF, 0x80u);
+        EXPECT_EQ (num_descriptors (), before + 4) << "the driver's and three of /dev/mem";
+    }
+}
+
+constexpr uint32_t TIME_OUT = 110000; // microseconds
+
+class transfer : public board_test {
+  protected:
+    uint8_t rx[5000];
+
+    void SetUp () override
+    {
+        settings.card (3).answers (0x33, {11, 12, 13}).echoes (0x93);
+    }
+    // Powers up with the cards of `settings` and forgets the set-up.
+    void start ()
+    {
+        power_up ();
+        scan_port_init ();
+        log->lines.clear ();
+        log->commands.clear ();
+        memset (rx, 0xEE, sizeof (rx));
+    }
+    int32_t ask (int slot, int32_t rxlen = 16)
+    {
+        return scan_port_transfer (slot, 0x33, 0, nullptr, rxlen, rx);
+    }
+    uint64_t microseconds () const
+    {
+        return chassis->now () * 1000000 / chassis->brgclk ();
+    }
+    bool rx_untouched () const
+    {
+        return std::count (rx, rx + sizeof (rx), 0xEE) == sizeof (rx);
+    }
+};
+
+TEST_F (transfer, does_every_access_in_order_and_the_poll_when_it_must_wait)
+{
+    start ();
+    const uint8_t tx[] = {1, 2};
+    EXPECT_EQ (scan_port_transfer (3, 0x193, 2, tx, 16, rx), 2);
+    EXPECT_EQ (log->lines, (lines_t{
+                               "w32 11A40 00028004", "w16 11A50 FFFF",     "w16 08242 0000",
+                               "w32 119FC 00010008",                       // the fast rate
+                               "r32 10D50 00000080", "w32 10D50 00000080", // strobe high
+                               "r32 10D50 00000080", "w32 10D50 00000091", // code 17
+                               "r32 10D50 00000091", "w32 10D50 00000011", // strobe low
+                               "w32 01024 01F41000", "w16 01020 A000",     //
+                               "w32 01004 01F40000", "w16 01002 0001",     "w16 01000 8400",
+                               "w32 0100C 01F40000", "w16 0100A 0004",     "w16 01008 8000",
+                               "w32 01014 01F40004", "w16 01012 0001",     "w16 01010 A400",
+                               "r32 10D70 00000040", // the line is high
+                               "command 08C10000",   "command 08C10000",   "r32 11A40 00028004",
+                               "w32 11A40 00028024",                       // ENR
+                               "r32 11A40 00028024", "w32 11A40 00028034", // ENT
+                               "r16 01010 A400",                           // sleeps once
+                               "r16 01010 2400",     "r16 01020 2480",     //
+                               "w32 11A40 00028004",                       //
+                               "r16 01020 2480",     "r16 01020 2480",     "r16 01020 2480",
+                               "r16 08242 0000",                           //
+                               "r32 10D50 00000011", "w32 10D50 00000091", //
+                               "r16 01022 0002",
+                           }));
+    EXPECT_EQ (microseconds (), 10000u);
+    EXPECT_EQ (bytes_t (scan_port_state.tx_buf, scan_port_state.tx_buf + 5),
+               (bytes_t{0x93, 0x93, 1, 2, 0}));
+}
+
+TEST_F (transfer, selects_each_slot_by_its_code_and_rate)
+{
+    const int codes[32] = {31, 19, 18, 17, 16, 15, 14, 13, 12, 11, 10, 9,  8,  7,  6,  5,
+                           4,  3,  2,  1,  0,  -1, -1, 22, 23, -1, -1, 26, 27, 28, 29, -1};
+    for (int slot = 0; slot < 32; slot++) {
+        settings.card (slot).answers (0x33, {static_cast<uint8_t> (slot)});
+    }
+    start ();
+    for (int slot = 0; slot < 32; slot++) {
+        log->lines.clear ();
+        if (codes[slot] < 0) {
+            EXPECT_EQ (ask (slot), -2);
+            EXPECT_TRUE (log->lines.empty ()) << slot;
+            continue;
+        }
+        EXPECT_EQ (ask (slot), 1) << slot;
+        EXPECT_EQ (rx[0], slot);
+        EXPECT_EQ (word (0x10D50) & 0xFF, 0x80u | codes[slot]);
+        EXPECT_EQ (word (0x119FC), slot == 23 || slot == 24 ? 0x00010030u : 0x00010008u);
+    }
+}
+
+TEST_F (transfer, refuses_without_touching_anything)
+{
+    start ();
+    uint8_t tx[1] = {};
+    for (uint32_t slot : {32u, 33u, 0x80000003u, 0xFFFFFFFFu}) {
+        EXPECT_EQ (scan_port_transfer (slot, 0x33, 5000, tx, 5000, rx), -2);
+    }
+    EXPECT_EQ (scan_port_transfer (21, 0x33, 5000, tx, 5000, rx), -2) << "the slot is tested first";
+    EXPECT_EQ (scan_port_transfer (3, 0x33, 4095, tx, 0, rx), -4);
+    EXPECT_EQ (scan_port_transfer (3, 0x33, 0, tx, 4097, rx), -4);
+    EXPECT_TRUE (log->lines.empty ());
+    EXPECT_TRUE (rx_untouched ());
+}
+
+TEST_F (transfer, carries_the_largest_request_with_its_closing_zero)
+{
+    for (uint32_t address : {0x01F40000u, 0x01F40ABCu}) {
+        settings.board.buffer = address;
+        start ();
+        bytes_t tx (4094);
+        for (size_t i = 0; i < tx.size (); i++) {
+            tx[i] = static_cast<uint8_t> (i * 5 + 3);
+        }
+        memset (const_cast<uint8_t *> (scan_port_state.rx_buf), 0xFF, 4096);
+        EXPECT_EQ (scan_port_transfer (3, 0x93, 4094, tx.data (), 4096, rx), 4094);
+        EXPECT_EQ (bytes_t (rx, rx + 4094), tx);
+        EXPECT_EQ (rx[4094], 0xFF) << "what the buffer held before";
+    }
+}
+
+TEST_F (transfer, copies_as_many_bytes_as_were_wanted_whatever_came)
+{
+    settings.card (4).answers (0x33, bytes_t (4097, 0x44));
+    start ();
+    memset (const_cast<uint8_t *> (scan_port_state.rx_buf), 0xAB, 4096);
+    EXPECT_EQ (ask (3, 10), 3);
+    EXPECT_EQ (bytes_t (rx, rx + 11),
+               (bytes_t{11, 12, 13, 0xAB, 0xAB, 0xAB, 0xAB, 0xAB, 0xAB, 0xAB, 0xEE}));
+    EXPECT_EQ (ask (4, 4096), 4096) << "an answer longer than the buffer fills it";
+    EXPECT_EQ (ask (3, 0), 3);
+    EXPECT_EQ (scan_port_transfer (3, 0x33, 0, nullptr, -1, rx), 3) << "negative lengths pass";
+}
+
+TEST_F (transfer, failures_leave_the_strobe_low_and_time_outs_the_controller_running)
+{
+    struct case_t {
+        fault_t fault;
+        int32_t result;
+        size_t commands;
+        bool running;
+        uint64_t microseconds;
+    };
+    for (const case_t &c : {case_t{fault_t::line_low, -2, 0, false, 0},
+                            {fault_t::silent, -3, 2, true, TIME_OUT},
+                            {fault_t::late, -3, 2, true, TIME_OUT},
+                            {fault_t::wrong_address, -3, 2, true, TIME_OUT},
+                            {fault_t::missing_address, -3, 2, true, TIME_OUT},
+                            {fault_t::missing_end, -3, 2, true, TIME_OUT},
+                            {fault_t::endless_transmitter, -10, 2, true, TIME_OUT},
+                            {fault_t::framing, -1, 2, false, 10000},
+                            {fault_t::line_break, -1, 2, false, 10000},
+                            {fault_t::overrun, -1, 2, false, 10000},
+                            {fault_t::noise, -1, 2, false, 10000}}) {
+        settings.card (4) = card_t ().answers (0x33, {1, 2, 3}).fails (c.fault, 1);
+        start ();
+        const int fault = static_cast<int> (c.fault);
+        EXPECT_EQ (ask (4), c.result) << fault;
+        EXPECT_EQ (log->commands.size (), c.commands) << fault;
+        EXPECT_EQ (word (0x10D50) & 0xFF, 16u) << fault;
+        EXPECT_EQ (word (0x11A40), c.running ? 0x00028034u : 0x00028004u) << fault;
+        EXPECT_EQ (microseconds (), c.microseconds) << fault;
+        EXPECT_TRUE (rx_untouched ()) << fault;
+        EXPECT_EQ (ask (3), 3) << "the next transfer puts it right, after " << fault;
+    }
+}
+
+TEST_F (transfer, tests_the_line_then_the_address_then_which_address_then_noise)
+{
+    const uint8_t second = 0xA5;
+    settings.card (4).from (second).answers (0x33, {1});
+    settings.card (5).from (second).fails (fault_t::framing).answers (0x33, {1});
+    settings.card (6).from (second).fails (fault_t::noise).answers (0x33, {1});
+    start ();
+    EXPECT_EQ (ask (4), -4);
+    EXPECT_EQ (ask (5), -1);
+    EXPECT_EQ (ask (6), -4);
+    EXPECT_TRUE (rx_untouched ());
+    // No answer comes without an address in this mode; so the controller's word is changed for it.
+    log->on_access = [&] (const access_t &a) {
+        if (a.is_write && a.offset == 0x11A40 && log->commands.size () == 8) {
+            chassis->memory ().write16 (0x1020, chassis->memory ().read16 (0x1020) & ~0x0400);
+        }
+    };
+    EXPECT_EQ (ask (4), -1);
+}
+
+TEST_F (transfer, an_answer_complete_within_the_eleventh_sleep_is_in_time)
+{
+    // Four characters out, one byte in its two addresses back: 93.3 microseconds beside the delay.
+    for (auto [delay, result] : {std::pair<uint32_t, int32_t>{109906, 1}, {109907, -3}}) {
+        settings.card (4) = card_t ().answers (0x33, {7}).after (delay);
+        start ();
+        EXPECT_EQ (ask (4), result);
+        EXPECT_EQ (microseconds (), TIME_OUT);
+    }
+}
+
+TEST_F (transfer, a_frame_sent_within_the_eleventh_sleep_lacks_only_its_answer)
+{
+    settings.card (23).echoes (0x93);
+    start ();
+    bytes_t tx (1647);
+    // 1650 slow characters last exactly 110 ms.
+    EXPECT_EQ (scan_port_transfer (23, 0x93, 1646, tx.data (), 16, rx), -3);
+    EXPECT_EQ (scan_port_transfer (23, 0x93, 1647, tx.data (), 16, rx), -10);
+    EXPECT_EQ (scan_port_transfer (23, 0x93, 2, tx.data (), 16, rx), 2);
+}
+
+TEST_F (transfer, the_command_is_the_low_eight_bits)
+{
+    start ();
+    EXPECT_EQ (scan_port_transfer (3, 0x7FFFFF33, 0, nullptr, 16, rx), 3);
+    EXPECT_EQ (scan_port_transfer (3, -0xCD, 0, nullptr, 16, rx), 3); // ...FF33
+}
