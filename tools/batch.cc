@@ -1,0 +1,145 @@
+#include "tools/batch.h"
+
+#include "tools/files.h"
+#include "tools/parse.h"
+
+#include <sstream>
+#include <unistd.h>
+
+constexpr size_t most_text = 1 << 20; // a full batch in hex takes some 20 KB
+
+using words_t = std::vector<std::string>;
+
+static words_t words_of (const std::string &line)
+{
+    std::istringstream stream (line.substr (0, line.find ('#')));
+    words_t words;
+    for (std::string word; stream >> word;) {
+        words.push_back (word);
+    }
+    return words;
+}
+
+static bool is_option (const std::string &word)
+{
+    return word.rfind ("--", 0) == 0;
+}
+
+// The words from `at` to the next option, which `at` then stands on.
+static std::string joined_words (const words_t &words, size_t *at)
+{
+    std::string text;
+    for (; *at < words.size () && !is_option (words[*at]); ++*at) {
+        text += words[*at] + " ";
+    }
+    return text;
+}
+
+[[noreturn]] static void line_failure (const std::string &what)
+{
+    usage_failure (what, "A line is: SLOT COMMAND [--tx HEX] [--rx N], or send SLOT FIRST SECOND "
+                         "[BYTES], or claim, or release.");
+}
+
+static request_t bus_request (const words_t &words)
+{
+    if (words.size () < 2 || is_option (words[1])) {
+        parse_slot (words[0]);
+        line_failure ("a command is missing behind the slot");
+    }
+    request_t request;
+    request.slot = parse_slot (words[0]);
+    request.command = parse_word ("command", words[1]);
+    request.rxlen = usual_rxlen (request.command);
+    for (size_t at = 2; at < words.size ();) {
+        std::string option = words[at++];
+        std::string value = joined_words (words, &at);
+        if (value.empty ()) {
+            line_failure (is_option (option) ? option + " has no value"
+                                             : "'" + option + "' is not expected here");
+        }
+        value.pop_back ();
+        if (option == "--tx") {
+            request.tx = parse_bytes ("--tx", value, Q5_SCAN_MAX_TX);
+        } else if (option == "--rx") {
+            request.rxlen = parse_number ("--rx", value, 0, Q5_SCAN_MAX_RX);
+        } else {
+            line_failure ("'" + option + "' is not expected here");
+        }
+    }
+    return request;
+}
+
+static request_t send_request (const words_t &words)
+{
+    if (words.size () < 4) {
+        line_failure ("send needs SLOT, FIRST and SECOND");
+    }
+    size_t at = 4;
+    std::string bytes = joined_words (words, &at);
+    if (at < words.size ()) {
+        line_failure ("'" + words[at] + "' is not expected here");
+    }
+    return short_request (parse_slot (words[1]), parse_number ("FIRST", words[2], 0, 255),
+                          parse_number ("SECOND", words[3], 0, 255),
+                          parse_bytes ("BYTES", bytes, most_short_bytes));
+}
+
+static request_t request_of (const words_t &words)
+{
+    if (words[0] == "send") {
+        return send_request (words);
+    }
+    if (words[0] != "claim" && words[0] != "release") {
+        return bus_request (words);
+    }
+    if (words.size () > 1) {
+        line_failure ("'" + words[1] + "' is not expected behind " + words[0]);
+    }
+    return words[0] == "claim" ? claim_request () : release_request ();
+}
+
+static void append (std::vector<request_t> &requests, size_t *tx_count, request_t request)
+{
+    if (requests.size () == MAX_REQUESTS) {
+        usage_failure ("this is the 101st request", "At most 100 fit into one batch: make two.");
+    }
+    *tx_count += request.tx.size ();
+    if (*tx_count > Q5_SCAN_MAX_TX) {
+        usage_failure ("up to here the requests transmit " + std::to_string (*tx_count) + " bytes",
+                       "At most 4094 fit into one batch, all requests together: make two.");
+    }
+    requests.push_back (std::move (request));
+}
+
+std::vector<request_t> read_batch (std::istream &text, const std::string &name)
+{
+    std::vector<request_t> requests;
+    size_t tx_count = 0;
+    int number = 0;
+    for (std::string line; std::getline (text, line);) {
+        number++;
+        words_t words = words_of (line);
+        if (words.empty ()) {
+            continue;
+        }
+        try {
+            append (requests, &tx_count, request_of (words));
+        } catch (failure_t &failure) {
+            failure.what = name + ":" + std::to_string (number) + ": " + failure.what;
+            throw;
+        }
+    }
+    if (requests.empty ()) {
+        usage_failure (name + " holds no request", "Give one request a line: SLOT COMMAND.");
+    }
+    return requests;
+}
+
+std::vector<request_t> read_batch_file (const std::string &path)
+{
+    bool is_input = path == "-";
+    file_bytes_t file = read_file (is_input ? "/dev/stdin" : path, most_text);
+    std::istringstream text (std::string (file.bytes.get (), file.size));
+    return read_batch (text, is_input ? "standard input" : path);
+}

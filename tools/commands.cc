@@ -1,0 +1,160 @@
+#include "tools/commands.h"
+
+#include "tools/batch.h"
+#include "tools/images.h"
+#include "tools/parse.h"
+#include "tools/watch.h"
+
+#include <memory>
+
+using texts_t = std::vector<std::string>;
+
+// The words of one command, as they are typed; its work checks them.
+struct words_t {
+    std::string slot, command, first, second, tx, rx, types, interval = "1", count = "0";
+    std::string file = "-", other_file;
+    texts_t bytes, slots;
+    bool full = false;
+};
+using words_pointer_t = std::shared_ptr<words_t>;
+
+static CLI::App *add (CLI::App &app, choice_t &choice, const std::string &name,
+                      const std::string &description, std::function<report_t ()> work)
+{
+    CLI::App *command = app.add_subcommand (name, description)->group ("Commands");
+    command->callback ([&choice, name, work] () { choice = {name, work}; });
+    return command;
+}
+
+static std::string joined (const texts_t &texts)
+{
+    std::string text;
+    for (const std::string &part : texts) {
+        text += part + " ";
+    }
+    return text;
+}
+
+static request_t short_request_of (const words_t &words)
+{
+    return short_request (parse_slot (words.slot), parse_number ("FIRST", words.first, 0, 255),
+                          parse_number ("SECOND", words.second, 0, 255),
+                          parse_bytes ("BYTES", joined (words.bytes), most_short_bytes));
+}
+
+static request_t bus_request_of (const words_t &words)
+{
+    request_t request;
+    request.slot = parse_slot (words.slot);
+    request.command = parse_word ("COMMAND", words.command);
+    request.tx = parse_bytes ("--tx", words.tx, Q5_SCAN_MAX_TX);
+    request.rxlen = words.rx.empty () ? usual_rxlen (request.command)
+                                      : parse_number ("--rx", words.rx, 0, Q5_SCAN_MAX_RX);
+    return request;
+}
+
+void add_bus_commands (CLI::App &app, const globals_t &globals, choice_t &choice)
+{
+    words_pointer_t w = std::make_shared<words_t> ();
+    add (app, choice, "claim", "take the bus: batches of other ids are dropped until the release",
+         [&globals] () { return run_requests (globals.target, {claim_request ()}); });
+    add (app, choice, "release", "give the bus back",
+         [&globals] () { return run_requests (globals.target, {release_request ()}); });
+
+    CLI::App *send =
+        add (app, choice, "send", "send the short message (command 147) to a slot",
+             [&globals, w] () { return run_requests (globals.target, {short_request_of (*w)}); });
+    send->add_option ("SLOT", w->slot, "0 to 31")->required ();
+    send->add_option ("FIRST", w->first, "first byte, 0 to 255")->required ();
+    send->add_option ("SECOND", w->second, "second byte, 0 to 255")->required ();
+    send->add_option ("BYTES", w->bytes, "up to 27 bytes more, in hex");
+
+    CLI::App *run = add (app, choice, "run", "run one request", [&globals, w] () {
+        return run_requests (globals.target, {bus_request_of (*w)});
+    });
+    run->add_option ("SLOT", w->slot, "0 to 31")->required ();
+    run->add_option ("COMMAND", w->command, "the card sees its low 8 bits; 1 claims, 2 releases")
+        ->required ();
+    run->add_option ("--tx", w->tx, "bytes to transmit, in hex, up to 4094")->type_name ("HEX");
+    run->add_option ("--rx", w->rx, "bytes wanted back, up to 4096 (the default)")->type_name ("N");
+
+    CLI::App *batch =
+        add (app, choice, "batch", "run many requests in one batch, one a line",
+             [&globals, w] () { return run_requests (globals.target, read_batch_file (w->file)); });
+    batch->add_option ("FILE", w->file,
+                       "SLOT COMMAND [--tx HEX] [--rx N] a line; - or none: "
+                       "standard input");
+}
+
+static type_map_t types_of (const CLI::App &command, const words_t &words)
+{
+    return command.count ("--types") > 0 ? parse_types (words.types) : usual_types ();
+}
+
+static void add_table_options (CLI::App &command, words_t &words)
+{
+    command.add_option ("SLOT", words.slots, "0 to 31; none: all slots");
+    command
+        .add_option ("--types", words.types,
+                     "what the letters mean, LETTER=TYPE,...; types: byte, short, int, string, "
+                     "rest, bytes:N (default: b=byte,h=short,i=int,s=string,x=rest)")
+        ->type_name ("TYPES");
+    command.add_flag ("--full", words.full, "cut nothing in the table");
+}
+
+static report_t fetch (const globals_t &globals, const type_map_t &types, const words_t &words)
+{
+    std::vector<slot_report_t> slots =
+        fetch_slots (globals.target, parse_slots (words.slots), types);
+    return report_of (slots, rows_of (slots, words.full));
+}
+
+static report_t watch (const globals_t &globals, const type_map_t &types, const words_t &words)
+{
+    watch_options_t options;
+    options.slots = parse_slots (words.slots);
+    options.types = types;
+    options.full = words.full;
+    options.as_json = globals.as_json;
+    options.interval = parse_interval (words.interval);
+    options.count = parse_number ("--count", words.count, 0, INT32_MAX);
+    return watch (globals.target, options);
+}
+
+void add_chassis_commands (CLI::App &app, const globals_t &globals, choice_t &choice)
+{
+    words_pointer_t w = std::make_shared<words_t> ();
+    CLI::App *fetching =
+        add (app, choice, "fetch", "show what the cards say, as a table", [&globals, &app, w] () {
+            CLI::App *command = app.get_subcommand ("fetch");
+            return fetch (globals, types_of (*command, *w), *w);
+        });
+    add_table_options (*fetching, *w);
+
+    CLI::App *watching =
+        add (app, choice, "watch", "show the same table again and again", [&globals, &app, w] () {
+            CLI::App *command = app.get_subcommand ("watch");
+            return watch (globals, types_of (*command, *w), *w);
+        });
+    add_table_options (*watching, *w);
+    watching->add_option ("--interval", w->interval, "seconds between rounds (default 1)")
+        ->type_name ("SECONDS");
+    watching->add_option ("--count", w->count, "rounds (default 0: until Ctrl-C)")->type_name ("N");
+}
+
+void add_image_commands (CLI::App &app, const globals_t &globals, choice_t &choice)
+{
+    words_pointer_t w = std::make_shared<words_t> ();
+    CLI::App *identify = add (app, choice, "identity", "type and build date of a firmware image",
+                              [w] () { return identity (w->file); });
+    identify->add_option ("IMAGE", w->file)->required ();
+
+    CLI::App *compare = add (app, choice, "newer", "which of two firmware images is newer",
+                             [w] () { return newer (w->file, w->other_file); });
+    compare->add_option ("IMAGE1", w->file)->required ();
+    compare->add_option ("IMAGE2", w->other_file)->required ();
+
+    CLI::App *show = add (app, choice, "dump", "a file in hex and characters",
+                          [&globals, w] () { return dump (w->file, globals.as_json); });
+    show->add_option ("FILE", w->file)->required ();
+}

@@ -1,0 +1,164 @@
+#include "tools/fetch.h"
+
+#include "tools/parse.h"
+#include "tools/results.h"
+
+#include <algorithm>
+#include <memory>
+#include <set>
+
+constexpr size_t most_field_text = 60; // characters of one field, and of the raw bytes, in a row
+constexpr size_t most_raw_bytes = 16;
+
+std::vector<int32_t> parse_slots (const std::vector<std::string> &texts)
+{
+    std::set<int32_t> slots;
+    for (const std::string &text : texts) {
+        slots.insert (parse_slot (text));
+    }
+    for (int32_t slot = 0; texts.empty () && slot < Q5_SCAN_NUM_SLOTS; slot++) {
+        slots.insert (slot);
+    }
+    return {slots.begin (), slots.end ()};
+}
+
+// The reader holds the buffers and takes messages apart; the batch asks for the chosen slots only.
+static std::vector<q5_scan_command_t> records_for (q5_scan_reader_t &reader,
+                                                   const std::vector<int32_t> &slots)
+{
+    std::vector<q5_scan_command_t> records;
+    for (int32_t command : {Q5_SCAN_GET_TYPED, Q5_SCAN_GET_RAW}) {
+        for (int32_t slot : slots) {
+            q5_scan_command_t c = {};
+            reader.init_command (&c, command, slot, nullptr);
+            records.push_back (c);
+        }
+    }
+    return records;
+}
+
+static int32_t bytes_held (const q5_scan_command_t &c)
+{
+    return std::min (c.result, c.rxlen);
+}
+
+std::vector<slot_report_t> fetch_slots (const target_t &target, const std::vector<int32_t> &slots,
+                                        const type_map_t &types)
+{
+    auto reader = std::make_unique<q5_scan_reader_t> (target.host.c_str (), target.port);
+    reader->client_id = target.id;
+    std::vector<q5_scan_command_t> records = records_for (*reader, slots);
+    exchange_t done = exchange_records (*reader, records);
+    if (done.failure) {
+        throw *done.failure;
+    }
+    std::vector<slot_report_t> reports;
+    for (size_t i = 0; i < slots.size (); i++) {
+        const q5_scan_command_t &typed = records[i];
+        const q5_scan_command_t &raw = records[slots.size () + i];
+        reader->typed_buffers[slots[i]].count = bytes_held (typed);
+        slot_report_t report = {slots[i], typed.result, raw.result, {}, {}};
+        report.message = decode_message (*reader, slots[i], types);
+        report.raw.assign (raw.rxbuf, raw.rxbuf + std::max (bytes_held (raw), 0));
+        reports.push_back (report);
+    }
+    return reports;
+}
+
+static std::string fields_text (const message_t &message, size_t limit)
+{
+    std::string text;
+    for (const field_t &field : message.fields) {
+        text += text.empty () ? "" : " ";
+        text += printable (std::string (1, static_cast<char> (field.letter))) + "=" +
+                shortened (field.text, limit);
+    }
+    if (!message.malformed.empty ()) {
+        text += (text.empty () ? "malformed: " : " malformed: ") + message.malformed;
+    }
+    if (!message.left.empty ()) {
+        text += (text.empty () ? "left: " : " left: ") + shortened (hex (message.left), limit);
+    }
+    return text;
+}
+
+static std::string raw_text (const slot_report_t &slot, bool full)
+{
+    if (slot.raw_result < 0) {
+        return slot.raw_result == slot.typed_result ? "-" : "(" + state_of (slot.raw_result) + ")";
+    }
+    if (full || slot.raw.size () <= most_raw_bytes) {
+        return hex (slot.raw);
+    }
+    bytes_t first (slot.raw.begin (), slot.raw.begin () + most_raw_bytes);
+    return hex (first) + "... " + std::to_string (slot.raw.size () - most_raw_bytes) + " more";
+}
+
+static row_t row_of (const slot_report_t &slot, bool full)
+{
+    if (slot.typed_result < 0) {
+        return {std::to_string (slot.slot), state_of (slot.typed_result), "-", "-", "-",
+                raw_text (slot, full)};
+    }
+    return {std::to_string (slot.slot),
+            "ok",
+            std::to_string (slot.message.length),
+            printable (slot.message.letters),
+            fields_text (slot.message, full ? 0 : most_field_text),
+            raw_text (slot, full)};
+}
+
+std::vector<row_t> rows_of (const std::vector<slot_report_t> &slots, bool full)
+{
+    std::vector<row_t> rows = {{"SLOT", "STATE", "LENGTH", "TYPES", "FIELDS", "RAW"}};
+    for (const slot_report_t &slot : slots) {
+        rows.push_back (row_of (slot, full));
+    }
+    return rows;
+}
+
+static json_t json_of (const slot_report_t &slot)
+{
+    json_t fields = json_t::array ();
+    for (const field_t &field : slot.message.fields) {
+        std::string letter (1, static_cast<char> (field.letter));
+        fields.push_back ({{"letter", letter}, {"value", field.value}});
+    }
+    json_t malformed;
+    if (!slot.message.malformed.empty ()) {
+        malformed = slot.message.malformed;
+    }
+    return {{"slot", slot.slot},
+            {"state", state_of (slot.typed_result)},
+            {"result", slot.typed_result},
+            {"length", slot.message.length},
+            {"types", slot.message.letters},
+            {"fields", fields},
+            {"malformed", malformed},
+            {"left_hex", hex_digits (slot.message.left.data (), slot.message.left.size ())},
+            {"raw_state", state_of (slot.raw_result)},
+            {"raw_result", slot.raw_result},
+            {"raw_hex", hex_digits (slot.raw.data (), slot.raw.size ())}};
+}
+
+static int status_of (const std::vector<slot_report_t> &slots)
+{
+    bool failed = std::any_of (slots.begin (), slots.end (), [] (const slot_report_t &slot) {
+        return slot.typed_result < 0 || slot.raw_result < 0;
+    });
+    return failed ? status_failed : status_ok;
+}
+
+report_t report_of (const std::vector<slot_report_t> &slots, const std::vector<row_t> &rows)
+{
+    report_t report;
+    report.status = status_of (slots);
+    for (const std::string &line : table_lines (rows)) {
+        report.text += line + "\n";
+    }
+    report.json["slots"] = json_t::array ();
+    for (const slot_report_t &slot : slots) {
+        report.json["slots"].push_back (json_of (slot));
+    }
+    return report;
+}

@@ -1,0 +1,158 @@
+#include "tools/images.h"
+
+#include "net/exception.h"
+#include "scan/q5_scan_client.h"
+#include "tools/files.h"
+#include "tools/output.h"
+
+#include <algorithm>
+#include <memory>
+#include <stdio.h>
+#include <string.h>
+
+constexpr size_t bytes_a_line = 16;
+constexpr size_t bytes_at_once = 1 << 16; // of a dump, before the output is looked at again
+constexpr size_t most_shown = 200;        // characters of a type or a date
+
+struct identity_t {
+    std::string type;
+    std::string date;
+};
+
+// These operations use neither host nor port.
+static const q5_scan_client_t images ("", 0);
+
+[[noreturn]] static void no_identity (const std::string &path, const std::string &what)
+{
+    throw failure_t{status_failed, path + " " + what,
+                    "An image carries the texts \"Type: ...\", \"Compiled on:\", a date and a "
+                    "time, each ended by a NUL."};
+}
+
+static identity_t read_identity (const std::string &path)
+{
+    file_bytes_t file = read_file (path, most_image);
+    std::unique_ptr<char[]> version (new char[file.size + 2]);
+    version[0] = '\0';
+    images.find_version (file.bytes.get (), file.size, version.get ());
+    size_t size = strlen (version.get ()) + 1;
+    if (size == 1) {
+        no_identity (path, "carries no build identity");
+    }
+    std::unique_ptr<char[]> line (new char[size]);
+    identity_t found;
+    try {
+        found.type = images.version_type (version.get (), line.get ());
+        found.date = images.version_date (version.get (), line.get ());
+    } catch (exception_t &) {
+        no_identity (path, "carries a type, but no build date");
+    }
+    return found;
+}
+
+static std::string shown (const std::string &text)
+{
+    return shortened (printable (text), most_shown);
+}
+
+static json_t json_of (const std::string &path, const identity_t &found)
+{
+    return {{"file", path}, {"type", found.type}, {"date", found.date}};
+}
+
+report_t identity (const std::string &path)
+{
+    identity_t found = read_identity (path);
+    report_t report;
+    report.text = "type: " + shown (found.type) + "\nbuilt: " + shown (found.date) + "\n";
+    report.json = json_of (path, found);
+    return report;
+}
+
+static void check_date (const std::string &path, const identity_t &found)
+{
+    try {
+        images.compare_dates (found.date.c_str (), found.date.c_str ());
+    } catch (exception_t &) {
+        no_identity (path, "carries a build date that is none: " + shown (found.date));
+    }
+}
+
+report_t newer (const std::string &first, const std::string &second)
+{
+    identity_t a = read_identity (first);
+    identity_t b = read_identity (second);
+    check_date (first, a);
+    check_date (second, b);
+    int32_t order = images.compare_dates (a.date.c_str (), b.date.c_str ());
+
+    report_t report;
+    if (order == 0) {
+        report.text = "same build date: " + shown (a.date) + "\n";
+    } else {
+        report.text = printable (order > 0 ? first : second) + " is newer: built " +
+                      shown (order > 0 ? a.date : b.date) + ", the other " +
+                      shown (order > 0 ? b.date : a.date) + "\n";
+    }
+    if (a.type != b.type) {
+        report.text +=
+            "note: the types differ: " + shown (a.type) + " and " + shown (b.type) + "\n";
+    }
+    report.json["newer"] = order > 0 ? "first" : order < 0 ? "second" : "same";
+    report.json["images"] = {json_of (first, a), json_of (second, b)};
+    return report;
+}
+
+std::string partial_line (const uint8_t *bytes, size_t size)
+{
+    std::string columns, text;
+    for (const uint8_t *p = bytes; p < bytes + size; p++) {
+        bool is_text =
+            (*p >= '0' && *p <= '9') || (*p >= 'A' && *p <= 'Z') || (*p >= 'a' && *p <= 'z');
+        columns += hex_digits (p, 1) + " ";
+        text += std::string (1, is_text ? static_cast<char> (*p) : '.') + " ";
+    }
+    columns.resize (3 * bytes_a_line, ' ');
+    return columns + "    " + text + "\n";
+}
+
+// The library deliberately shows an incomplete last line as blanks; nothing may be lost here, so it
+// gets whole lines only.
+static void dump_lines (const uint8_t *bytes, size_t size)
+{
+    size_t whole = size - size % bytes_a_line;
+    for (size_t at = 0; at < whole && !ferror (stdout); at += bytes_at_once) {
+        images.dump (bytes + at, static_cast<int32_t> (std::min (bytes_at_once, whole - at)));
+    }
+    if (whole < size) {
+        fputs (partial_line (bytes + whole, size - whole).c_str (), stdout);
+    }
+}
+
+static void dump_json (const std::string &path, const uint8_t *bytes, size_t size)
+{
+    report_t report;
+    report.json["file"] = path;
+    report.json["size"] = size;
+    std::string line = json_line ("dump", report);
+    line.resize (line.rfind ('}'));
+    fputs ((line + ",\"data_hex\":\"").c_str (), stdout);
+    for (size_t at = 0; at < size && !ferror (stdout); at += bytes_at_once) {
+        fputs (hex_digits (bytes + at, std::min (bytes_at_once, size - at)).c_str (), stdout);
+    }
+    puts ("\"}");
+}
+
+report_t dump (const std::string &path, bool as_json)
+{
+    file_bytes_t file = read_file (path, most_image);
+    const uint8_t *bytes = reinterpret_cast<const uint8_t *> (file.bytes.get ());
+    if (as_json) {
+        dump_json (path, bytes, file.size);
+    } else {
+        dump_lines (bytes, file.size);
+    }
+    report_t report;
+    report.printed = true;
+    return report;
+}

@@ -1,0 +1,29 @@
+// How bytes, texts and tables are shown to a person.
+#pragma once
+
+#include <stdint.h>
+#include <string>
+#include <vector>
+
+using bytes_t = std::vector<uint8_t>;
+
+// Two digits a byte, without blanks and with one between bytes.
+std::string hex_digits (const uint8_t *bytes, size_t size);
+std::string hex (const bytes_t &bytes);
+
+// The text with everything but printable ASCII as \n, \t or \xNN, so that no input reaches the
+// terminal as a control character.
+std::string printable (const std::string &text);
+
+// The characters of the bytes, a "." for each that is not printable ASCII.
+std::string characters (const uint8_t *bytes, size_t size);
+
+// Lines of 16 bytes, hex beside characters, each after its offset and indented by four blanks.
+std::string hex_lines (const bytes_t &bytes);
+
+// The first `limit` characters; a longer text ends in how many more there are. 0: no limit.
+std::string shortened (const std::string &text, size_t limit);
+
+// Lines of columns as wide as their widest cell, two blanks apart; the first row is the heading.
+using row_t = std::vector<std::string>;
+std::vector<std::string> table_lines (const std::vector<row_t> &rows);

@@ -1,0 +1,43 @@
+// What a command of q5_scan has to tell, and how the program ends.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+
+using json_t = nlohmann::ordered_json;
+
+// Exit statuses; the manual page lists them.
+constexpr int status_ok = 0;            // every request succeeded
+constexpr int status_failed = 1;        // a request failed, or an image carries no build identity
+constexpr int status_usage = 2;         // wrong usage, or an input file that cannot be used
+constexpr int status_no_connection = 3; // no connection, or one that ended in the middle
+constexpr int status_dropped = 4;       // the daemon dropped the batch unanswered
+
+// Why a command cannot go on. Thrown, or carried by a report beside the part that was done.
+struct failure_t {
+    int status;
+    std::string what;   // what went wrong, and where
+    std::string advice; // what to do about it
+};
+
+[[noreturn]] void usage_failure (const std::string &what, const std::string &advice);
+
+// The outcome of a command, once for a person and once for a program.
+struct report_t {
+    std::string text; // complete lines
+    json_t json = json_t::object ();
+    int status = status_ok;
+    std::optional<failure_t> failure;
+    bool printed = false; // the command wrote its output itself, as it went
+};
+
+report_t report_of (const failure_t &failure);
+
+// The one object of --json: command, ok and exit_status first, then what the command tells, then
+// the error, if any. One line; bytes that are not UTF-8 become replacement characters.
+std::string json_line (const std::string &command, const report_t &report);
+
+// Writes the report to standard output, and its failure to standard error unless `as_json`. Returns
+// the exit status. A reader that has closed the pipe is no error; a full disk is.
+int print (const std::string &command, const report_t &report, bool as_json);

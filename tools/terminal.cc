@@ -1,0 +1,103 @@
+#include "tools/terminal.h"
+
+#include <algorithm>
+#include <chrono>
+#include <signal.h>
+#include <stdio.h>
+#include <sys/ioctl.h>
+#include <thread>
+#include <unistd.h>
+
+static const char *const hide_cursor = "\033[?25l";
+static const char *const show_cursor = "\033[?25h";
+static const char *const clear_screen = "\033[H\033[J";
+static const char *const go_home = "\033[H";
+static const char *const end_line = "\033[K\r\n";
+static const char *const end_screen = "\033[J";
+
+static const int ending_signals[] = {SIGINT, SIGTERM, SIGHUP};
+static volatile sig_atomic_t signal_seen = 0;
+
+static void note_signal (int)
+{
+    signal_seen = 1;
+}
+
+// Without SA_RESTART: a read that waits for the daemon ends as well.
+static void handle_signals (void (*handler) (int))
+{
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    for (int number : ending_signals) {
+        sigaction (number, &action, nullptr);
+    }
+}
+
+terminal_t::terminal_t () : in_place (isatty (STDOUT_FILENO))
+{
+    signal_seen = 0;
+    handle_signals (note_signal);
+    if (in_place) {
+        fputs (hide_cursor, stdout);
+    }
+}
+
+terminal_t::~terminal_t ()
+{
+    if (in_place) {
+        fputs (show_cursor, stdout);
+        fflush (stdout);
+    }
+    handle_signals (SIG_DFL);
+}
+
+static void show_in_place (const std::vector<std::string> &lines)
+{
+    winsize size = {};
+    bool known =
+        ioctl (STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 1 && size.ws_col > 0;
+    size_t width = known ? size.ws_col : 80;
+    size_t height = known ? size.ws_row - 1 : 23;
+    bool fits = lines.size () <= height;
+    size_t shown = fits ? lines.size () : height - 1;
+
+    fputs (go_home, stdout);
+    for (size_t i = 0; i < shown; i++) {
+        printf ("%s%s", lines[i].substr (0, width).c_str (), end_line);
+    }
+    if (!fits) {
+        std::string rest = std::to_string (lines.size () - shown) +
+                           " more lines: make the terminal taller, or name the slots";
+        printf ("%s%s", rest.substr (0, width).c_str (), end_line);
+    }
+    fputs (end_screen, stdout);
+}
+
+void terminal_t::show (const std::vector<std::string> &lines)
+{
+    if (in_place) {
+        fputs (shown ? "" : clear_screen, stdout);
+        show_in_place (lines);
+    } else {
+        fputs (shown ? "\n" : "", stdout);
+        for (const std::string &line : lines) {
+            printf ("%s\n", line.c_str ());
+        }
+    }
+    shown = true;
+    fflush (stdout);
+}
+
+void terminal_t::pause (double seconds) const
+{
+    using std::chrono::duration;
+    constexpr double slice = 0.1;
+    for (double left = seconds; left > 0 && !interrupted (); left -= slice) {
+        std::this_thread::sleep_for (duration<double> (std::min (left, slice)));
+    }
+}
+
+bool terminal_t::interrupted () const
+{
+    return signal_seen != 0;
+}

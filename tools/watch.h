@@ -1,0 +1,31 @@
+// The chassis table, again and again.
+#pragma once
+
+#include "tools/fetch.h"
+
+#include <stdint.h>
+#include <string>
+#include <vector>
+
+struct watch_options_t {
+    std::vector<int32_t> slots;
+    type_map_t types;
+    bool full = false;
+    bool as_json = false; // one object a round, each on its own line
+    double interval = 1;  // seconds between the end of a round and the next, 0 to 3600
+    int32_t count = 0;    // rounds; 0: until Ctrl-C
+};
+
+// The seconds of --interval: a decimal fraction is allowed. Throws failure_t.
+double parse_interval (const std::string &text);
+
+// Fetches and shows rounds: in place on a terminal, one table behind the other elsewhere. A row
+// that differs from the round before begins with "*". Ends after `count` rounds with the status of
+// the last one, or on Ctrl-C with 0. A first round that fails ends it; a later one is shown, and
+// the next one tried.
+report_t watch (const target_t &target, const watch_options_t &options);
+
+// The table, with a column before it that marks the rows (but the heading) that are not in
+// `before`.
+std::vector<std::string> marked_lines (const std::vector<row_t> &before,
+                                       const std::vector<row_t> &rows);
