@@ -1,0 +1,94 @@
+// Installs the client side of this build into an empty folder and uses it as a stranger would.
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <set>
+#include <sstream>
+#include <stdlib.h>
+
+namespace fs = std::filesystem;
+
+static const std::string compiler = Q5_COMPILER " " Q5_FLAGS;
+static const std::string expected =
+    "-1\nassertion failed. q5_scan_reader.cc:14 (slot >= 0 && slot < Q5_SCAN_NUM_SLOTS)\n";
+
+class install : public testing::Test {
+  public:
+    std::string folder, root;
+
+    void SetUp () override
+    {
+        std::string name = fs::temp_directory_path () / "q5_install.XXXXXX";
+        folder = mkdtemp (name.data ());
+        root = folder + "/root";
+        run ("env -u DESTDIR " Q5_CMAKE " --install " Q5_BUILD " --component client-dev --prefix " +
+             root);
+    }
+    void TearDown () override
+    {
+        fs::remove_all (folder);
+    }
+
+    // Output of a shell command that is to succeed.
+    std::string run (const std::string &command) const
+    {
+        std::string log = folder + "/log";
+        int status = system (("{ " + command + "; } >" + log + " 2>&1").c_str ());
+        std::ostringstream text;
+        text << std::ifstream (log).rdbuf ();
+        EXPECT_EQ (status, 0) << command << "\n" << text.str ();
+        return text.str ();
+    }
+    std::string folder_of (const std::string &file) const
+    {
+        for (const auto &entry : fs::recursive_directory_iterator (root)) {
+            if (entry.path ().filename () == file) {
+                return entry.path ().parent_path ();
+            }
+        }
+        ADD_FAILURE () << file << " is not installed";
+        return "";
+    }
+};
+
+TEST_F (install, a_cmake_project_finds_the_package_and_links_either_library)
+{
+    const std::string build = folder + "/build";
+    run (Q5_CMAKE " -S " Q5_PROGRAM " -B " + build + " -DCMAKE_PREFIX_PATH=" + root +
+         " -DCMAKE_CXX_COMPILER=" Q5_COMPILER " -DCMAKE_CXX_FLAGS='" Q5_FLAGS "'");
+    run (Q5_CMAKE " --build " + build);
+    EXPECT_EQ (run (build + "/installed"), expected);
+    EXPECT_EQ (run (build + "/net_only"), "net\n");
+}
+
+TEST_F (install, pkg_config_gives_what_a_compiler_needs_wherever_the_tree_was_moved)
+{
+    fs::rename (root, folder + "/moved");
+    root = folder + "/moved";
+    run ("export PKG_CONFIG_PATH=" + folder_of ("q5_scan.pc") + "; " + compiler +
+         " -std=c++17 -o " + folder +
+         "/program " Q5_PROGRAM "/installed.cc $(pkg-config --cflags --libs q5_scan)");
+    EXPECT_EQ (run (folder + "/program"), expected);
+}
+
+TEST_F (install, each_header_compiles_alone_and_none_of_the_device_layer_is_there)
+{
+    std::set<std::string> headers;
+    const fs::path include = fs::path (folder_of ("q5_scan_client.h")).parent_path ();
+    for (const auto &entry : fs::recursive_directory_iterator (include)) {
+        if (entry.is_regular_file ()) {
+            headers.insert (fs::relative (entry.path (), include));
+            run (compiler + " -std=c++17 -Wall -Wextra -Werror -fsyntax-only -x c++ -I " +
+                 include.string () + " -include " + entry.path ().string () + " /dev/null");
+        }
+    }
+    EXPECT_EQ (headers,
+               (std::set<std::string>{"base/big_endian.h", "net/exception.h", "net/kp_literate.h",
+                                      "net/kp_server.h", "scan/q5_scan_client.h",
+                                      "scan/q5_scan_protocol.h", "scan/q5_scan_reader.h"}));
+    std::string symbols = run ("nm -C " + folder_of ("libq5_scan_client.a") + "/*.a");
+    EXPECT_NE (symbols.find ("q5_scan_client_t::execute"), std::string::npos);
+    for (const char *device : {"scan_port", "scanp", "q5_scan_server_t"}) {
+        EXPECT_EQ (symbols.find (device), std::string::npos) << device;
+    }
+}
