@@ -51,7 +51,7 @@ static void read_board (const section_t &section, board_t &board)
 {
     section.number ("brgclk", 100000, 1000000000, board.brgclk);
     section.boolean ("device", board.device);
-    section.number ("buffer", 0, UINT32_TOP + 1 - BUFFERS_SIZE, board.buffer);
+    section.number ("buffer", 0, UINT32_TOP, board.buffer);
     section.number ("dpram", 0, UINT32_TOP, board.dpram);
     section.number ("cpcr", INT32_MIN, INT32_MAX, board.cpcr);
     section.choice ("memory", FILLS, board.fill);

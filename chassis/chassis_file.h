@@ -35,7 +35,7 @@ class chassis_watch_t {
     explicit chassis_watch_t (std::string path);
 
     // The new settings after an edit, with the board as it was at the start: a board cannot change
-    // while the program runs. Nothing if the text is the same as before, or is broken, empty or
+    // while the program runs. Nothing if the text is the same as before, or is broken or
     // missing: that is reported on standard error once, and the old chassis stays.
     std::optional<chassis_settings_t> changed ();
 
@@ -46,7 +46,7 @@ class chassis_watch_t {
     void report_missing (const std::string &why);
 
     std::string path;
-    std::string text;
+    std::optional<std::string> text;
     std::optional<board_t> board;
     struct stat stamp = {};
     bool settled = false; // the stamp is old enough for a further edit to give a different one

@@ -36,7 +36,7 @@ chassis_watch_t::chassis_watch_t (std::string path) : path (std::move (path))
 {
     try {
         if (may_have_changed () && read_new_text ()) {
-            board = parse_chassis (text, this->path).board;
+            board = parse_chassis (*text, this->path).board;
         }
     } catch (const chassis_file_error_t &) {
         // Whoever loads the file reports it.
@@ -71,11 +71,6 @@ bool chassis_watch_t::may_have_changed ()
 bool chassis_watch_t::read_new_text ()
 {
     std::string now = read_chassis_text (path);
-    if (now.empty ()) {
-        // Most likely an editor that has truncated the file and not yet written it.
-        report_missing (path + ": empty");
-        return false;
-    }
     missing = false;
     if (now == text) {
         return false;
@@ -112,7 +107,7 @@ std::optional<chassis_settings_t> chassis_watch_t::changed ()
         return std::nullopt;
     }
     try {
-        chassis_settings_t settings = parse_chassis (text, path);
+        chassis_settings_t settings = parse_chassis (*text, path);
         keep_board (settings);
         return settings;
     } catch (const chassis_file_error_t &error) {
