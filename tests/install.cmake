@@ -10,3 +10,5 @@ if (NOT CMAKE_CROSSCOMPILING)
     add_dependencies (install_test q5_net q5_scan_client)
     gtest_discover_tests (install_test)
 endif ()
+
+include (system/protocol_doc.cmake)
