@@ -57,7 +57,9 @@ constexpr uint32_t CMXSCR_TS3CS_BRG4 = 0x00000300;
 constexpr uint32_t GSMR_L3 = 0x11A40; // 32 bits
 constexpr uint32_t GSMR_L_TDCR = 0x00030000;
 constexpr uint32_t GSMR_L_TDCR_16 = 0x00020000;
+constexpr uint32_t GSMR_L_TDCR_SHIFT = 16;
 constexpr uint32_t GSMR_L_RDCR = 0x0000C000;
+constexpr uint32_t GSMR_L_RDCR_SHIFT = 14;
 constexpr uint32_t GSMR_L_RDCR_16 = 0x00008000;
 constexpr uint32_t GSMR_L_ENR = 0x00000020;
 constexpr uint32_t GSMR_L_ENT = 0x00000010;
@@ -143,6 +145,8 @@ constexpr uint8_t FCR_BIG_ENDIAN = 0x10;      // BO = 10
 constexpr uint16_t CHARACTER_END = 0x8000;    // E: end of the control character table
 constexpr uint16_t CHARACTER_REJECT = 0x4000; // R: the character does not go into the buffer
 constexpr uint16_t RCCM_ALL = 0xC0FF;
+constexpr uint16_t TOSEQ_REA = 0x2000; // the character waits to be sent
+constexpr uint16_t TOSEQ_A = 0x0100;   // it is an address character
 
 // Buffer descriptor (chapter "SCC Buffer Descriptors" and the UART descriptors' tables).
 struct scc_bd_t {
@@ -154,10 +158,15 @@ static_assert (sizeof (scc_bd_t) == 8);
 
 constexpr uint16_t BD_TX_R = 0x8000;  // ready
 constexpr uint16_t BD_TX_W = 0x2000;  // wrap
+constexpr uint16_t BD_TX_I = 0x1000;  // report in SCCE
 constexpr uint16_t BD_TX_A = 0x0400;  // send as address characters
+constexpr uint16_t BD_TX_CM = 0x0200; // continuous mode: R is not cleared
+constexpr uint16_t BD_TX_NS = 0x0080; // no stop bit
 constexpr uint16_t BD_RX_E = 0x8000;  // empty
 constexpr uint16_t BD_RX_W = 0x2000;  // wrap
+constexpr uint16_t BD_RX_I = 0x1000;  // report in SCCE
 constexpr uint16_t BD_RX_A = 0x0400;  // opened by an address character
+constexpr uint16_t BD_RX_CM = 0x0200; // continuous mode: E is not cleared
 constexpr uint16_t BD_RX_AM = 0x0080; // the address was UADDR1
 constexpr uint16_t BD_RX_BR = 0x0020; // break
 constexpr uint16_t BD_RX_FR = 0x0010; // framing error
