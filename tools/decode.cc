@@ -67,7 +67,7 @@ static bytes_t take_bytes (q5_scan_reader_t &reader, int32_t count)
     return bytes_t (bytes, bytes + count);
 }
 
-// The reader lets a text run past the end of its message; here that makes it malformed.
+// The reader lets a text run past the end of its message; here that breaks it off.
 static std::string take_string (q5_scan_reader_t &reader)
 {
     int32_t left = bytes_left (reader);
@@ -137,19 +137,17 @@ message_t decode_message (q5_scan_reader_t &reader, int32_t slot, const type_map
     if (reader.typed_buffers[slot].count < 1) {
         return message;
     }
+    const q5_scan_buffer_t &buffer = reader.typed_buffers[slot];
     message.length = reader.begin_message (slot);
     if (reader.types_length < 0 || message.length < 0) {
-        uint8_t count = reader.typed_buffers[slot].data[0];
-        message.malformed = "it announces " + std::to_string (count) + " letters in " +
-                            std::to_string (reader.typed_buffers[slot].count) +
-                            (reader.typed_buffers[slot].count == 1 ? " byte" : " bytes");
-        const uint8_t *data = reader.typed_buffers[slot].data;
-        message.left.assign (data + 1, data + reader.typed_buffers[slot].count);
-        message.length = reader.typed_buffers[slot].count - 1;
+        message.problem = "it announces " + std::to_string (buffer.data[0]) + " letters, and has " +
+                          std::to_string (buffer.count - 1) + " bytes behind that";
+        message.left.assign (buffer.data + 1, buffer.data + buffer.count);
+        message.length = buffer.count - 1;
         return message;
     }
     message.letters.assign (reader.types, reader.types + reader.types_length);
-    message.malformed = take_fields (reader, types, &message.fields);
+    message.problem = take_fields (reader, types, &message.fields);
     message.left = take_bytes (reader, bytes_left (reader));
     return message;
 }

@@ -44,7 +44,7 @@ struct message_t {
     int32_t length = 0; // payload bytes
     std::vector<field_t> fields;
     bytes_t left;          // payload behind the last field
-    std::string malformed; // why the fields end early; empty when the message is sound
+    std::string problem; // why the fields end early; empty when the message is sound
 };
 
 // Takes the slot's typed message apart, as far as it is sound; a slot without one gives an empty

@@ -7,7 +7,7 @@
 #include <memory>
 #include <set>
 
-constexpr size_t most_field_text = 60; // characters of one field, and of the raw bytes, in a row
+constexpr size_t most_field_text = 60; // characters of one field in a row
 constexpr size_t most_raw_bytes = 16;
 
 std::vector<int32_t> parse_slots (const std::vector<std::string> &texts)
@@ -67,50 +67,56 @@ std::vector<slot_report_t> fetch_slots (const target_t &target, const std::vecto
 
 static std::string fields_text (const message_t &message, size_t limit)
 {
-    std::string text;
+    std::vector<std::string> parts;
     for (const field_t &field : message.fields) {
-        text += text.empty () ? "" : " ";
-        text += printable (std::string (1, static_cast<char> (field.letter))) + "=" +
-                shortened (field.text, limit);
+        std::string letter = printable (std::string (1, static_cast<char> (field.letter)));
+        parts.push_back (letter + "=" + shortened (field.text, limit));
     }
-    if (!message.malformed.empty ()) {
-        text += (text.empty () ? "malformed: " : " malformed: ") + message.malformed;
+    if (!message.problem.empty ()) {
+        parts.push_back ("problem: " + message.problem + ";");
     }
     if (!message.left.empty ()) {
-        text += (text.empty () ? "left: " : " left: ") + shortened (hex (message.left), limit);
+        parts.push_back ("left: " + shortened (hex (message.left), limit));
+    }
+    std::string text;
+    for (const std::string &part : parts) {
+        text += (text.empty () ? "" : " ") + part;
     }
     return text;
 }
 
-static std::string raw_text (const slot_report_t &slot, bool full)
+// The raw block as two cells: hex, and the characters beside it.
+static row_t raw_cells (const slot_report_t &slot, bool full)
 {
     if (slot.raw_result < 0) {
-        return slot.raw_result == slot.typed_result ? "-" : "(" + state_of (slot.raw_result) + ")";
+        bool is_told = slot.raw_result == slot.typed_result;
+        return {is_told ? "-" : "(" + state_of (slot.raw_result) + ")", ""};
     }
-    if (full || slot.raw.size () <= most_raw_bytes) {
-        return hex (slot.raw);
+    size_t size = full ? slot.raw.size () : std::min (slot.raw.size (), most_raw_bytes);
+    std::string more;
+    if (size < slot.raw.size ()) {
+        more = "... " + std::to_string (slot.raw.size () - size) + " more";
     }
-    bytes_t first (slot.raw.begin (), slot.raw.begin () + most_raw_bytes);
-    return hex (first) + "... " + std::to_string (slot.raw.size () - most_raw_bytes) + " more";
+    bytes_t first (slot.raw.begin (), slot.raw.begin () + size);
+    return {hex (first) + more, characters (first.data (), size)};
 }
 
 static row_t row_of (const slot_report_t &slot, bool full)
 {
-    if (slot.typed_result < 0) {
-        return {std::to_string (slot.slot), state_of (slot.typed_result), "-", "-", "-",
-                raw_text (slot, full)};
+    row_t row = {std::to_string (slot.slot), state_of (slot.typed_result), "-", "-", "-"};
+    if (slot.typed_result >= 0) {
+        row[2] = std::to_string (slot.message.length);
+        row[3] = printable (slot.message.letters);
+        row[4] = fields_text (slot.message, full ? 0 : most_field_text);
     }
-    return {std::to_string (slot.slot),
-            "ok",
-            std::to_string (slot.message.length),
-            printable (slot.message.letters),
-            fields_text (slot.message, full ? 0 : most_field_text),
-            raw_text (slot, full)};
+    row_t raw = raw_cells (slot, full);
+    row.insert (row.end (), raw.begin (), raw.end ());
+    return row;
 }
 
 std::vector<row_t> rows_of (const std::vector<slot_report_t> &slots, bool full)
 {
-    std::vector<row_t> rows = {{"SLOT", "STATE", "LENGTH", "TYPES", "FIELDS", "RAW"}};
+    std::vector<row_t> rows = {{"SLOT", "STATE", "LENGTH", "TYPES", "FIELDS", "RAW", "TEXT"}};
     for (const slot_report_t &slot : slots) {
         rows.push_back (row_of (slot, full));
     }
@@ -124,9 +130,9 @@ static json_t json_of (const slot_report_t &slot)
         std::string letter (1, static_cast<char> (field.letter));
         fields.push_back ({{"letter", letter}, {"value", field.value}});
     }
-    json_t malformed;
-    if (!slot.message.malformed.empty ()) {
-        malformed = slot.message.malformed;
+    json_t problem;
+    if (!slot.message.problem.empty ()) {
+        problem = slot.message.problem;
     }
     return {{"slot", slot.slot},
             {"state", state_of (slot.typed_result)},
@@ -134,11 +140,12 @@ static json_t json_of (const slot_report_t &slot)
             {"length", slot.message.length},
             {"types", slot.message.letters},
             {"fields", fields},
-            {"malformed", malformed},
+            {"problem", problem},
             {"left_hex", hex_digits (slot.message.left.data (), slot.message.left.size ())},
             {"raw_state", state_of (slot.raw_result)},
             {"raw_result", slot.raw_result},
-            {"raw_hex", hex_digits (slot.raw.data (), slot.raw.size ())}};
+            {"raw_hex", hex_digits (slot.raw.data (), slot.raw.size ())},
+            {"raw_text", characters (slot.raw.data (), slot.raw.size ())}};
 }
 
 static int status_of (const std::vector<slot_report_t> &slots)

@@ -86,8 +86,8 @@ std::string text_of (const request_t &request, int32_t id)
                "\n    look at: " + m.look_at + "\n";
     }
     size_t received = request.result;
-    std::string shown =
-        request.rx.size () < received ? ", " + bytes_text (request.rx.size ()) + " fetched" : "";
+    std::string fetched = request.rx.empty () ? "none" : std::to_string (request.rx.size ());
+    std::string shown = request.rx.size () < received ? ", " + fetched + " fetched" : "";
     return head + bytes_text (received) + " received" + shown + "\n" + hex_lines (request.rx);
 }
 

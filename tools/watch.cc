@@ -107,6 +107,7 @@ report_t watcher_t::run ()
         }
     }
     report.status = terminal.interrupted () ? status_ok : report.status;
+    report.text.clear ();
     report.failure.reset ();
     report.printed = true;
     return report;
