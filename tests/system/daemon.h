@@ -12,10 +12,10 @@
 // What to start. The daemon runs under q5_chassis, or under an emulator of its processor when the
 // environment of the test names one (see tests/system.cmake).
 struct daemon_options_t {
-    std::string chassis;       // text of a chassis file; empty: the built-in chassis
+    std::string chassis = "";  // text of a chassis file; empty: the built-in chassis
     bool fast = true;          // sleeps are skipped
     bool trace = false;        // see daemon_t::trace
-    std::string output;        // standard output goes to this file instead of a pipe
+    std::string output = "";   // standard output goes to this file instead of a pipe
     bool close_output = false; // nobody reads the pipe of standard output
     bool wait = true;          // for the daemon to listen
 };
