@@ -23,4 +23,5 @@ set (exports ${CMAKE_CURRENT_SOURCE_DIR}/preload.map)
 target_link_options (q5_chassis_preload PRIVATE
     -static-libstdc++ -static-libgcc -Wl,--version-script=${exports})
 set_property (TARGET q5_chassis_preload PROPERTY LINK_DEPENDS ${exports})
-install (TARGETS q5_chassis_preload LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/q5_chassis)
+install (TARGETS q5_chassis_preload
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/q5_chassis COMPONENT chassis)

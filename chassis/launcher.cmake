@@ -27,4 +27,4 @@ file (RELATIVE_PATH library_path ${CMAKE_INSTALL_FULL_BINDIR}
     ${CMAKE_INSTALL_FULL_LIBDIR}/q5_chassis/libq5_chassis.so)
 target_compile_definitions (q5_chassis PRIVATE
     Q5_VERSION="${PROJECT_VERSION}" Q5_INSTALLED_LIBRARY="${library_path}")
-install (TARGETS q5_chassis RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install (TARGETS q5_chassis RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT chassis)
