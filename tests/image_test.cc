@@ -166,15 +166,15 @@ TEST (image, dumps_whole_lines_and_a_blank_one_for_the_rest)
 {
     uint8_t bytes[40];
     for (int i = 0; i < 40; i++) {
-        bytes[i] = i + (i < 16 ? 0x39 : 0xd9); // 9 : ; < ... H, then beyond ASCII
+        bytes[i] = i + (i < 16 ? 0x39 : 0xec); // 9 : ; < ... H, then beyond ASCII and 0 to 11
     }
     const std::string first = "39 3a 3b 3c 3d 3e 3f 40 41 42 43 44 45 46 47 48 "
                               "    9 . . . . . . . A B C D E F G H \n";
-    const std::string second = "e9 ea eb ec ed ee ef f0 f1 f2 f3 f4 f5 f6 f7 f8 "
+    const std::string second = "fc fd fe ff 00 01 02 03 04 05 06 07 08 09 0a 0b "
                                "    . . . . . . . . . . . . . . . . \n";
     for (auto [n, expected] :
          {std::pair{20, first + "    \n"}, std::pair{16, first}, std::pair{32, first + second},
-          std::pair{1, "    \n"s}, std::pair{0, ""s}, std::pair{-16, ""s}}) {
+          std::pair{1, "    \n"s}, std::pair{0, ""s}, std::pair{-1, ""s}}) {
         testing::internal::CaptureStdout ();
         client.dump (bytes, n);
         EXPECT_EQ (testing::internal::GetCapturedStdout (), expected);

@@ -55,6 +55,7 @@ class reader : public testing::Test {
 TEST_F (reader, decodes_fields_in_order)
 {
     EXPECT_EQ (throwing (), "xsbhit") << "nothing begun";
+    EXPECT_EQ (r->get_bytes (0), nullptr);
     EXPECT_EQ (begin ({3, 'b', 0xff, 'r', 0xfe, 0xff, 0xfe, 0x80, 0, 0, 1, 'h', 'i', 0, 0, 7, 8}),
                13);
     EXPECT_EQ (r->get_type (), 'b');
