@@ -1,0 +1,318 @@
+// The command line up to the network: what it reads, how it takes messages apart, how it ends.
+#include "tests/fake_server.h"
+#include "tests/shell.h"
+#include "tools/batch.h"
+#include "tools/parse.h"
+#include "tools/watch.h"
+
+#include <gtest/gtest.h>
+#include <memory>
+
+using namespace std::string_literals;
+
+// What a failure says; "" when `call` throws none.
+template <typename call_t> static std::string complaint (call_t call)
+{
+    try {
+        call ();
+    } catch (failure_t &failure) {
+        EXPECT_EQ (failure.status, status_usage);
+        EXPECT_NE (failure.advice, "");
+        return failure.what;
+    }
+    return "";
+}
+
+TEST (numbers, are_decimal_or_hex_and_never_wrap)
+{
+    const std::pair<const char *, int32_t> good[] = {{"0", 0},
+                                                     {"010", 10},
+                                                     {"0x10", 16},
+                                                     {"0XfF", 255},
+                                                     {"-5", -5},
+                                                     {"-0x80000000", INT32_MIN},
+                                                     {"2147483647", INT32_MAX}};
+    for (auto &[text, value] : good) {
+        EXPECT_EQ (parse_word ("n", text), value) << text;
+    }
+    for (const char *text : {"", "-", "--1", "+1", " 1", "1 ", "0x", "0x-1", "1.5", "ten", "0xg"}) {
+        EXPECT_EQ (complaint ([&] { parse_word ("n", text); }),
+                   "n '"s + text + "' is not a number");
+    }
+    for (const char *text : {"2147483648", "-2147483649", "0x100000000", "4294967297",
+                             "18446744073709551616", "99999999999999999999999"}) {
+        EXPECT_EQ (complaint ([&] { parse_word ("n", text); }),
+                   "n '"s + text + "' is out of range");
+    }
+    EXPECT_EQ (parse_slot ("31"), 31);
+    EXPECT_NE (complaint ([] { parse_slot ("32"); }), "");
+    EXPECT_NE (complaint ([] { parse_slot ("-1"); }), "");
+}
+
+TEST (bytes, are_pairs_of_hex_digits)
+{
+    EXPECT_EQ (parse_bytes ("b", "01a0FF", 3), (bytes_t{0x01, 0xA0, 0xFF}));
+    EXPECT_EQ (parse_bytes ("b", " 01  a0\t0xffFE ", 4), (bytes_t{0x01, 0xA0, 0xFF, 0xFE}));
+    EXPECT_EQ (parse_bytes ("b", "", 0), bytes_t ());
+    EXPECT_EQ (complaint ([] { parse_bytes ("b", "01 234", 9); }),
+               "b '234' has an odd number of hex digits");
+    EXPECT_EQ (complaint ([] { parse_bytes ("b", "0g", 9); }), "b '0g' is not hex at character 2");
+    EXPECT_EQ (complaint ([] { parse_bytes ("b", "\x10\xB0", 9); }),
+               "b '\\x10\\xb0' is not hex at character 1");
+    EXPECT_EQ (complaint ([] { parse_bytes ("b", "010203", 2); }), "b has 3 bytes");
+}
+
+static std::vector<request_t> batch_of (const std::string &text)
+{
+    std::istringstream stream (text);
+    return read_batch (stream, "f");
+}
+
+TEST (batch_text, gives_requests)
+{
+    auto r =
+        batch_of ("# comment\n\n 3 0x33\r\n4 51 --tx 01 02 0a --rx 5 # more\n4 51 --rx 0 --tx ff\n"
+                  "claim\n0 2\nsend 7 1 0xff 0a 0b");
+    ASSERT_EQ (r.size (), 6u);
+    auto is = [&] (int i, int32_t slot, int32_t command, int32_t rxlen, const bytes_t &tx) {
+        return r[i].slot == slot && r[i].command == command && r[i].rxlen == rxlen && r[i].tx == tx;
+    };
+    EXPECT_TRUE (is (0, 3, 51, 4096, {}));
+    EXPECT_TRUE (is (1, 4, 51, 5, {1, 2, 10}));
+    EXPECT_TRUE (is (2, 4, 51, 0, {255}));
+    EXPECT_TRUE (is (3, 0, 1, 0, {}));
+    EXPECT_TRUE (is (4, 0, 2, 0, {}));
+    EXPECT_TRUE (is (5, 7, 147, 0, {1, 255, 10, 11}));
+}
+
+TEST (batch_text, names_the_line_that_is_wrong)
+{
+    const std::pair<const char *, const char *> lines[] = {
+        {"32 51", "f:2: slot '32' is out of range"},
+        {"x", "f:2: slot 'x' is not a number"},
+        {"3", "f:2: a command is missing behind the slot"},
+        {"3 --rx 4", "f:2: a command is missing behind the slot"},
+        {"3 51 4", "f:2: '4' is not expected here"},
+        {"3 51 --rx", "f:2: --rx has no value"},
+        {"3 51 --rx 4097", "f:2: --rx '4097' is out of range"},
+        {"3 51 --rx 1 2", "f:2: --rx '1 2' is not a number"},
+        {"3 51 --to 1", "f:2: '--to' is not expected here"},
+        {"claim 3", "f:2: '3' is not expected behind claim"},
+        {"send 3 1", "f:2: send needs SLOT, FIRST and SECOND"},
+        {"send 3 1 256", "f:2: SECOND '256' is out of range"},
+        {"send 3 1 2 --rx 4", "f:2: '--rx' is not expected here"},
+    };
+    for (auto &line : lines) {
+        std::string text = "3 51\n"s + line.first + "\n";
+        EXPECT_EQ (complaint ([&] { batch_of (text); }), line.second);
+    }
+    EXPECT_EQ (complaint ([] { batch_of (" # nothing\n"); }), "f holds no request");
+}
+
+TEST (batch_text, keeps_to_what_one_batch_may_carry)
+{
+    std::string hundred;
+    for (int i = 0; i < 100; i++) {
+        hundred += "3 51\n";
+    }
+    EXPECT_EQ (batch_of (hundred).size (), 100u);
+    EXPECT_EQ (complaint ([&] { batch_of (hundred + "3 51"); }),
+               "f:101: this is the 101st request");
+    std::string half = "3 51 --tx " + std::string (2 * 2047, '0') + "\n";
+    EXPECT_EQ (batch_of (half + half).size (), 2u);
+    EXPECT_EQ (complaint ([&] { batch_of (half + half + "3 51 --tx 00"); }),
+               "f:3: up to here the requests transmit 4095 bytes");
+    std::string most_short;
+    for (int i = 0; i < 27; i++) {
+        most_short += " 00";
+    }
+    EXPECT_EQ (batch_of ("send 3 1 2" + most_short)[0].tx.size (), 29u);
+    EXPECT_EQ (complaint ([&] { batch_of ("send 3 1 2 00" + most_short); }),
+               "f:1: BYTES has 28 bytes");
+}
+
+// The row of a slot that sent this typed message and nothing else.
+static row_t row_for (const std::string &message, const type_map_t &types)
+{
+    auto reader = std::make_unique<q5_scan_reader_t> ("", 0);
+    memset (reader->typed_buffers, 'A', sizeof (reader->typed_buffers));
+    std::copy (message.begin (), message.end (), reader->typed_buffers[31].data);
+    reader->typed_buffers[31].count = message.size ();
+    int32_t size = message.size ();
+    return rows_of ({{31, size, 0, decode_message (*reader, 31, types), {}}}, false)[1];
+}
+
+TEST (typed_message, is_shown_as_far_as_it_is_sound)
+{
+    const std::pair<std::string, std::string> messages[] = {
+        {"\x05"
+         "bhisx\xFF\xFF\xFE\x80\0\0\1a\"\x1B\0zz"s,
+         "b=255 h=65534 i=-2147483647 s=\"a\"\\x1b\" x=7a 7a"},
+        {"\1b\7\x08"s, "b=7 left: 08"},
+        {"\1x"s, "x="},
+        {"\0"s, ""},
+        {""s, ""},
+        {"\2sb\0"s, "s=\"\" problem: letter b reaches beyond the payload;"},
+        {"\2bh\1\2"s, "b=1 problem: letter h reaches beyond the payload; left: 02"},
+        {"\1i\1\2\3"s, "problem: letter i reaches beyond the payload; left: 01 02 03"},
+        {"\1sab"s, "problem: letter s reaches beyond the payload; left: 61 62"},
+        {"\2q\x01\1\2"s, "problem: letter q has no type; left: 01 02"},
+        {"\x03zb"s, "problem: it announces 3 letters, and has 2 bytes behind that; left: 7a 62"},
+        {"\x80zb"s, "problem: it announces 128 letters, and has 2 bytes behind that; left: 7a 62"},
+    };
+    for (auto &[message, fields] : messages) {
+        EXPECT_EQ (row_for (message, usual_types ())[4], fields)
+            << characters (reinterpret_cast<const uint8_t *> (message.data ()), message.size ());
+    }
+    std::string longest = "\1s" + std::string (4094, 'A');
+    EXPECT_NE (row_for (longest, usual_types ())[4].find ("reaches beyond"), std::string::npos);
+}
+
+TEST (types, give_letters_another_meaning)
+{
+    type_map_t types = parse_types ("A=bytes:2,b=string,==rest");
+    EXPECT_EQ (row_for ("\3Ab=\1\2x\0\4"s, types)[4], "A=01 02 b=\"x\" ==04");
+    EXPECT_EQ (row_for ("\1A\1"s, types)[4],
+               "problem: letter A reaches beyond the payload; left: 01");
+    EXPECT_EQ (row_for ("\1i\1\2\3\4"s, types)[4],
+               "problem: letter i has no type; left: 01 02 03 04");
+    for (const char *text : {"", "A", "A=", "A=word", "AB=int", "A=int,A=int",
+                             "A=bytes:", "A=bytes:4097", "A=bytes:-1", "A=int,,"}) {
+        EXPECT_NE (complaint ([&] { parse_types (text); }), "") << text;
+    }
+}
+
+TEST (json, holds_any_bytes)
+{
+    report_t report;
+    report.json["type"] = "\xFF\"\\\n\x01"s;
+    json_t back = json_t::parse (json_line ("identity", report));
+    EXPECT_EQ (back["type"], "\xEF\xBF\xBD\"\\\n\x01");
+    EXPECT_EQ (back["exit_status"], 0);
+}
+
+TEST (watch, marks_the_rows_that_changed)
+{
+    std::vector<row_t> before = {{"SLOT", "STATE"}, {"3", "ok"}, {"4", "ok"}};
+    std::vector<row_t> now = {{"SLOT", "STATE"}, {"3", "ok"}, {"4", "line error"}};
+    EXPECT_EQ (marked_lines ({}, now)[2], "   4     line error");
+    EXPECT_EQ (marked_lines (before, now),
+               (std::vector<std::string>{"   SLOT  STATE", "   3     ok", "*  4     line error"}));
+}
+
+TEST (program, ends_with_the_right_status)
+{
+    shell_t shell;
+    std::string identity = "Type: ABC\0Compiled on:\0Jan 12 2004\00010:22:33\0"s;
+    shell.write ("old", "\x7F\0junk"s + identity);
+    shell.write ("new", "\0\0Type: ABC\0Compiled on:\0Feb 1 2004\00000:00:00"s);
+    shell.write ("typed", "Type: ABC");
+    shell.write ("dated", "Type: ABC\0Compiled on:\0soon\0"s);
+    shell.write ("empty", "");
+    shell.write ("five", "A\xFF z\0"s);
+    shell.run ("mkdir folder; truncate -s 268435457 large; truncate -s 268435456 zeros");
+    const struct {
+        const char *line;
+        int status;
+        const char *text; // somewhere in what it says
+    } runs[] = {
+        {"q5_scan", 2, "a command is missing"},
+        {"q5_scan nonsense", 2, "'nonsense' is no command"},
+        {"q5_scan claim now", 2, "now"},
+        {"q5_scan run 3", 2, "COMMAND is required"},
+        {"q5_scan run 3 51 --tx 0", 2, "--tx '0' has an odd number"},
+        {"q5_scan send 3 1 2 $(printf '00%.0s' $(seq 28))", 2, "BYTES has 28 bytes"},
+        {"q5_scan --port 0 claim", 2, "--port '0' is out of range"},
+        {"q5_scan --host $(printf 'a%.0s' $(seq 300)) claim", 2, "300 characters"},
+        {"q5_scan --json run 3", 2, "\"kind\":\"usage\""},
+        {"q5_scan watch --interval nan", 2, "--interval 'nan'"},
+        {"q5_scan batch missing", 2, "missing cannot be read: No such file"},
+        {"q5_scan batch zeros", 2, "zeros has more than 1048576 bytes"},
+        {"echo 3 51 4 | q5_scan batch", 2, "standard input:1: '4' is not expected here"},
+        {"q5_scan claim --port 1", 3, "no connection to 127.0.0.1 port 1: Connection refused"},
+        {"q5_scan --host no.such.host.invalid claim", 3, "'no.such.host.invalid' is not known"},
+        {"q5_scan watch --port 1 --json", 3, "\"kind\":\"no connection\""},
+        {"q5_scan identity old", 0, "type: ABC\nbuilt: Jan 12 2004 10:22:33\n"},
+        {"cat new | q5_scan identity --json /dev/stdin", 0, "\"date\":\"Feb 1 2004 00:00:00\""},
+        {"q5_scan identity five", 1, "five carries no build identity"},
+        {"q5_scan identity zeros", 1, "zeros carries no build identity"},
+        {"q5_scan identity typed", 1, "no build date"},
+        {"q5_scan identity empty", 2, "empty is empty"},
+        {"q5_scan identity folder", 2, "folder cannot be read: Is a directory"},
+        {"q5_scan identity large", 2, "large has more than 268435456 bytes"},
+        {"q5_scan newer old new", 0, "new is newer: built Feb 1 2004 00:00:00"},
+        {"q5_scan newer --json new old", 0, "\"newer\":\"first\""},
+        {"q5_scan newer old old", 0, "same build date"},
+        {"q5_scan newer old dated", 1, "dated carries a build date that is none"},
+        {"q5_scan dump five", 0,
+         "41 ff 20 7a 00                                      A . . z . \n"},
+        {"q5_scan dump five --json", 0, "\"size\":5,\"data_hex\":\"41ff207a00\"}"},
+        {"q5_scan dump old > /dev/full", 1, "cannot be written: No space left"},
+        {"{ q5_scan dump zeros; echo $? >&2; } | head -n 1", 0, "\n0\n"},
+    };
+    for (auto &run : runs) {
+        outcome_t outcome = shell.run (run.line);
+        EXPECT_EQ (outcome.status, run.status) << run.line << "\n" << outcome.errors;
+        EXPECT_NE ((outcome.output + outcome.errors).find (run.text), std::string::npos)
+            << run.line << "\n"
+            << outcome.output << outcome.errors;
+        EXPECT_EQ (outcome.output.empty () || outcome.output.back () == '\n', true);
+    }
+}
+
+// Runs the command against a server that answers with these bytes alone.
+static outcome_t served (const std::string &command, const bytes_t &reply, bytes_t *sent = nullptr)
+{
+    fake_server_t server (reply);
+    outcome_t outcome =
+        shell_t ().run ("q5_scan --port " + std::to_string (server.port) + " " + command);
+    bytes_t received = server.received ();
+    if (sent) {
+        *sent = received;
+    }
+    return outcome;
+}
+
+TEST (program, tells_a_dropped_batch_from_an_end_in_the_middle)
+{
+    outcome_t dropped = served ("--id 9 run 3 51", {});
+    EXPECT_EQ (dropped.status, 4);
+    EXPECT_NE (dropped.errors.find ("another id holds the bus (this batch went out as id 9)"),
+               std::string::npos);
+    json_t object = json_t::parse (served ("--json fetch", {}).output);
+    EXPECT_EQ (object["exit_status"], 4);
+    EXPECT_EQ (object["error"]["kind"], "dropped");
+
+    outcome_t middle = served ("fetch 3 4", words ({-3, 8}) + bytes_t{1, 2, 3});
+    EXPECT_EQ (middle.status, 3);
+    EXPECT_NE (middle.errors.find ("closed the connection after 1 of 4 replies"),
+               std::string::npos);
+    EXPECT_EQ (middle.output, "");
+}
+
+TEST (program, sends_one_batch_as_the_daemon_reads_it)
+{
+    bytes_t sent;
+    outcome_t outcome =
+        served ("--id -7 batch - <<E\n3 5 --tx 0a --rx 2\n4 -6 --tx 0b0c --rx 0\nclaim\nE",
+                words ({3}) + bytes_t{0xFF, '"'} + words ({-2, -1}), &sent);
+    EXPECT_EQ (sent, (words ({-7, 3, 3, 5, 2, 1, 4, -6, 0, 2, 0, 1, 0, 0}) + bytes_t{10, 11, 12}));
+    EXPECT_EQ (outcome.status, 1);
+    EXPECT_NE (
+        outcome.output.find ("slot 3 command 5: 3 bytes received, 2 fetched\n    0000  ff 22 "),
+        std::string::npos);
+    EXPECT_NE (outcome.output.find ("slot 4 command -6: failed (-2)"), std::string::npos);
+    EXPECT_NE (outcome.output.find ("claim: refused (-1), another id holds the bus"),
+               std::string::npos);
+}
+
+TEST (program, bears_a_result_beyond_every_limit)
+{
+    outcome_t outcome =
+        served ("--json fetch 31", words ({INT32_MAX}) + bytes_t (4096, 1) + words ({-99}));
+    json_t slot = json_t::parse (outcome.output)["slots"][0];
+    EXPECT_EQ (slot["result"], INT32_MAX);
+    EXPECT_EQ (slot["length"], 4094);
+    EXPECT_EQ (slot["raw_state"], "unknown result -99");
+    EXPECT_EQ (outcome.status, 1);
+}
