@@ -8,7 +8,6 @@
 #include <sys/mman.h>
 
 constexpr uint64_t million = 1000000;
-constexpr uint64_t never = UINT64_MAX;
 
 static chassis_settings_t checked (chassis_settings_t settings)
 {
@@ -244,31 +243,28 @@ void chassis_t::run_until (uint64_t end)
     now_ = end;
 }
 
+// A character that the card has begun ends the idle time.
 uint64_t chassis_t::next_event (const scc_setup_t &setup) const
 {
-    uint64_t next = never;
-    if (transmitter_.current () && setup.tx_divider != 0) {
-        next = transmitter_.current ()->end;
-    }
-    std::optional<uint64_t> idle = receiver_.idle_deadline (setup);
+    uint64_t next = receiver_.idle_deadline (setup);
     if (card_ && card_->current ()) {
-        next = std::min (next, card_->current ()->end);
-        if (idle && card_->current ()->start < *idle) {
-            idle.reset ();
-        }
+        const line_character_t &incoming = *card_->current ();
+        next = incoming.start < next ? incoming.end : next;
     }
-    return std::min (next, idle.value_or (never));
+    if (transmitter_.current () && setup.tx_divider != 0) {
+        next = std::min (next, transmitter_.current ()->end);
+    }
+    return next;
 }
 
 void chassis_t::finish_what_ends (const scc_setup_t &setup)
 {
-    std::optional<uint64_t> idle = receiver_.idle_deadline (setup);
     if (card_ && card_->current () && card_->current ()->end <= now_) {
         deliver_to_receiver (card_->finish (), setup);
     } else if (transmitter_.current () && transmitter_.current ()->end <= now_ &&
-               setup.tx_divider) {
+               setup.tx_divider != 0) {
         deliver_to_card (transmitter_.finish (setup));
-    } else if (idle && *idle <= now_) {
+    } else if (receiver_.idle_deadline (setup) <= now_) {
         receiver_.idle_elapsed ();
     }
 }

@@ -4,6 +4,8 @@
 
 #include <stdint.h>
 
+constexpr uint64_t NEVER = UINT64_MAX;
+
 // How long a bit lasts: `bits` bits take `ticks` ticks. A ratio, so that nothing rounds up over a
 // long frame.
 struct bit_time_t {

@@ -179,11 +179,11 @@ void scc_receiver_t::close (uint16_t flags)
     ring_.advance (status & BD_RX_W);
 }
 
-std::optional<uint64_t> scc_receiver_t::idle_deadline (const scc_setup_t &setup) const
+uint64_t scc_receiver_t::idle_deadline (const scc_setup_t &setup) const
 {
     uint64_t characters = ring_.memory.read16 (SCC3_PARAM (MAX_IDL));
     if (characters == 0 || !buffer_ || buffer_->length == 0 || setup.rx_divider == 0) {
-        return std::nullopt;
+        return NEVER;
     }
     return last_end_ + characters * BITS_PER_CHARACTER * setup.rx_divider;
 }

@@ -20,8 +20,8 @@ class scc_receiver_t {
     void enable (bool enabled, uint64_t now);
     // A character at its end.
     void receive (const line_character_t &character, const scc_setup_t &setup);
-    // When idle time closes the open buffer; nothing: never.
-    std::optional<uint64_t> idle_deadline (const scc_setup_t &setup) const;
+    // When idle time closes the open buffer; may be NEVER.
+    uint64_t idle_deadline (const scc_setup_t &setup) const;
     void idle_elapsed ();
 
   private:
