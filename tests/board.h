@@ -15,7 +15,7 @@
 
 // Lines of the log: "r32 10D50 00000080" and "w16 11A50 FFFF" for the accesses, "command 08C10000",
 // and of the line that the program drives "> 133" for a character, 1 before an address.
-class board_log_t : public chassis_observer_t {
+class board_log_t final : public chassis_observer_t {
   public:
     std::vector<std::string> lines;
     std::vector<uint32_t> commands;

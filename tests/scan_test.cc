@@ -28,7 +28,8 @@ extern "C" ssize_t write (int fd, const void *bytes, size_t size)
 
 class session : public board_test {
   protected:
-    std::unique_ptr<q5_scan_server_t> server{new q5_scan_server_t};
+    q5_scan_server_t the_server;
+    q5_scan_server_t *server = &the_server;
     bytes_t reply;
 
     void SetUp () override

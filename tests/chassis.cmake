@@ -1,0 +1,6 @@
+if (NOT TARGET q5_chassis_core)
+    return ()
+endif ()
+add_executable (chassis_test chassis_test.cc)
+target_link_libraries (chassis_test PRIVATE q5_chassis_core GTest::gtest_main)
+gtest_discover_tests (chassis_test)

@@ -1,0 +1,20 @@
+# Debian packages, and the start on the board.
+if (CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+    return ()
+endif ()
+set (scripts ${CMAKE_CURRENT_SOURCE_DIR}/packaging)
+
+if (CMAKE_CROSSCOMPILING)
+    set (architecture powerpc)
+else ()
+    set (architecture amd64)
+    add_test (NAME packaging.unit
+        COMMAND ${scripts}/unit ${CMAKE_COMMAND} ${PROJECT_BINARY_DIR})
+    if (TARGET q5_chassis)
+        add_test (NAME packaging.init COMMAND ${scripts}/init ${PROJECT_SOURCE_DIR}/packaging/init/q5_scand
+            $<TARGET_FILE:q5_chassis> $<TARGET_FILE:q5_scand>)
+        set_property (TEST packaging.init PROPERTY RESOURCE_LOCK port1971)
+    endif ()
+endif ()
+add_test (NAME packaging.packages COMMAND ${scripts}/packages ${CMAKE_CPACK_COMMAND}
+    ${PROJECT_BINARY_DIR} ${PROJECT_VERSION} ${architecture})
