@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <memory>
+#include <sstream>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/ioctl.h>
@@ -39,12 +40,15 @@ const std::vector<word_t> set_up = {
     {0x824E, 2, 0},       {0x8250, 2, 0x8000},  {0x8260, 2, 0xC0FF},      //
     {0x11A50, 2, 0xFFFF}, {0x11A54, 2, 0},
 };
+struct flip_t {
+    unsigned offset, bits;
+};
 constexpr uint32_t buffers = 0x01F40000;
 
 struct board_test : testing::Test {
     chassis_settings_t settings;
     std::unique_ptr<chassis_t> board;
-    std::vector<word_t> flipped; // bits that every write to these registers gets wrong
+    flip_t flipped{0, 0};        // bits that every write to this register gets wrong
     uint32_t code = 17;          // slot 3
     uint32_t divider = 0x10008;  // BRGC4
     uint32_t rx_status = 0xA000; // of the receive descriptor
@@ -59,9 +63,7 @@ struct board_test : testing::Test {
     }
     void write (uint32_t offset, int width, uint32_t value)
     {
-        for (const word_t &flip : flipped) {
-            value ^= flip.offset == offset ? flip.value : 0;
-        }
+        value ^= flipped.offset == offset ? flipped.bits : 0;
         board->write (offset, width, value);
     }
     void power_up ()
@@ -136,84 +138,40 @@ struct board_test : testing::Test {
 
 constexpr const char *good = "2480 01 62 2A";
 
+// Outcomes, and the registers with the bits that are wrong in every write to them.
 TEST_F (board_test, a_wrong_bit_anywhere_makes_the_bus_fail)
 {
     EXPECT_EQ (play (), good);
-    struct row_t {
-        word_t flip;
-        const char *outcome;
+    const std::vector<std::pair<const char *, const char *>> table = {
+        {"unsent", "119FC:10000 119FC:20000 119FC:4000 119FC:2000"}, // BRGC4
+        {"silent", "119FC:2 119FC:1"},
+        {"unsent", "11B08:100 11B08:8000 11B08:4000"}, // CMXSCR
+        {"silent", "11B08:800"},
+        {"unsent", "11A40:1 11A40:10 11A40:100000 11A44:1"}, // GSMR_L, GSMR_H
+        {"silent", "11A40:10000 11A40:4000 11A40:20 11A44:20"},
+        {"unsent", "11A48:8000 11A48:200"}, // PSMR, DSR
+        {"silent", "11A48:4000 11A48:1000 11A48:400 11A48:C00 11A48:100 11A48:80 11A48:40"},
+        {"silent", "11A48:10 11A4E:100"},
+        {"2400 5A 01 62 2A", "11A48:800"},                                      // by hand
+        {"silent", "10D24:800000 10D28:20000 10D20:20000"},                     // port B
+        {"silent", "10D44:80 10D48:1 10D4C:10 10D40:40 10D50:80 10D50:20"},     // port C
+        {"silent", "10D64:80 10D68:80 10D6C:80 10D60:80"},                      // TXD3
+        {"silent", "10D64:40 10D68:40 10D6C:40 10D60:40"},                      // RXD3
+        {"silent", "8200:4 8200:8 8204:8 8206:1000 8248:1 8248:100 824E:2133"}, // parameters
+        {"unsent", "8202:4 8202:80 8205:8"},                                    //
+        {good, "824A:FF"},                                                      //
+        {"2480 01 62", "8206:1002 8250:8062"},                                  //
+        {"2480 01 2A", "8250:C062"},                                            //
+        {"unsent", "1000:8000 1002:1 100C:80000000"},                           // descriptors
+        {"silent", "1000:400 1010:400 1024:80000000"},                          //
+        {"2000", "1020:8000"},
     };
-    for (const row_t &row : std::vector<row_t>{
-             {{0x119FC, 4, 0x10000}, "unsent"},
-             {{0x119FC, 4, 0x20000}, "unsent"}, // BRGC4
-             {{0x119FC, 4, 0x04000}, "unsent"},
-             {{0x119FC, 4, 0x02000}, "unsent"},
-             {{0x119FC, 4, 0x00002}, "silent"},
-             {{0x119FC, 4, 0x00001}, "silent"},
-             {{0x11B08, 4, 0x00100}, "unsent"},
-             {{0x11B08, 4, 0x00800}, "silent"}, // CMXSCR
-             {{0x11B08, 4, 0x08000}, "unsent"},
-             {{0x11B08, 4, 0x04000}, "unsent"},
-             {{0x11A40, 4, 0x00001}, "unsent"},
-             {{0x11A40, 4, 0x100000}, "unsent"}, // GSMR_L
-             {{0x11A40, 4, 0x10000}, "silent"},
-             {{0x11A40, 4, 0x04000}, "silent"},
-             {{0x11A40, 4, 0x00010}, "unsent"},
-             {{0x11A40, 4, 0x00020}, "silent"},
-             {{0x11A44, 4, 0x00020}, "silent"},
-             {{0x11A44, 4, 0x00001}, "unsent"}, // GSMR_H
-             {{0x11A48, 2, 0x8000}, "unsent"},
-             {{0x11A48, 2, 0x0200}, "unsent"}, // PSMR
-             {{0x11A48, 2, 0x4000}, "silent"},
-             {{0x11A48, 2, 0x1000}, "silent"},
-             {{0x11A48, 2, 0x0400}, "silent"},
-             {{0x11A48, 2, 0x0C00}, "silent"},
-             {{0x11A48, 2, 0x0100}, "silent"},
-             {{0x11A48, 2, 0x0080}, "silent"},
-             {{0x11A48, 2, 0x0040}, "silent"},
-             {{0x11A48, 2, 0x0010}, "silent"},
-             {{0x11A48, 2, 0x0800}, "2400 5A 01 62 2A"}, // manual: the address is stored
-             {{0x11A4E, 2, 0x0100}, "silent"},           // DSR
-             {{0x10D24, 4, 0x800000}, "silent"},
-             {{0x10D28, 4, 0x20000}, "silent"}, // port B
-             {{0x10D20, 4, 0x20000}, "silent"},
-             {{0x10D44, 4, 0x80}, "silent"},
-             {{0x10D48, 4, 0x01}, "silent"}, // port C
-             {{0x10D4C, 4, 0x10}, "silent"},
-             {{0x10D40, 4, 0x40}, "silent"},
-             {{0x10D50, 4, 0x80}, "silent"},
-             {{0x10D50, 4, 0x20}, "silent"},
-             {{0x10D64, 4, 0x80}, "silent"},
-             {{0x10D64, 4, 0x40}, "silent"}, // port D
-             {{0x10D68, 4, 0x80}, "silent"},
-             {{0x10D68, 4, 0x40}, "silent"},
-             {{0x10D6C, 4, 0x80}, "silent"},
-             {{0x10D6C, 4, 0x40}, "silent"},
-             {{0x10D60, 4, 0x80}, "silent"},
-             {{0x10D60, 4, 0x40}, "silent"},
-             {{0x8200, 2, 0x0004}, "silent"},
-             {{0x8202, 2, 0x0004}, "unsent"}, // RBASE, TBASE
-             {{0x8200, 2, 0x0008}, "silent"},
-             {{0x8202, 2, 0x0080}, "unsent"},
-             {{0x8204, 1, 0x08}, "silent"},
-             {{0x8205, 1, 0x08}, "unsent"}, // RFCR, TFCR
-             {{0x8206, 2, 0x1000}, "silent"},
-             {{0x8206, 2, 0x1002}, "2480 01 62"}, // MRBLR
-             {{0x8248, 2, 0x0001}, "silent"},
-             {{0x8248, 2, 0x0100}, "silent"}, // UADDR1
-             {{0x824A, 2, 0x00FF}, good},
-             {{0x824E, 2, 0x2133}, "silent"}, // TOSEQ
-             {{0x8250, 2, 0x8062}, "2480 01 62"},
-             {{0x8250, 2, 0xC062}, "2480 01 2A"}, // CHARACTER1
-             {{0x1020, 2, 0x8000}, "2000"},
-             {{0x1024, 4, 0x80000000}, "silent"}, // descriptors
-             {{0x1000, 2, 0x8000}, "unsent"},
-             {{0x100C, 4, 0x80000000}, "unsent"},
-             {{0x1000, 2, 0x0400}, "silent"},
-             {{0x1010, 2, 0x0400}, "silent"},
-         }) {
-        flipped = {row.flip};
-        EXPECT_EQ (play (), row.outcome) << std::hex << row.flip.offset << " " << row.flip.value;
+    for (const auto &[expected, flips] : table) {
+        std::istringstream text (flips);
+        for (std::string flip; text >> flip;) {
+            ASSERT_EQ (sscanf (flip.c_str (), "%x:%x", &flipped.offset, &flipped.bits), 2);
+            EXPECT_EQ (play (), expected) << flip;
+        }
     }
 }
 
@@ -228,8 +186,6 @@ TEST_F (board_test, commands_only_work_when_whole_and_in_time)
     EXPECT_EQ (play (), good);
     init = 0;
     EXPECT_EQ (transfer (), good) << "the pointers have wrapped by themselves";
-    board->driver_request (3, 0x08C10000);
-    EXPECT_EQ (transfer (), good) << "stopped, initialised";
     board->driver_request (3, 0x08C10000); // while enabled
     EXPECT_EQ (transfer (), "unsent");
     settings.board.cpcr = 5;
@@ -313,9 +269,9 @@ TEST_F (board_test, receives_what_the_manual_says)
     EXPECT_EQ (word (0x11A50), 0x0004u) << "no buffer";
     rx_status = 0xA000;
     settings.card (3).fails (fault_t::missing_end);
-    flipped = {{0x8238, 2, 3}};
+    flipped = {0x8238, 3};
     EXPECT_EQ (play (), "2480 01 02") << "closed by idle time";
-    flipped.clear ();
+    flipped = {0, 0};
     settings.card (3).fails (fault_t::none).answer[0x33].bytes.assign (5000, 7);
     play ();
     EXPECT_EQ (word (0x1022), 4096u) << "the rest is lost";
@@ -359,24 +315,17 @@ TEST_F (board_test, each_card_has_its_code_and_its_bit_rate)
         uint32_t code, divider, bit_rate;
         bool answers;
     };
-    for (const row_t &row : std::vector<row_t>{
-             {0, 31, 0x10008, 0, true},
-             {1, 19, 0x10008, 0, true},
-             {20, 0, 0x10008, 0, true},
-             {23, 22, 0x10030, 0, true},
-             {24, 23, 0x10030, 0, true},
-             {27, 26, 0x10008, 0, true},
-             {30, 29, 0x10008, 0, true},
-             {3, 16, 0x10008, 0, false},
-             {31, 30, 0x10008, 0, false},
-             {3, 17 + 32, 0x10008, 0, false},
-             {23, 22, 0x10008, 0, false},
-             {3, 17, 0x10030, 0, false},
-             {3, 17, 0x10008, 858000, true},
-             {3, 17, 0x10008, 860000, false},
-             {3, 17, 0x10008, 794000, true},
-             {3, 17, 0x10008, 792000, false},
-         }) {
+    const std::vector<row_t> rows = {
+        {0, 31, 0x10008, 0, true},      {1, 19, 0x10008, 0, true},       //
+        {20, 0, 0x10008, 0, true},      {23, 22, 0x10030, 0, true},      //
+        {24, 23, 0x10030, 0, true},     {27, 26, 0x10008, 0, true},      //
+        {30, 29, 0x10008, 0, true},     {3, 16, 0x10008, 0, false},      //
+        {31, 30, 0x10008, 0, false},    {3, 17 + 32, 0x10008, 0, false}, //
+        {23, 22, 0x10008, 0, false},    {3, 17, 0x10030, 0, false},      //
+        {3, 17, 0x10008, 858000, true}, {3, 17, 0x10008, 860000, false}, //
+        {3, 17, 0x10008, 794000, true}, {3, 17, 0x10008, 792000, false},
+    };
+    for (const row_t &row : rows) {
         settings.cards.clear ();
         settings.card (row.slot).answers (0x33, {0x01, 'b', 0x2A}).bit_rate = row.bit_rate;
         code = row.code;
@@ -420,9 +369,9 @@ TEST_F (board_test, only_a_whole_request_is_answered)
 {
     data.clear ();
     EXPECT_EQ (play (), good);
-    flipped = {{0x100A, 2, 3}}; // one character instead of two
+    flipped = {0x100A, 3}; // one character instead of two
     EXPECT_EQ (play (), "silent");
-    flipped.clear ();
+    flipped = {0, 0};
     power_up ();
     start ();
     board->memory ().physical (buffers)[1] = 0x34; // the second command
@@ -555,9 +504,6 @@ TEST_F (door_test, each_access_arrives_once_at_its_width)
     *at<uint32_t> (view, 0x1000) &= htobe32 (0x0030);
     *at<uint8_t> (view, 0x1003) ^= 0x01;
     EXPECT_EQ (board->memory ().read32 (0x1000), 0x31u);
-    EXPECT_TRUE (*at<uint8_t> (view, 0x1003) & 0x10);
-    EXPECT_FALSE (*at<uint8_t> (view, 0x1003) == 0x30);
-    EXPECT_TRUE (static_cast<int8_t> (*at<uint8_t> (view, 0x1006)) < 0 || byte == 0);
 }
 
 #ifdef __x86_64__
