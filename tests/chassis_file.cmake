@@ -4,7 +4,7 @@ endif ()
 
 add_executable (chassis_file_test chassis_file_test.cc)
 target_link_libraries (chassis_file_test PRIVATE q5_chassis_file GTest::gtest_main)
-gtest_discover_tests (chassis_file_test)
+discover_tests (chassis_file_test)
 
 # The launcher becomes another program, which an emulated launcher cannot.
 if (TARGET q5_chassis_preload AND NOT CMAKE_CROSSCOMPILING)
@@ -14,5 +14,5 @@ if (TARGET q5_chassis_preload AND NOT CMAKE_CROSSCOMPILING)
         Q5_LAUNCHER="$<TARGET_FILE:q5_chassis>" Q5_PROBE="$<TARGET_FILE:launcher_probe>")
     target_link_libraries (launcher_test PRIVATE GTest::gtest_main)
     add_dependencies (launcher_test q5_chassis q5_chassis_preload launcher_probe)
-    gtest_discover_tests (launcher_test)
+    discover_tests (launcher_test)
 endif ()

@@ -8,7 +8,7 @@ if (NOT CMAKE_CROSSCOMPILING)
         Q5_PROGRAM="${CMAKE_CURRENT_SOURCE_DIR}/installed")
     target_link_libraries (install_test PRIVATE GTest::gtest_main)
     add_dependencies (install_test q5_net q5_scan_client)
-    gtest_discover_tests (install_test)
+    discover_tests (install_test)
 endif ()
 
 include (system/protocol_doc.cmake)

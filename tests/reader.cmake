@@ -1,6 +1,6 @@
 add_executable (client_test client_test.cc)
 target_link_libraries (client_test PRIVATE q5_scan_client GTest::gtest_main)
-gtest_discover_tests (client_test)
+discover_tests (client_test)
 
 # The client side, once with a signed and once with an unsigned char: processors differ in theirs.
 foreach (sign signed unsigned)
@@ -15,7 +15,7 @@ function (add_char_test name)
         add_executable (${name}_${sign}_test ${name}_test.cc)
         target_link_libraries (${name}_${sign}_test PRIVATE q5_scan_client_${sign}
             GTest::gtest_main)
-        gtest_discover_tests (${name}_${sign}_test TEST_SUFFIX .${sign}_char)
+        discover_tests (${name}_${sign}_test TEST_SUFFIX .${sign}_char)
     endforeach ()
 endfunction ()
 

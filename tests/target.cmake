@@ -3,7 +3,7 @@
 if (TARGET q5_chassis_core)
     add_executable (target_test target_test.cc)
     target_link_libraries (target_test PRIVATE q5_scanp q5_chassis_core GTest::gtest_main)
-    gtest_discover_tests (target_test)
+    discover_tests (target_test)
 endif ()
 
 # Sanitizers add code and symbols of their own.
@@ -24,4 +24,4 @@ if (CMAKE_SYSTEM_PROCESSOR MATCHES "ppc|powerpc")
         Q5_CODE="${CMAKE_CURRENT_BINARY_DIR}/transfer.code")
 endif ()
 target_link_libraries (target_code_test PRIVATE GTest::gtest_main)
-gtest_discover_tests (target_code_test)
+discover_tests (target_code_test)

@@ -208,6 +208,7 @@ TEST (program, ends_with_the_right_status)
     shell.write ("new", "\0\0Type: ABC\0Compiled on:\0Feb 1 2004\00000:00:00"s);
     shell.write ("typed", "Type: ABC");
     shell.write ("dated", "Type: ABC\0Compiled on:\0soon\0"s);
+    shell.write ("endless", "Type: " + std::string (100000, 'A') + "\0Compiled on:\0Jan"s);
     shell.write ("empty", "");
     shell.write ("five", "A\xFF z\0"s);
     shell.run ("mkdir folder; truncate -s 268435457 large; truncate -s 268435456 zeros");
@@ -233,10 +234,12 @@ TEST (program, ends_with_the_right_status)
         {"q5_scan --host no.such.host.invalid claim", 3, "'no.such.host.invalid' is not known"},
         {"q5_scan watch --port 1 --json", 3, "\"kind\":\"no connection\""},
         {"q5_scan identity old", 0, "type: ABC\nbuilt: Jan 12 2004 10:22:33\n"},
-        {"cat new | q5_scan identity --json /dev/stdin", 0, "\"date\":\"Feb 1 2004 00:00:00\""},
+        {"cat new | q5_scan identity --json -" |
+         q5_scan identity-- json / dev / stdin ", 0, "\"date\":\"Feb 1 2004 00:00:00\""},
         {"q5_scan identity five", 1, "five carries no build identity"},
         {"q5_scan identity zeros", 1, "zeros carries no build identity"},
         {"q5_scan identity typed", 1, "no build date"},
+        {"q5_scan identity endless", 1, "but no build identity behind it"},
         {"q5_scan identity empty", 2, "empty is empty"},
         {"q5_scan identity folder", 2, "folder cannot be read: Is a directory"},
         {"q5_scan identity large", 2, "large has more than 268435456 bytes"},

@@ -4,5 +4,5 @@ if (TARGET q5_test_daemon)
     target_compile_definitions (protocol_doc_test PRIVATE
         Q5_PROTOCOL_PAGE="${PROJECT_SOURCE_DIR}/docs/protocol.md")
     target_link_libraries (protocol_doc_test PRIVATE q5_test_daemon GTest::gtest_main)
-    gtest_discover_tests (protocol_doc_test PROPERTIES RESOURCE_LOCK port1971)
+    discover_tests (protocol_doc_test PROPERTIES RESOURCE_LOCK port1971)
 endif ()
