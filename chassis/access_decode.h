@@ -19,8 +19,10 @@ struct accessed_place_t {
 // behind the instruction. Returns false, with nothing done, for an instruction it does not know.
 bool carry_out_access (ucontext_t &context, uintptr_t address, accessed_place_t &place);
 
-// Whether the fault was a store; false where the processor does not tell.
+// Whether the instruction at which the program stopped stores.
 bool fault_was_store (const ucontext_t &context);
+
+uintptr_t program_counter (const ucontext_t &context);
 
 // The program counter and the instruction's bytes, for a message.
 std::string describe_instruction (const ucontext_t &context);

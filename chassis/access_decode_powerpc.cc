@@ -61,9 +61,14 @@ static form_t form_of (uint32_t instruction)
     return primary == 31 ? indexed_form (instruction >> 1 & 0x3FF) : displacement_form (primary);
 }
 
+uintptr_t program_counter (const ucontext_t &context)
+{
+    return context.uc_mcontext.uc_regs->gregs[PT_NIP];
+}
+
 static uint32_t instruction_at (const ucontext_t &context)
 {
-    return *reinterpret_cast<const uint32_t *> (context.uc_mcontext.uc_regs->gregs[PT_NIP]);
+    return *reinterpret_cast<const uint32_t *> (program_counter (context));
 }
 
 static uint32_t reversed (uint32_t value, int width)
@@ -116,7 +121,7 @@ std::string describe_instruction (const ucontext_t &context)
 {
     char text[64];
     snprintf (text, sizeof (text), "at 0x%08X, word %08X",
-              static_cast<unsigned> (context.uc_mcontext.uc_regs->gregs[PT_NIP]),
+              static_cast<unsigned> (program_counter (context)),
               static_cast<unsigned> (instruction_at (context)));
     return text;
 }

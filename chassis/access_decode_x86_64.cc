@@ -317,10 +317,15 @@ bool fault_was_store (const ucontext_t &context)
     return context.uc_mcontext.gregs[REG_ERR] & 2; // of the page fault's error code
 }
 
+uintptr_t program_counter (const ucontext_t &context)
+{
+    return static_cast<uintptr_t> (context.uc_mcontext.gregs[REG_RIP]);
+}
+
 std::string describe_instruction (const ucontext_t &context)
 {
     constexpr int shown = 8; // longer than the part that tells
-    auto *code = reinterpret_cast<const uint8_t *> (context.uc_mcontext.gregs[REG_RIP]);
+    auto *code = reinterpret_cast<const uint8_t *> (program_counter (context));
     char text[64];
     int length = snprintf (text, sizeof (text), "at %p, bytes", static_cast<const void *> (code));
     std::string result (text, static_cast<size_t> (length));

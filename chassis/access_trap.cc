@@ -68,8 +68,12 @@ static void forward (int signal, siginfo_t *info, void *context)
     abort ();
 }
 
+// A jump into the view is no access.
 static bool is_permitted (const trapped_view_t &view, const ucontext_t &context)
 {
+    if (find_view (reinterpret_cast<const uint8_t *> (program_counter (context))) != nullptr) {
+        return false;
+    }
     return view.protection & (fault_was_store (context) ? PROT_WRITE : PROT_READ);
 }
 
