@@ -138,8 +138,7 @@ std::vector<request_t> read_batch (std::istream &text, const std::string &name)
 
 std::vector<request_t> read_batch_file (const std::string &path)
 {
-    bool is_input = path == "-";
-    file_bytes_t file = read_file (is_input ? "/dev/stdin" : path, most_text);
+    file_bytes_t file = read_file (path, most_text);
     std::istringstream text (std::string (file.bytes.get (), file.size));
-    return read_batch (text, is_input ? "standard input" : path);
+    return read_batch (text, shown_name (path));
 }

@@ -43,7 +43,7 @@ struct message_t {
     std::string letters;
     int32_t length = 0; // payload bytes
     std::vector<field_t> fields;
-    bytes_t left;          // payload behind the last field
+    bytes_t left;        // payload behind the last field
     std::string problem; // why the fields end early; empty when the message is sound
 };
 

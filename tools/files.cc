@@ -12,13 +12,24 @@
 constexpr size_t first_room = 1 << 16;
 constexpr size_t closing_nuls = 2;
 
+// Standard input need not be a file that can be opened by name.
+static bool is_input (const std::string &path)
+{
+    return path == "-";
+}
+
+std::string shown_name (const std::string &path)
+{
+    return is_input (path) ? "standard input" : path;
+}
+
 // An open descriptor, closed with the object.
 class descriptor_t {
   public:
     const int fd;
 
     explicit descriptor_t (const std::string &path)
-        : fd (open (path.c_str (), O_RDONLY | O_CLOEXEC))
+        : fd (is_input (path) ? dup (STDIN_FILENO) : open (path.c_str (), O_RDONLY | O_CLOEXEC))
     {}
     ~descriptor_t ()
     {
@@ -31,13 +42,13 @@ class descriptor_t {
 
 [[noreturn]] static void cannot_read (const std::string &path, int reason)
 {
-    usage_failure (path + " cannot be read: " + strerror (reason),
+    usage_failure (shown_name (path) + " cannot be read: " + strerror (reason),
                    "Give the name of a file that you may read.");
 }
 
 [[noreturn]] static void too_large (const std::string &path, size_t most)
 {
-    usage_failure (path + " has more than " + std::to_string (most) + " bytes",
+    usage_failure (shown_name (path) + " has more than " + std::to_string (most) + " bytes",
                    "Is it the right file? Larger ones are not taken.");
 }
 
@@ -83,7 +94,7 @@ file_bytes_t read_file (const std::string &path, size_t most)
         too_large (path, most);
     }
     if (size == 0) {
-        usage_failure (path + " is empty", "Give a file with something in it.");
+        usage_failure (shown_name (path) + " is empty", "Give a file with something in it.");
     }
     std::fill_n (bytes.get () + size, closing_nuls, '\0');
     return {std::move (bytes), static_cast<int32_t> (size)};

@@ -12,7 +12,7 @@
 
 constexpr size_t bytes_a_line = 16;
 constexpr size_t bytes_at_once = 1 << 16; // of a dump, before the output is looked at again
-constexpr size_t most_shown = 200;        // characters of a type or a date
+constexpr size_t most_text = 1000;        // characters of an identity text
 
 struct identity_t {
     std::string type;
@@ -37,7 +37,10 @@ static identity_t read_identity (const std::string &path)
     images.find_version (file.bytes.get (), file.size, version.get ());
     size_t size = strlen (version.get ()) + 1;
     if (size == 1) {
-        no_identity (path, "carries no build identity");
+        no_identity (shown_name (path), "carries no build identity");
+    }
+    if (size > most_text) {
+        no_identity (shown_name (path), "carries \"Type: \", but no build identity behind it");
     }
     std::unique_ptr<char[]> line (new char[size]);
     identity_t found;
@@ -45,14 +48,9 @@ static identity_t read_identity (const std::string &path)
         found.type = images.version_type (version.get (), line.get ());
         found.date = images.version_date (version.get (), line.get ());
     } catch (exception_t &) {
-        no_identity (path, "carries a type, but no build date");
+        no_identity (shown_name (path), "carries a type, but no build date");
     }
     return found;
-}
-
-static std::string shown (const std::string &text)
-{
-    return shortened (printable (text), most_shown);
 }
 
 static json_t json_of (const std::string &path, const identity_t &found)
@@ -64,7 +62,7 @@ report_t identity (const std::string &path)
 {
     identity_t found = read_identity (path);
     report_t report;
-    report.text = "type: " + shown (found.type) + "\nbuilt: " + shown (found.date) + "\n";
+    report.text = "type: " + printable (found.type) + "\nbuilt: " + printable (found.date) + "\n";
     report.json = json_of (path, found);
     return report;
 }
@@ -74,7 +72,8 @@ static void check_date (const std::string &path, const identity_t &found)
     try {
         images.compare_dates (found.date.c_str (), found.date.c_str ());
     } catch (exception_t &) {
-        no_identity (path, "carries a build date that is none: " + shown (found.date));
+        no_identity (shown_name (path),
+                     "carries a build date that is none: " + printable (found.date));
     }
 }
 
@@ -88,15 +87,15 @@ report_t newer (const std::string &first, const std::string &second)
 
     report_t report;
     if (order == 0) {
-        report.text = "same build date: " + shown (a.date) + "\n";
+        report.text = "same build date: " + printable (a.date) + "\n";
     } else {
         report.text = printable (order > 0 ? first : second) + " is newer: built " +
-                      shown (order > 0 ? a.date : b.date) + ", the other " +
-                      shown (order > 0 ? b.date : a.date) + "\n";
+                      printable (order > 0 ? a.date : b.date) + ", the other " +
+                      printable (order > 0 ? b.date : a.date) + "\n";
     }
     if (a.type != b.type) {
         report.text +=
-            "note: the types differ: " + shown (a.type) + " and " + shown (b.type) + "\n";
+            "note: the types differ: " + printable (a.type) + " and " + printable (b.type) + "\n";
     }
     report.json["newer"] = order > 0 ? "first" : order < 0 ? "second" : "same";
     report.json["images"] = {json_of (first, a), json_of (second, b)};

@@ -32,11 +32,17 @@ static report_t run (const choice_t &choice, globals_t &globals, const std::stri
     return choice.work ();
 }
 
+static std::string name_of_command (const CLI::App &app)
+{
+    std::vector<CLI::App *> commands = app.get_subcommands ();
+    return commands.empty () ? "" : commands.front ()->get_name ();
+}
+
 // CLI11 tells of a missing command before it tells of a word that is none.
 static std::string what_is_wrong (const CLI::App &app, const CLI::ParseError &e)
 {
     std::vector<std::string> unknown = app.remaining ();
-    if (!app.get_subcommands ().empty ()) {
+    if (!name_of_command (app).empty ()) {
         return e.what ();
     }
     return unknown.empty () ? "a command is missing" : "'" + unknown.front () + "' is no command";
@@ -65,6 +71,7 @@ static report_t parse_and_run (CLI::App &app, int argc, char **argv, choice_t &c
         report.printed = true;
         return report;
     } catch (CLI::ParseError &e) {
+        choice.name = name_of_command (app);
         return report_of (
             {status_usage, what_is_wrong (app, e), "See q5_scan --help, or man q5_scan."});
     } catch (failure_t &failure) {
