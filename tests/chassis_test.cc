@@ -188,8 +188,15 @@ TEST_F (board_test, commands_only_work_when_whole_and_in_time)
     EXPECT_EQ (transfer (), good) << "the pointers have wrapped by themselves";
     board->driver_request (3, 0x08C10000); // while enabled
     EXPECT_EQ (transfer (), "unsent");
-    settings.board.cpcr = 5;
     init = 0x08C10000;
+    power_up ();
+    start ();
+    write (0x11A40, 4, 0x28024);
+    board->driver_request (3, init); // while only the receiver is enabled
+    write (0x11A40, 4, 0x28034);
+    board->advance (110000);
+    EXPECT_EQ (outcome (), "silent");
+    settings.board.cpcr = 5;
     EXPECT_EQ (play (), "unsent");
     EXPECT_EQ (board->driver_request (3, init), 5);
 }
@@ -257,6 +264,13 @@ TEST_F (board_test, receives_what_the_manual_says)
     EXPECT_EQ (play (), "2480") << "no data";
     settings.card (3).echoes (0x33);
     EXPECT_EQ (play (), "2480 01 02");
+    power_up ();
+    start ();
+    board->advance (187); // in the address of the answer
+    write (0x11A40, 4, 0x28014);
+    write (0x11A40, 4, 0x28034);
+    board->advance (110000);
+    EXPECT_EQ (outcome (), "silent") << "enabled too late";
     rx_status = 0xB000;
     EXPECT_EQ (play (), "3480 01 02");
     EXPECT_EQ (word (0x11A50), 0x0001u);
@@ -337,7 +351,7 @@ TEST_F (board_test, each_card_has_its_code_and_its_bit_rate)
 TEST_F (board_test, a_card_listens_and_answers_only_while_it_is_selected)
 {
     settings.card (3).after (1000);
-    for (uint64_t when : {50, 90}) { // in the frame, before the answer
+    for (uint64_t when : {5, 50, 90}) { // in the opening, in the frame, before the answer
         power_up ();
         start ();
         board->advance (when);
@@ -372,11 +386,13 @@ TEST_F (board_test, only_a_whole_request_is_answered)
     flipped = {0x100A, 3}; // one character instead of two
     EXPECT_EQ (play (), "silent");
     flipped = {0, 0};
-    power_up ();
-    start ();
-    board->memory ().physical (buffers)[1] = 0x34; // the second command
-    board->advance (110000);
-    EXPECT_EQ (outcome (), "silent");
+    for (int wrong : {1, 2}) { // the second command, the closing address
+        power_up ();
+        start ();
+        board->memory ().physical (buffers)[wrong] ^= 0x01;
+        board->advance (110000);
+        EXPECT_EQ (outcome (), "silent") << wrong;
+    }
 }
 
 TEST_F (board_test, a_trace_tells_what_happened)
