@@ -31,40 +31,25 @@ TEST (exception, prints_the_message_and_one_newline_or_nothing)
     EXPECT_EQ (testing::internal::GetCapturedStdout (), "a 7\n");
 }
 
-static void read_with_null ()
-{
-    null_object<kp_literate_t> ()->read_fully (-1, nullptr, 0);
-}
-
-static void write_with_null ()
-{
-    null_object<kp_literate_t> ()->write_fully (-1, nullptr, 0);
-}
-
 TEST (kp_literate, checks_speak_in_their_order)
 {
     kp_literate_t io;
+    kp_literate_t *null = null_object<kp_literate_t> ();
     char buffer[8];
-    const std::string module = "kp_literate.cc";
-    const std::string text = "fd >= 0 && buffer && length > 0";
-    EXPECT_EQ (message_of (read_with_null), assertion (module, 11, "this"));
-    EXPECT_EQ (message_of (write_with_null), assertion (module, 26, "this"));
-    for (auto [fd, p, length] : {std::tuple<int, char *, int>{-1, buffer, 1},
-                                 {0, nullptr, 1},
-                                 {0, buffer, 0},
-                                 {0, buffer, -1}}) {
-        EXPECT_EQ (
-            message_of ([&, fd = fd, p = p, length = length] { io.read_fully (fd, p, length); }),
-            assertion (module, 12, text));
-        EXPECT_EQ (
-            message_of ([&, fd = fd, p = p, length = length] { io.write_fully (fd, p, length); }),
-            assertion (module, 27, text));
-    }
-    EXPECT_EQ (message_of ([&] { io.gets (nullptr, 8, -1); }),
-               assertion (module, 43, "buffer && size > 0"));
-    EXPECT_EQ (message_of ([&] { io.gets (buffer, 0, -1); }),
-               assertion (module, 43, "buffer && size > 0"));
-    EXPECT_EQ (message_of ([&] { io.gets (buffer, 1, -1); }), assertion (module, 44, "fd >= 0"));
+    const std::string text = " (fd >= 0 && buffer && length > 0)";
+    EXPECT_ASSERTION (null->read_fully (-1, nullptr, 0), "kp_literate.cc:11 (this)");
+    EXPECT_ASSERTION (null->write_fully (-1, nullptr, 0), "kp_literate.cc:26 (this)");
+    EXPECT_ASSERTION (io.read_fully (-1, buffer, 1), "kp_literate.cc:12" + text);
+    EXPECT_ASSERTION (io.read_fully (0, nullptr, 1), "kp_literate.cc:12" + text);
+    EXPECT_ASSERTION (io.read_fully (0, buffer, 0), "kp_literate.cc:12" + text);
+    EXPECT_ASSERTION (io.read_fully (0, buffer, -1), "kp_literate.cc:12" + text);
+    EXPECT_ASSERTION (io.write_fully (-1, buffer, 1), "kp_literate.cc:27" + text);
+    EXPECT_ASSERTION (io.write_fully (0, nullptr, 1), "kp_literate.cc:27" + text);
+    EXPECT_ASSERTION (io.write_fully (0, buffer, 0), "kp_literate.cc:27" + text);
+    EXPECT_ASSERTION (io.write_fully (0, buffer, -1), "kp_literate.cc:27" + text);
+    EXPECT_ASSERTION (io.gets (nullptr, 8, -1), "kp_literate.cc:43 (buffer && size > 0)");
+    EXPECT_ASSERTION (io.gets (buffer, 0, -1), "kp_literate.cc:43 (buffer && size > 0)");
+    EXPECT_ASSERTION (io.gets (buffer, 1, -1), "kp_literate.cc:44 (fd >= 0)");
 }
 
 TEST (kp_literate, reads_all_or_reports_nothing)
@@ -123,29 +108,27 @@ TEST (kp_literate, a_write_to_a_vanished_reader_gives_0)
 
 TEST (kp_literate, gets_reads_lines)
 {
-    struct line_t {
-        int result;
-        const char *text;
-    };
     struct case_t {
         const char *input;
         int size;
-        std::vector<line_t> lines;
+        std::vector<std::pair<int, const char *>> lines; // results and what the buffer holds
     };
-    for (const case_t &c :
-         {case_t{"abc\r\ndef\n", 10, {{3, "abc"}, {0, ""}, {3, "def"}, {-1, ""}}},
-          case_t{"abcdefg\n", 4, {{3, "abc"}, {3, "def"}, {1, "g"}}},
-          case_t{"abc\n", 4, {{3, "abc"}, {0, ""}}}, case_t{"abc", 10, {{-1, "abc"}, {-1, ""}}},
-          case_t{"abc\n", 1, {{-1, ""}, {-1, ""}}}}) {
+    const std::vector<case_t> cases = {
+        {"abc\r\ndef\n", 10, {{3, "abc"}, {0, ""}, {3, "def"}, {-1, ""}}},
+        {"abcdefg\n", 4, {{3, "abc"}, {3, "def"}, {1, "g"}}},
+        {"abc\n", 4, {{3, "abc"}, {0, ""}}},
+        {"abc", 10, {{-1, "abc"}, {-1, ""}}},
+        {"abc\n", 1, {{-1, ""}, {-1, ""}}},
+    };
+    for (const case_t &c : cases) {
         kp_literate_t io;
         socket_pair_t wire;
         wire.send (std::string (c.input));
         shutdown (wire.here, SHUT_WR);
-        for (const line_t &line : c.lines) {
-            char buffer[16];
-            memset (buffer, 'x', sizeof (buffer));
-            EXPECT_EQ (io.gets (buffer, c.size, wire.there), line.result) << c.input;
-            EXPECT_STREQ (buffer, line.text);
+        for (auto [result, text] : c.lines) {
+            char buffer[16] = "xxxxxxxxxxxxxxx";
+            EXPECT_EQ (io.gets (buffer, c.size, wire.there), result) << c.input;
+            EXPECT_STREQ (buffer, text);
         }
         if (c.size == 1) {
             char byte;
@@ -166,10 +149,10 @@ TEST (kp_literate, puts_lets_exactly_1000_characters_through_with_a_nul_for_the_
     expected.push_back (0);
     EXPECT_EQ (wire.received (), expected);
 
-    EXPECT_EQ (message_of ([&] { io.puts (wire.there, "%s", std::string (1001, 'y').c_str ()); }),
-               assertion ("kp_literate.cc", 58, "size <= MAX_PUTS"));
-    EXPECT_EQ (message_of ([&] { io.puts (wire.there, "%s", ""); }),
-               assertion ("kp_literate.cc", 27, "fd >= 0 && buffer && length > 0"));
+    EXPECT_ASSERTION (io.puts (wire.there, "%s", std::string (1001, 'y').c_str ()),
+                      "kp_literate.cc:58 (size <= MAX_PUTS)");
+    EXPECT_ASSERTION (io.puts (wire.there, "%s", ""),
+                      "kp_literate.cc:27 (fd >= 0 && buffer && length > 0)");
     EXPECT_TRUE (wire.received ().empty ());
 }
 
@@ -195,13 +178,8 @@ class obedient_server_t : public kp_server_t {
     }
 };
 
-static void serve_with_null ()
-{
-    null_object<obedient_server_t> ()->serve (1, 7);
-}
-
-// A port that was free a moment ago.
-static int free_port ()
+// A socket bound to a port of its own, which is written to `port`.
+static int bound_socket (int *port)
 {
     sockaddr_in address = {};
     address.sin_family = AF_INET;
@@ -209,8 +187,28 @@ static int free_port ()
     int fd = socket (AF_INET, SOCK_STREAM, 0);
     bind (fd, reinterpret_cast<sockaddr *> (&address), size);
     getsockname (fd, reinterpret_cast<sockaddr *> (&address), &size);
-    close (fd);
-    return ntohs (address.sin_port);
+    *port = ntohs (address.sin_port);
+    return fd;
+}
+
+// A port that was free a moment ago.
+static int free_port ()
+{
+    int port;
+    close (bound_socket (&port));
+    return port;
+}
+
+// Serves until it is told to quit; returns the descriptor that is left open then.
+static int serve_until_quit (int port)
+{
+    obedient_server_t server;
+    try {
+        server.serve (port, 7);
+    } catch (obedient_server_t::quit_t &quit) {
+        return quit.fd;
+    }
+    return -1;
 }
 
 static int connect_when_up (int port)
@@ -239,23 +237,18 @@ static std::string ask (int port, const char *order)
 TEST (kp_server, refuses_a_bad_port_before_any_socket_is_made)
 {
     obedient_server_t server;
-    const std::string expected = assertion ("kp_server.cc", 20, "this && port > 0");
+    obedient_server_t *null = null_object<obedient_server_t> ();
     int before = num_descriptors ();
-    EXPECT_EQ (message_of ([&] { server.serve (0, 7); }), expected);
-    EXPECT_EQ (message_of ([&] { server.serve (-1971, 7); }), expected);
-    EXPECT_EQ (message_of (serve_with_null), expected);
+    EXPECT_ASSERTION (server.serve (0, 7), "kp_server.cc:20 (this && port > 0)");
+    EXPECT_ASSERTION (server.serve (-1971, 7), "kp_server.cc:20 (this && port > 0)");
+    EXPECT_ASSERTION (null->serve (1, 7), "kp_server.cc:20 (this && port > 0)");
     EXPECT_EQ (num_descriptors (), before);
 }
 
 TEST (kp_server, names_the_step_that_failed)
 {
-    int port = free_port ();
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons (port);
-    int holder = socket (AF_INET, SOCK_STREAM, 0);
-    ASSERT_EQ (bind (holder, reinterpret_cast<sockaddr *> (&address), sizeof (address)), 0);
-    ASSERT_EQ (listen (holder, 1), 0);
+    int port;
+    int holder = bound_socket (&port);
     obedient_server_t server;
     EXPECT_EQ (message_of ([&] { server.serve (port, 7); }),
                "error kp_server.cc:33 (Address already in use)");
@@ -281,18 +274,11 @@ TEST (kp_server, names_the_step_that_failed)
 TEST (kp_server, serves_one_after_another_and_outlives_what_a_session_throws)
 {
     int port = free_port ();
-    obedient_server_t server;
     int abandoned = -1;
     int before = num_descriptors ();
     testing::internal::CaptureStdout ();
     // Only the low 16 bits of the port count.
-    std::thread service ([&] {
-        try {
-            server.serve (port + (1 << 16), 7);
-        } catch (obedient_server_t::quit_t &quit) {
-            abandoned = quit.fd;
-        }
-    });
+    std::thread service ([&] { abandoned = serve_until_quit (port + (1 << 16)); });
     EXPECT_EQ (ask (port, "a"), "a");
     EXPECT_EQ (ask (port, "e"), "");
     EXPECT_EQ (ask (port, ""), "0");
@@ -353,19 +339,11 @@ TEST (kp_client, connects_or_says_no_and_leaves_nothing_open)
     EXPECT_EQ (errno, ECONNREFUSED);
     EXPECT_EQ (client.connect_to ("256.256.256.256", port), -1);
     EXPECT_EQ (client.connect_to ("255.255.255.255", port), -1);
-    const std::string expected = assertion ("kp_server.cc", 76, "host && port");
-    EXPECT_EQ (message_of ([&] { client.connect_to (nullptr, port); }), expected);
-    EXPECT_EQ (message_of ([&] { client.connect_to ("127.0.0.1", 0); }), expected);
+    EXPECT_ASSERTION (client.connect_to (nullptr, port), "kp_server.cc:76 (host && port)");
+    EXPECT_ASSERTION (client.connect_to ("127.0.0.1", 0), "kp_server.cc:76 (host && port)");
     EXPECT_EQ (num_descriptors (), before);
 
-    obedient_server_t server;
-    std::thread service ([&] {
-        try {
-            server.serve (port, 7);
-        } catch (obedient_server_t::quit_t &quit) {
-            close (quit.fd);
-        }
-    });
+    std::thread service ([&] { close (serve_until_quit (port)); });
     close (connect_when_up (port));
     int fd = client.connect_to ("localhost", port - (1 << 16)); // a negative port passes
     EXPECT_EQ (write (fd, "q", 1), 1);

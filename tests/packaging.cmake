@@ -10,6 +10,8 @@ else ()
     set (architecture amd64)
     add_test (NAME packaging.unit
         COMMAND ${scripts}/unit ${CMAKE_COMMAND} ${PROJECT_BINARY_DIR})
+    add_test (NAME packaging.recipes
+        COMMAND ${scripts}/recipes ${PROJECT_SOURCE_DIR} ${PROJECT_VERSION})
     if (TARGET q5_chassis)
         add_test (NAME packaging.init COMMAND ${scripts}/init ${PROJECT_SOURCE_DIR}/packaging/init/q5_scand
             $<TARGET_FILE:q5_chassis> $<TARGET_FILE:q5_scand>)

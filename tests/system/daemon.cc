@@ -72,72 +72,43 @@ void daemon_t::clean_up ()
     std::filesystem::remove_all (folder);
 }
 
-using words_t = std::vector<std::string>;
-
-static words_t split (const std::string &text)
+static std::string quoted (const std::string &path)
 {
-    std::istringstream stream (text);
-    words_t words;
-    for (std::string word; stream >> word;) {
-        words.push_back (word);
-    }
-    return words;
-}
-
-static words_t operator+ (words_t a, const words_t &b)
-{
-    a.insert (a.end (), b.begin (), b.end ());
-    return a;
+    return "'" + path + "'";
 }
 
 // Where an emulator runs the program, what the launcher would do is told to the emulator.
-words_t daemon_t::command (const daemon_options_t &options) const
+std::string daemon_t::command (const daemon_options_t &options) const
 {
-    words_t emulator = split (setting ("Q5_TEST_EMULATOR", Q5_EMULATOR));
+    std::string emulator = setting ("Q5_TEST_EMULATOR", Q5_EMULATOR);
     bool native = emulator.empty ();
-    words_t words =
-        native ? words_t{setting ("Q5_TEST_LAUNCHER", Q5_LAUNCHER)}
-               : emulator + words_t{"-E", "LD_PRELOAD=" + setting ("Q5_TEST_PRELOAD", Q5_PRELOAD)};
-    if (options.fast) {
-        words = words + (native ? words_t{"--fast"} : words_t{"-E", "Q5_CHASSIS_FAST=1"});
-    }
-    if (!options.chassis.empty ()) {
-        std::string file = folder + "/chassis.toml";
-        words =
-            words + (native ? words_t{"--file", file} : words_t{"-E", "Q5_CHASSIS_FILE=" + file});
-    }
-    if (options.trace) {
-        std::string file = folder + "/trace";
-        words =
-            words + (native ? words_t{"--trace", file} : words_t{"-E", "Q5_CHASSIS_TRACE=" + file});
-    }
-    return words + (native ? words_t{"--"} : words_t{}) +
-           words_t{setting ("Q5_TEST_DAEMON", Q5_DAEMON)};
+    auto option = [&] (bool wanted, const std::string &word, const std::string &variable) {
+        return wanted ? (native ? " " + word : " -E " + variable) : "";
+    };
+    return "exec " +
+           (native ? quoted (setting ("Q5_TEST_LAUNCHER", Q5_LAUNCHER))
+                   : emulator + " -E LD_PRELOAD=" + setting ("Q5_TEST_PRELOAD", Q5_PRELOAD)) +
+           option (options.fast, "--fast", "Q5_CHASSIS_FAST=1") +
+           option (!options.chassis.empty (), "--file " + folder + "/chassis.toml",
+                   "Q5_CHASSIS_FILE=" + folder + "/chassis.toml") +
+           option (options.trace, "--trace " + folder + "/trace",
+                   "Q5_CHASSIS_TRACE=" + folder + "/trace") +
+           (native ? " -- " : " ") + quoted (setting ("Q5_TEST_DAEMON", Q5_DAEMON)) + " 2>" +
+           folder + "/errors" + (options.output.empty () ? "" : " >" + options.output);
 }
 
 void daemon_t::start (const daemon_options_t &options)
 {
-    words_t words = command (options);
-    std::vector<char *> argv;
-    for (std::string &word : words) {
-        argv.push_back (word.data ());
-    }
-    argv.push_back (nullptr);
-    std::string errors_file = folder + "/errors";
     int pipe_ends[2];
     if (pipe2 (pipe_ends, O_CLOEXEC) != 0) {
         throw std::runtime_error ("no pipe");
     }
     pid = fork ();
     if (pid == 0) {
-        dup2 (pipe_ends[1], 1);
-        if (!options.output.empty ()) {
-            dup2 (open (options.output.c_str (), O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
-        }
-        dup2 (open (errors_file.c_str (), O_WRONLY | O_CREAT | O_APPEND, 0600), 2);
         // The one server object is never destroyed; a leak checker is not to count it.
         setenv ("ASAN_OPTIONS", "detect_leaks=0", 0);
-        execvp (argv[0], argv.data ());
+        dup2 (pipe_ends[1], 1);
+        execl ("/bin/sh", "sh", "-c", command (options).c_str (), nullptr);
         _exit (127);
     }
     close (pipe_ends[1]);

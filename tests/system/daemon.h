@@ -47,7 +47,7 @@ class daemon_t {
     int output = -1;
     std::string unread;
 
-    std::vector<std::string> command (const daemon_options_t &options) const;
+    std::string command (const daemon_options_t &options) const;
     void start (const daemon_options_t &options);
     bool wait_until_listening ();
     void clean_up ();
