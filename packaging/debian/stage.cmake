@@ -8,14 +8,11 @@ set (packages_chassis q5-chassis)
 foreach (component ${CPACK_COMPONENTS_ALL})
     set (root ${CPACK_TEMPORARY_DIRECTORY}/${component})
     set (package ${packages_${component}})
-    if (EXISTS ${root}/usr/etc)
-        file (RENAME ${root}/usr/etc ${root}/etc)
-    endif ()
     if (EXISTS ${root}/usr/lib/systemd)
         file (MAKE_DIRECTORY ${root}/lib)
         file (RENAME ${root}/usr/lib/systemd ${root}/lib/systemd)
         file (RENAME ${root}/usr/lib/udev ${root}/lib/udev)
-        file (REMOVE ${root}/usr/lib) # when empty
+        file (REMOVE_RECURSE ${root}/usr/lib) # empty by now
     endif ()
     file (COPY ${CPACK_Q5_DEBIAN}/copyright ${CPACK_Q5_DEBIAN}/changelog
         DESTINATION ${root}/usr/share/doc/${package})
