@@ -8,15 +8,16 @@ if (CMAKE_CROSSCOMPILING)
     set (architecture powerpc)
 else ()
     set (architecture amd64)
-    add_test (NAME packaging.unit
+    add_test (NAME ${tree}/packaging.unit
         COMMAND ${scripts}/unit ${CMAKE_COMMAND} ${PROJECT_BINARY_DIR})
-    add_test (NAME packaging.recipes
+    add_test (NAME ${tree}/packaging.recipes
         COMMAND ${scripts}/recipes ${PROJECT_SOURCE_DIR} ${PROJECT_VERSION})
     if (TARGET q5_chassis)
-        add_test (NAME packaging.init COMMAND ${scripts}/init ${PROJECT_SOURCE_DIR}/packaging/init/q5_scand
+        add_test (NAME ${tree}/packaging.init
+            COMMAND ${scripts}/init ${PROJECT_SOURCE_DIR}/packaging/init/q5_scand
             $<TARGET_FILE:q5_chassis> $<TARGET_FILE:q5_scand>)
-        set_property (TEST packaging.init PROPERTY RESOURCE_LOCK port1971)
+        set_property (TEST ${tree}/packaging.init PROPERTY RESOURCE_LOCK port1971)
     endif ()
 endif ()
-add_test (NAME packaging.packages COMMAND ${scripts}/packages ${CMAKE_CPACK_COMMAND}
+add_test (NAME ${tree}/packaging.packages COMMAND ${scripts}/packages ${CMAKE_CPACK_COMMAND}
     ${PROJECT_BINARY_DIR} ${PROJECT_VERSION} ${architecture})

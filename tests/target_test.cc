@@ -1,17 +1,12 @@
-// Layout of the records on the 32-bit target, and numbers that a 32-bit program easily gets wrong.
-#include "chassis/chassis.h"
-#include "chassis/door.h"
+// Layout of the records on the 32-bit target.
 #include "net/exception.h"
 #include "scan/q5_scan_reader.h"
 #include "scan/q5_scan_server.h"
-#include "scanp/scan_port.h"
 #include "scanp/scanp.h"
 
-#include <algorithm>
 #include <gtest/gtest.h>
 #include <vector>
 
-#if __SIZEOF_POINTER__ == 4
 // Offsets of the fields, then the size of the whole.
 template <typename object_t, typename... field_t> std::vector<size_t> layout_of (field_t... fields)
 {
@@ -58,27 +53,4 @@ TEST (target, lays_records_out_as_other_programs_of_the_board_expect)
                                 &port::rx_buf_phys, &port::tx_buf_phys, &port::rx_bds,
                                 &port::tx_bds, &port::rx_bd_offset, &port::tx_bd_offset),
                (layout_t{0, 4, 8, 12, 16, 20, 24, 28, 32, 36, 40}));
-}
-#endif
-
-// Physical addresses fill all 32 bits: a driver's answer with the top bit set is no error, and no
-// address turns negative on its way to the mapping.
-TEST (target, buffers_may_lie_anywhere_in_physical_memory)
-{
-    for (uint32_t buffer : {0x01F40000u, 0x7FFFF000u, 0x80000000u, 0xF8000000u, 0xFFFFE000u}) {
-        chassis_settings_t settings;
-        settings.board.buffer = buffer;
-        settings.card (3).echoes (147);
-        chassis_t chassis (settings);
-        door_attach (&chassis);
-        door_set_fast (true);
-        scan_port_init ();
-        EXPECT_EQ (scan_port_state.tx_buf_phys, buffer);
-        EXPECT_EQ (scan_port_state.rx_buf_phys, buffer + 4096);
-        const uint8_t sent[] = {0x00, 0x80, 0xFF};
-        uint8_t received[3] = {};
-        EXPECT_EQ (scan_port_transfer (3, 147, 3, sent, 3, received), 3) << std::hex << buffer;
-        EXPECT_TRUE (std::equal (sent, sent + 3, received)) << std::hex << buffer;
-        door_attach (nullptr);
-    }
 }
