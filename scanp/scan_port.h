@@ -21,7 +21,7 @@ void scan_port_init ();
 
 // Sends `command` (its low 8 bits) and `txlen` bytes of `txbuf` to `slot` and waits for the answer.
 // Returns the number of bytes received, 0 to 65535, or a failure result; on success `rxlen` bytes,
-// whatever the number received, are copied to `rxbuf`. Lengths: txlen at most SCAN_PORT_MAX_TX,
-// rxlen at most SCAN_PORT_MAX_RX; txbuf is not read when txlen is 0.
+// whatever the number received, are copied to `rxbuf`. Lengths: txlen -2 to SCAN_PORT_MAX_TX, rxlen
+// at most SCAN_PORT_MAX_RX; a negative length copies nothing. txbuf is not read when txlen is 0.
 int32_t scan_port_transfer (uint32_t slot, int32_t command, int32_t txlen, const uint8_t *txbuf,
                             int32_t rxlen, uint8_t *rxbuf);

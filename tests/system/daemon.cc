@@ -31,7 +31,7 @@ bool daemon_is_listening ()
 {
     std::ifstream sockets ("/proc/net/tcp");
     for (std::string line; std::getline (sockets, line);) {
-        if (line.find (":07B3 00000000:0000 0A") != std::string::npos) {
+        if (line.find (" 00000000:07B3 00000000:0000 0A") != std::string::npos) {
             return true;
         }
     }
