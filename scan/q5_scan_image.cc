@@ -145,16 +145,30 @@ static bool is_letter_or_digit (uint8_t c)
     return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
 
+static void put_hex (char *to, uint8_t byte)
+{
+    static const char digits[] = "0123456789abcdef";
+    to[0] = digits[byte >> 4];
+    to[1] = digits[byte & 15];
+    to[2] = ' ';
+}
+
+static void put_character (char *to, uint8_t byte)
+{
+    to[0] = is_letter_or_digit (byte) ? static_cast<char> (byte) : '.';
+    to[1] = ' ';
+}
+
 void q5_scan_client_t::dump (const void *p, int32_t n) const
 {
     constexpr int32_t line_size = 16;
     const uint8_t *bytes = static_cast<const uint8_t *> (p);
-    char hex[line_size * 3 + 1];
-    char text[line_size * 2 + 1];
+    char hex[line_size * 3 + 1] = {};
+    char text[line_size * 2 + 1] = {};
     for (int32_t i = 0; i < n; i++) {
         int32_t column = i % line_size;
-        snprintf (hex + column * 3, 4, "%2.2x ", bytes[i]);
-        snprintf (text + column * 2, 3, "%c ", is_letter_or_digit (bytes[i]) ? bytes[i] : '.');
+        put_hex (hex + column * 3, bytes[i]);
+        put_character (text + column * 2, bytes[i]);
         if (column == line_size - 1) {
             printf ("%s    %s\n", hex, text);
         }
