@@ -6,13 +6,15 @@
 #include "tools/output.h"
 
 #include <algorithm>
-#include <memory>
 #include <stdio.h>
 #include <string.h>
+#include <string_view>
+#include <vector>
 
 constexpr size_t bytes_a_line = 16;
 constexpr size_t bytes_at_once = 1 << 16; // of a dump, before the output is looked at again
 constexpr size_t most_text = 1000;        // characters of an identity text
+constexpr std::string_view mark = "Type: ";
 
 struct identity_t {
     std::string type;
@@ -29,28 +31,56 @@ static const q5_scan_client_t images ("", 0);
                     "time, each ended by a NUL."};
 }
 
+// Whether it has all six parts. A month that is none would be earlier than every other.
+static bool is_date (const std::string &date)
+{
+    try {
+        int32_t month, day, year, hour, minute, second;
+        images.parse_date (date.c_str (), &month, &day, &year, &hour, &minute, &second);
+        return month != 0;
+    } catch (exception_t &) {
+        return false;
+    }
+}
+
+// Takes apart what stands at the front of `image`, "Type: " to begin with. Returns what is wrong
+// with it; "" when it is an identity.
+static std::string take_identity (std::string_view image, identity_t *found)
+{
+    // As much of it as tells a text that is too long, and the two bytes that find_version wants.
+    std::string text (image.substr (0, most_text + 1));
+    int32_t size = static_cast<int32_t> (text.size ());
+    text.append (2, '\0');
+    std::vector<char> version (text.size ()), line (text.size ());
+    images.find_version (text.data (), size, version.data ());
+    if (strlen (version.data ()) > most_text) {
+        return "carries \"Type: \", but no build identity behind it";
+    }
+    try {
+        found->type = images.version_type (version.data (), line.data ());
+        found->date = images.version_date (version.data (), line.data ());
+    } catch (exception_t &) {
+        return "carries a type, but no build date";
+    }
+    return is_date (found->date) ? ""
+                                 : "carries a build date that is none: " + printable (found->date);
+}
+
+// The mark may also stand in a text of the program itself, before the identity.
 static identity_t read_identity (const std::string &path)
 {
     file_bytes_t file = read_file (path, most_image);
-    std::unique_ptr<char[]> version (new char[file.size + 2]);
-    version[0] = '\0';
-    images.find_version (file.bytes.get (), file.size, version.get ());
-    size_t size = strlen (version.get ()) + 1;
-    if (size == 1) {
-        no_identity (shown_name (path), "carries no build identity");
+    std::string_view image (file.bytes.get (), file.size);
+    std::string problem;
+    for (size_t at = 0; (at = image.find (mark, at)) != image.npos; at += mark.size ()) {
+        identity_t found;
+        std::string reason = take_identity (image.substr (at), &found);
+        if (reason.empty ()) {
+            return found;
+        }
+        problem = problem.empty () ? reason : problem;
     }
-    if (size > most_text) {
-        no_identity (shown_name (path), "carries \"Type: \", but no build identity behind it");
-    }
-    std::unique_ptr<char[]> line (new char[size]);
-    identity_t found;
-    try {
-        found.type = images.version_type (version.get (), line.get ());
-        found.date = images.version_date (version.get (), line.get ());
-    } catch (exception_t &) {
-        no_identity (shown_name (path), "carries a type, but no build date");
-    }
-    return found;
+    no_identity (shown_name (path), problem.empty () ? "carries no build identity" : problem);
 }
 
 static json_t json_of (const std::string &path, const identity_t &found)
@@ -67,22 +97,14 @@ report_t identity (const std::string &path)
     return report;
 }
 
-static void check_date (const std::string &path, const identity_t &found)
-{
-    try {
-        images.compare_dates (found.date.c_str (), found.date.c_str ());
-    } catch (exception_t &) {
-        no_identity (shown_name (path),
-                     "carries a build date that is none: " + printable (found.date));
-    }
-}
-
 report_t newer (const std::string &first, const std::string &second)
 {
+    if (first == "-" && second == "-") {
+        usage_failure ("both images are to come from standard input",
+                       "Give the name of a file for one of them.");
+    }
     identity_t a = read_identity (first);
     identity_t b = read_identity (second);
-    check_date (first, a);
-    check_date (second, b);
     int32_t order = images.compare_dates (a.date.c_str (), b.date.c_str ());
 
     report_t report;
