@@ -3,6 +3,7 @@
 #include "tools/files.h"
 #include "tools/parse.h"
 
+#include <set>
 #include <sstream>
 #include <unistd.h>
 
@@ -10,19 +11,31 @@ constexpr size_t most_text = 1 << 20; // a full batch in hex takes some 20 KB
 
 using words_t = std::vector<std::string>;
 
+static bool is_option (const std::string &word)
+{
+    return word.rfind ("--", 0) == 0;
+}
+
 static words_t words_of (const std::string &line)
 {
     std::istringstream stream (line.substr (0, line.find ('#')));
     words_t words;
     for (std::string word; stream >> word;) {
-        words.push_back (word);
+        size_t end = is_option (word) ? word.find ('=') : word.npos;
+        words.push_back (word.substr (0, end));
+        if (end < word.size () - 1) {
+            words.push_back (word.substr (end + 1));
+        }
     }
     return words;
 }
 
-static bool is_option (const std::string &word)
+// Quotation marks around the whole, as a shell would want them, do not count.
+static std::string unquoted (const std::string &text)
 {
-    return word.rfind ("--", 0) == 0;
+    char first = text.empty () ? '\0' : text.front ();
+    bool is_quoted = text.size () > 1 && (first == '"' || first == '\'') && text.back () == first;
+    return is_quoted ? text.substr (1, text.size () - 2) : text;
 }
 
 // The words from `at` to the next option, which `at` then stands on.
@@ -30,7 +43,7 @@ static std::string joined_words (const words_t &words, size_t *at)
 {
     std::string text;
     for (; *at < words.size () && !is_option (words[*at]); ++*at) {
-        text += words[*at] + " ";
+        text += (text.empty () ? "" : " ") + words[*at];
     }
     return text;
 }
@@ -51,6 +64,7 @@ static request_t bus_request (const words_t &words)
     request.slot = parse_slot (words[0]);
     request.command = parse_word ("command", words[1]);
     request.rxlen = usual_rxlen (request.command);
+    std::set<std::string> given;
     for (size_t at = 2; at < words.size ();) {
         std::string option = words[at++];
         std::string value = joined_words (words, &at);
@@ -58,11 +72,13 @@ static request_t bus_request (const words_t &words)
             line_failure (is_option (option) ? option + " has no value"
                                              : "'" + option + "' is not expected here");
         }
-        value.pop_back ();
+        if (!given.insert (option).second) {
+            line_failure (option + " is given twice");
+        }
         if (option == "--tx") {
-            request.tx = parse_bytes ("--tx", value, Q5_SCAN_MAX_TX);
+            request.tx = parse_bytes ("--tx", unquoted (value), Q5_SCAN_MAX_TX);
         } else if (option == "--rx") {
-            request.rxlen = parse_number ("--rx", value, 0, Q5_SCAN_MAX_RX);
+            request.rxlen = parse_number ("--rx", unquoted (value), 0, Q5_SCAN_MAX_RX);
         } else {
             line_failure ("'" + option + "' is not expected here");
         }
@@ -82,7 +98,7 @@ static request_t send_request (const words_t &words)
     }
     return short_request (parse_slot (words[1]), parse_number ("FIRST", words[2], 0, 255),
                           parse_number ("SECOND", words[3], 0, 255),
-                          parse_bytes ("BYTES", bytes, most_short_bytes));
+                          parse_bytes ("BYTES", unquoted (bytes), most_short_bytes));
 }
 
 static request_t request_of (const words_t &words)

@@ -42,14 +42,14 @@ static request_t short_request_of (const words_t &words)
                           parse_bytes ("BYTES", joined (words.bytes), most_short_bytes));
 }
 
-static request_t bus_request_of (const words_t &words)
+static request_t bus_request_of (const CLI::App &command, const words_t &words)
 {
     request_t request;
     request.slot = parse_slot (words.slot);
     request.command = parse_word ("COMMAND", words.command);
     request.tx = parse_bytes ("--tx", words.tx, Q5_SCAN_MAX_TX);
-    request.rxlen = words.rx.empty () ? usual_rxlen (request.command)
-                                      : parse_number ("--rx", words.rx, 0, Q5_SCAN_MAX_RX);
+    request.rxlen = command.count ("--rx") > 0 ? parse_number ("--rx", words.rx, 0, Q5_SCAN_MAX_RX)
+                                               : usual_rxlen (request.command);
     return request;
 }
 
@@ -69,8 +69,9 @@ void add_bus_commands (CLI::App &app, const globals_t &globals, choice_t &choice
     send->add_option ("SECOND", w->second, "second byte, 0 to 255")->required ();
     send->add_option ("BYTES", w->bytes, "up to 27 bytes more, in hex");
 
-    CLI::App *run = add (app, choice, "run", "run one request", [&globals, w] () {
-        return run_requests (globals.target, {bus_request_of (*w)});
+    CLI::App *run = add (app, choice, "run", "run one request", [&globals, &app, w] () {
+        CLI::App *command = app.get_subcommand ("run");
+        return run_requests (globals.target, {bus_request_of (*command, *w)});
     });
     run->add_option ("SLOT", w->slot, "0 to 31")->required ();
     run->add_option ("COMMAND", w->command, "the card sees its low 8 bits; 1 claims, 2 releases")

@@ -9,7 +9,7 @@
 // Each throws failure_t, with status_usage, for anything else than it names; `name` is what the
 // message calls the value.
 
-// A decimal or 0x number from `least` to `most`; a sign is allowed before either form.
+// A decimal or 0x number from `least` to `most`; a minus may stand before either form.
 int32_t parse_number (const std::string &name, const std::string &text, int64_t least,
                       int64_t most);
 int32_t parse_slot (const std::string &text);                          // 0 to 31

@@ -97,5 +97,5 @@ int main (int argc, char **argv)
     app.get_formatter ()->label ("REQUIRED", "");
     app.get_formatter ()->label ("TEXT", "");
     report_t report = parse_and_run (app, argc, argv, choice, globals);
-    return print (choice.name, report, wants_json (argc, argv));
+    return print (choice.name, report, globals.as_json || wants_json (argc, argv));
 }
