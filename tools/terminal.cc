@@ -8,11 +8,9 @@
 #include <thread>
 #include <unistd.h>
 
-static const char *const hide_cursor = "\033[?25l";
-static const char *const show_cursor = "\033[?25h";
 static const char *const clear_screen = "\033[H\033[J";
 static const char *const go_home = "\033[H";
-static const char *const end_line = "\033[K\r\n";
+static const char *const clear_line = "\033[K";
 static const char *const end_screen = "\033[J";
 
 static const int ending_signals[] = {SIGINT, SIGTERM, SIGHUP};
@@ -37,18 +35,17 @@ terminal_t::terminal_t () : in_place (isatty (STDOUT_FILENO))
 {
     signal_seen = 0;
     handle_signals (note_signal);
-    if (in_place) {
-        fputs (hide_cursor, stdout);
-    }
 }
 
 terminal_t::~terminal_t ()
 {
-    if (in_place) {
-        fputs (show_cursor, stdout);
-        fflush (stdout);
-    }
     handle_signals (SIG_DFL);
+}
+
+// A line that fills the width leaves the cursor on its last character, so it is cleared before.
+static void show_line (const std::string &line, size_t width)
+{
+    printf ("%s%s\r\n", clear_line, line.substr (0, width).c_str ());
 }
 
 static void show_in_place (const std::vector<std::string> &lines)
@@ -63,12 +60,12 @@ static void show_in_place (const std::vector<std::string> &lines)
 
     fputs (go_home, stdout);
     for (size_t i = 0; i < shown; i++) {
-        printf ("%s%s", lines[i].substr (0, width).c_str (), end_line);
+        show_line (lines[i], width);
     }
     if (!fits) {
         std::string rest = std::to_string (lines.size () - shown) +
                            " more lines: make the terminal taller, or name the slots";
-        printf ("%s%s", rest.substr (0, width).c_str (), end_line);
+        show_line (rest, width);
     }
     fputs (end_screen, stdout);
 }

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-// From its creation to its end, Ctrl-C and the signals that end a session only leave a note; the
-// cursor is hidden on a terminal. One at a time.
+// From its creation to its end, Ctrl-C and the signals that end a session only leave a note. One
+// at a time.
 class terminal_t {
   public:
     terminal_t ();
