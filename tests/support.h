@@ -107,3 +107,12 @@ inline bytes_t operator+ (bytes_t a, const bytes_t &b)
     a.insert (a.end (), b.begin (), b.end ());
     return a;
 }
+
+inline bytes_t operator* (int times, const bytes_t &bytes)
+{
+    bytes_t all;
+    for (; times > 0; times--) {
+        all = all + bytes;
+    }
+    return all;
+}
