@@ -2,6 +2,7 @@
 // records every byte that the client sends until the client closes.
 #pragma once
 
+#include "net/kp_server.h"
 #include "tests/support.h"
 
 #include <arpa/inet.h>
@@ -53,22 +54,16 @@ class fake_server_t {
         setsockopt (fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof (limit));
         (void)!send (fd, reply.data (), reply.size (), MSG_NOSIGNAL);
         shutdown (fd, SHUT_WR);
-        uint8_t byte;
-        while (read (fd, &byte, 1) == 1) {
-            record.push_back (byte);
-        }
+        record.resize (1 << 16);
+        record.resize (
+            std::max<ssize_t> (recv (fd, record.data (), record.size (), MSG_WAITALL), 0));
         close (fd);
     }
 
     // Stands for the client that never came; waits behind the one that did.
     void knock ()
     {
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl (INADDR_LOOPBACK);
-        address.sin_port = htons (port);
-        int fd = socket (AF_INET, SOCK_STREAM, 0);
-        (void)!connect (fd, reinterpret_cast<sockaddr *> (&address), sizeof (address));
-        close (fd);
+        kp_client_t client ("127.0.0.1", port);
+        close (client.connect_to (client.host, client.port));
     }
 };
