@@ -14,6 +14,11 @@ struct outcome_t {
     std::string errors;
 };
 
+inline bool has (const std::string &text, const std::string &part)
+{
+    return text.find (part) != std::string::npos;
+}
+
 class shell_t {
   public:
     std::string folder;

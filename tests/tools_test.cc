@@ -25,13 +25,15 @@ template <typename call_t> static std::string complaint (call_t call)
 
 TEST (numbers, are_decimal_or_hex_and_never_wrap)
 {
-    const std::pair<const char *, int32_t> good[] = {{"0", 0},
-                                                     {"010", 10},
-                                                     {"0x10", 16},
-                                                     {"0XfF", 255},
-                                                     {"-5", -5},
-                                                     {"-0x80000000", INT32_MIN},
-                                                     {"2147483647", INT32_MAX}};
+    const std::vector<std::pair<const char *, int32_t>> good = {
+        {"0", 0},
+        {"010", 10},
+        {"0x10", 16},
+        {"0XfF", 255},
+        {"-5", -5},
+        {"-0x80000000", INT32_MIN},
+        {"2147483647", INT32_MAX},
+    };
     for (auto &[text, value] : good) {
         EXPECT_EQ (parse_word ("n", text), value) << text;
     }
@@ -45,8 +47,7 @@ TEST (numbers, are_decimal_or_hex_and_never_wrap)
                    "n '"s + text + "' is out of range");
     }
     EXPECT_EQ (parse_slot ("31"), 31);
-    EXPECT_NE (complaint ([] { parse_slot ("32"); }), "");
-    EXPECT_NE (complaint ([] { parse_slot ("-1"); }), "");
+    EXPECT_EQ (complaint ([] { parse_slot ("-1"); }), "slot '-1' is out of range");
 }
 
 TEST (bytes, are_pairs_of_hex_digits)
@@ -54,81 +55,71 @@ TEST (bytes, are_pairs_of_hex_digits)
     EXPECT_EQ (parse_bytes ("b", "01a0FF", 3), (bytes_t{0x01, 0xA0, 0xFF}));
     EXPECT_EQ (parse_bytes ("b", " 01  a0\t0xffFE ", 4), (bytes_t{0x01, 0xA0, 0xFF, 0xFE}));
     EXPECT_EQ (parse_bytes ("b", "", 0), bytes_t ());
-    EXPECT_EQ (complaint ([] { parse_bytes ("b", "01 234", 9); }),
-               "b '234' has an odd number of hex digits");
-    EXPECT_EQ (complaint ([] { parse_bytes ("b", "0g", 9); }), "b '0g' is not hex at character 2");
-    EXPECT_EQ (complaint ([] { parse_bytes ("b", "\x10\xB0", 9); }),
-               "b '\\x10\\xb0' is not hex at character 1");
-    EXPECT_EQ (complaint ([] { parse_bytes ("b", "010203", 2); }), "b has 3 bytes");
-}
-
-static std::vector<request_t> batch_of (const std::string &text)
-{
-    std::istringstream stream (text);
-    return read_batch (stream, "f");
-}
-
-TEST (batch_text, gives_requests)
-{
-    auto r =
-        batch_of ("# comment\n\n 3 0x33\r\n4 51 --tx 01 02 0a --rx 5 # more\n4 51 --rx 0 --tx ff\n"
-                  "claim\n0 2\nsend 7 1 0xff 0a 0b");
-    ASSERT_EQ (r.size (), 6u);
-    auto is = [&] (int i, int32_t slot, int32_t command, int32_t rxlen, const bytes_t &tx) {
-        return r[i].slot == slot && r[i].command == command && r[i].rxlen == rxlen && r[i].tx == tx;
+    const std::vector<std::pair<const char *, const char *>> bad = {
+        {"01 234", "b '234' has an odd number of hex digits"},
+        {"0g", "b '0g' is not hex at character 2"},
+        {"\x10\xB0", "b '\\x10\\xb0' is not hex at character 1"},
+        {"010203", "b has 3 bytes"},
     };
-    EXPECT_TRUE (is (0, 3, 51, 4096, {}));
-    EXPECT_TRUE (is (1, 4, 51, 5, {1, 2, 10}));
-    EXPECT_TRUE (is (2, 4, 51, 0, {255}));
-    EXPECT_TRUE (is (3, 0, 1, 0, {}));
-    EXPECT_TRUE (is (4, 0, 2, 0, {}));
-    EXPECT_TRUE (is (5, 7, 147, 0, {1, 255, 10, 11}));
+    for (auto &[text, message] : bad) {
+        EXPECT_EQ (complaint ([t = text] { parse_bytes ("b", t, 2); }), message);
+    }
 }
 
-TEST (batch_text, names_the_line_that_is_wrong)
+static std::string times (int count, const std::string &text)
 {
-    const std::pair<const char *, const char *> lines[] = {
-        {"32 51", "f:2: slot '32' is out of range"},
-        {"x", "f:2: slot 'x' is not a number"},
-        {"3", "f:2: a command is missing behind the slot"},
-        {"3 --rx 4", "f:2: a command is missing behind the slot"},
-        {"3 51 4", "f:2: '4' is not expected here"},
-        {"3 51 --rx", "f:2: --rx has no value"},
-        {"3 51 --rx 4097", "f:2: --rx '4097' is out of range"},
-        {"3 51 --rx 1 2", "f:2: --rx '1 2' is not a number"},
-        {"3 51 --to 1", "f:2: '--to' is not expected here"},
-        {"claim 3", "f:2: '3' is not expected behind claim"},
-        {"send 3 1", "f:2: send needs SLOT, FIRST and SECOND"},
-        {"send 3 1 256", "f:2: SECOND '256' is out of range"},
-        {"send 3 1 2 --rx 4", "f:2: '--rx' is not expected here"},
+    std::string all;
+    for (; count > 0; count--) {
+        all += text;
+    }
+    return all;
+}
+
+// The requests of a batch as the command line would have them; or what is wrong with it.
+static std::string batch_of (const std::string &text)
+{
+    std::ostringstream shown;
+    std::string message = complaint ([&] {
+        std::istringstream stream (text);
+        for (const request_t &r : read_batch (stream, "f")) {
+            shown << r.slot << ' ' << r.command << ' ' << r.rxlen << " [" << hex (r.tx) << "]; ";
+        }
+    });
+    return message.empty () ? shown.str () : message;
+}
+
+TEST (batch_text, gives_requests_or_names_the_line_that_is_wrong)
+{
+    const std::string half = "3 5 --tx " + times (2047, "00") + "\n", short_27 = times (27, " 00");
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"# comment\n\n 3 0x33\r\n", "3 51 4096 []; "},
+        {"4 51 --tx 01 02 0a --rx 5 # more", "4 51 5 [01 02 0a]; "},
+        {"4 51 --rx 0 --tx ff\n0 2", "4 51 0 [ff]; 0 2 0 []; "},
+        {"claim\nsend 7 1 0xff 0a 0b", "0 1 0 []; 7 147 0 [01 ff 0a 0b]; "},
+        {" # nothing\n", "f holds no request"},
+        {"\n32 51", "f:2: slot '32' is out of range"},
+        {"x", "f:1: slot 'x' is not a number"},
+        {"3", "f:1: a command is missing behind the slot"},
+        {"3 --rx 4", "f:1: a command is missing behind the slot"},
+        {"3 51 4", "f:1: '4' is not expected here"},
+        {"3 51 --rx", "f:1: --rx has no value"},
+        {"3 51 --rx 4097", "f:1: --rx '4097' is out of range"},
+        {"3 51 --rx 1 2", "f:1: --rx '1 2' is not a number"},
+        {"3 51 --to 1", "f:1: '--to' is not expected here"},
+        {"claim 3", "f:1: '3' is not expected behind claim"},
+        {"send 3 1", "f:1: send needs SLOT, FIRST and SECOND"},
+        {"send 3 1 256", "f:1: SECOND '256' is out of range"},
+        {"send 3 1 2 --rx 4", "f:1: '--rx' is not expected here"},
+        {times (100, "3 5\n"), times (100, "3 5 4096 []; ")},
+        {times (101, "3 5\n"), "f:101: this is the 101st request"},
+        {half + half + "3 5 --tx 00", "f:3: up to here the requests transmit 4095 bytes"},
+        {half + half, times (2, "3 5 4096 [00" + times (2046, " 00") + "]; ")},
+        {"send 3 1 2" + short_27, "3 147 0 [01 02" + short_27 + "]; "},
+        {"send 3 1 2 00" + short_27, "f:1: BYTES has 28 bytes"},
     };
-    for (auto &line : lines) {
-        std::string text = "3 51\n"s + line.first + "\n";
-        EXPECT_EQ (complaint ([&] { batch_of (text); }), line.second);
+    for (auto &[text, shown] : cases) {
+        EXPECT_EQ (batch_of (text), shown);
     }
-    EXPECT_EQ (complaint ([] { batch_of (" # nothing\n"); }), "f holds no request");
-}
-
-TEST (batch_text, keeps_to_what_one_batch_may_carry)
-{
-    std::string hundred;
-    for (int i = 0; i < 100; i++) {
-        hundred += "3 51\n";
-    }
-    EXPECT_EQ (batch_of (hundred).size (), 100u);
-    EXPECT_EQ (complaint ([&] { batch_of (hundred + "3 51"); }),
-               "f:101: this is the 101st request");
-    std::string half = "3 51 --tx " + std::string (2 * 2047, '0') + "\n";
-    EXPECT_EQ (batch_of (half + half).size (), 2u);
-    EXPECT_EQ (complaint ([&] { batch_of (half + half + "3 51 --tx 00"); }),
-               "f:3: up to here the requests transmit 4095 bytes");
-    std::string most_short;
-    for (int i = 0; i < 27; i++) {
-        most_short += " 00";
-    }
-    EXPECT_EQ (batch_of ("send 3 1 2" + most_short)[0].tx.size (), 29u);
-    EXPECT_EQ (complaint ([&] { batch_of ("send 3 1 2 00" + most_short); }),
-               "f:1: BYTES has 28 bytes");
 }
 
 // The row of a slot that sent this typed message and nothing else.
@@ -144,7 +135,7 @@ static row_t row_for (const std::string &message, const type_map_t &types)
 
 TEST (typed_message, is_shown_as_far_as_it_is_sound)
 {
-    const std::pair<std::string, std::string> messages[] = {
+    const std::vector<std::pair<std::string, std::string>> messages = {
         {"\x05"
          "bhisx\xFF\xFF\xFE\x80\0\0\1a\"\x1B\0zz"s,
          "b=255 h=65534 i=-2147483647 s=\"a\"\\x1b\" x=7a 7a"},
@@ -165,7 +156,7 @@ TEST (typed_message, is_shown_as_far_as_it_is_sound)
             << characters (reinterpret_cast<const uint8_t *> (message.data ()), message.size ());
     }
     std::string longest = "\1s" + std::string (4094, 'A');
-    EXPECT_NE (row_for (longest, usual_types ())[4].find ("reaches beyond"), std::string::npos);
+    EXPECT_TRUE (has (row_for (longest, usual_types ())[4], "reaches beyond"));
 }
 
 TEST (types, give_letters_another_meaning)
@@ -212,11 +203,12 @@ TEST (program, ends_with_the_right_status)
     shell.write ("empty", "");
     shell.write ("five", "A\xFF z\0"s);
     shell.run ("mkdir folder; truncate -s 268435457 large; truncate -s 268435456 zeros");
-    const struct {
+    struct run_t {
         const char *line;
         int status;
         const char *text; // somewhere in what it says
-    } runs[] = {
+    };
+    const std::vector<run_t> runs = {
         {"q5_scan", 2, "a command is missing"},
         {"q5_scan nonsense", 2, "'nonsense' is no command"},
         {"q5_scan claim now", 2, "now"},
@@ -253,69 +245,67 @@ TEST (program, ends_with_the_right_status)
         {"q5_scan dump old > /dev/full", 1, "cannot be written: No space left"},
         {"{ q5_scan dump zeros; echo $? >&2; } | head -n 1", 0, "\n0\n"},
     };
-    for (auto &run : runs) {
+    for (const run_t &run : runs) {
         outcome_t outcome = shell.run (run.line);
         EXPECT_EQ (outcome.status, run.status) << run.line << "\n" << outcome.errors;
-        EXPECT_NE ((outcome.output + outcome.errors).find (run.text), std::string::npos)
+        EXPECT_TRUE (has (outcome.output + outcome.errors, run.text))
             << run.line << "\n"
             << outcome.output << outcome.errors;
-        EXPECT_EQ (outcome.output.empty () || outcome.output.back () == '\n', true);
+        EXPECT_TRUE (outcome.output.empty () || outcome.output.back () == '\n') << run.line;
     }
 }
 
 // Runs the command against a server that answers with these bytes alone.
-static outcome_t served (const std::string &command, const bytes_t &reply, bytes_t *sent = nullptr)
+static outcome_t served (const std::string &command, const bytes_t &reply, bytes_t *sent)
 {
     fake_server_t server (reply);
     outcome_t outcome =
         shell_t ().run ("q5_scan --port " + std::to_string (server.port) + " " + command);
-    bytes_t received = server.received ();
-    if (sent) {
-        *sent = received;
-    }
+    *sent = server.received ();
     return outcome;
 }
 
-TEST (program, tells_a_dropped_batch_from_an_end_in_the_middle)
+TEST (program, sends_one_batch_and_tells_what_became_of_it)
 {
-    outcome_t dropped = served ("--id 9 run 3 51", {});
-    EXPECT_EQ (dropped.status, 4);
-    EXPECT_NE (dropped.errors.find ("another id holds the bus (this batch went out as id 9)"),
-               std::string::npos);
-    json_t object = json_t::parse (served ("--json fetch", {}).output);
-    EXPECT_EQ (object["exit_status"], 4);
-    EXPECT_EQ (object["error"]["kind"], "dropped");
-
-    outcome_t middle = served ("fetch 3 4", words ({-3, 8}) + bytes_t{1, 2, 3});
-    EXPECT_EQ (middle.status, 3);
-    EXPECT_NE (middle.errors.find ("closed the connection after 1 of 4 replies"),
-               std::string::npos);
-    EXPECT_EQ (middle.output, "");
-}
-
-TEST (program, sends_one_batch_as_the_daemon_reads_it)
-{
-    bytes_t sent;
-    outcome_t outcome =
-        served ("--id -7 batch - <<E\n3 5 --tx 0a --rx 2\n4 -6 --tx 0b0c --rx 0\nclaim\nE",
-                words ({3}) + bytes_t{0xFF, '"'} + words ({-2, -1}), &sent);
-    EXPECT_EQ (sent, (words ({-7, 3, 3, 5, 2, 1, 4, -6, 0, 2, 0, 1, 0, 0}) + bytes_t{10, 11, 12}));
-    EXPECT_EQ (outcome.status, 1);
-    EXPECT_NE (
-        outcome.output.find ("slot 3 command 5: 3 bytes received, 2 fetched\n    0000  ff 22 "),
-        std::string::npos);
-    EXPECT_NE (outcome.output.find ("slot 4 command -6: failed (-2)"), std::string::npos);
-    EXPECT_NE (outcome.output.find ("claim: refused (-1), another id holds the bus"),
-               std::string::npos);
-}
-
-TEST (program, bears_a_result_beyond_every_limit)
-{
-    outcome_t outcome =
-        served ("--json fetch 31", words ({INT32_MAX}) + bytes_t (4096, 1) + words ({-99}));
-    json_t slot = json_t::parse (outcome.output)["slots"][0];
-    EXPECT_EQ (slot["result"], INT32_MAX);
-    EXPECT_EQ (slot["length"], 4094);
-    EXPECT_EQ (slot["raw_state"], "unknown result -99");
-    EXPECT_EQ (outcome.status, 1);
+    struct case_t {
+        const char *command;
+        bytes_t reply;
+        int status;
+        bytes_t sent;
+        std::vector<const char *> texts; // somewhere in what it says
+    };
+    const bytes_t run = words ({9, 1, 3, 51, 4096, 0}), two_bytes = {0xFF, '"'};
+    const bytes_t fetch = words ({2, 2, 31, 51, 4096, 0, 31, 83, 4096, 0});
+    const std::vector<case_t> cases = {
+        {"run 3 51 --id 9", {}, 4, run, {"another id holds the bus (this batch went out as id 9)"}},
+        {"--json fetch 31", {}, 4, fetch, {"\"exit_status\":4,\"error\":{\"kind\":\"dropped\""}},
+        {"fetch 31", words ({-3, 8, 3}), 3, fetch, {"closed the connection after 1 of 2 replies"}},
+        {"--json fetch 31",
+         words ({INT32_MAX}) + bytes_t (4096, 1) + words ({-99}),
+         1,
+         fetch,
+         {"\"result\":2147483647", "\"length\":4094", "\"unknown result -99\""}},
+        {"--id -7 batch - <<E\n3 5 --tx 0a --rx 2\n4 -6 --tx 0b0c --rx 0\nclaim\nE",
+         words ({3}) + two_bytes + words ({-2, -1}),
+         1,
+         words ({-7, 3, 3, 5, 2, 1, 4, -6, 0, 2, 0, 1, 0, 0}) + bytes_t{10, 11, 12},
+         {"slot 3 command 5: 3 bytes received, 2 fetched\n    0000  ff 22 ",
+          "slot 4 command -6: failed (-2)", "claim: refused (-1), another id holds the bus"}},
+        {"--id 0 claim", words ({1}), 0, words ({0, 1, 0, 1, 0, 0}), {"id 0 holds nothing"}},
+        {"fetch 0 2 --types A=byte",
+         words ({-1, -2, -3, -4}),
+         1,
+         words ({2, 4, 0, 51, 4096, 0, 2, 51, 4096, 0, 0, 83, 4096, 0, 2, 83, 4096, 0}),
+         {"line error", "no such slot, or line low", "no card, or silent", "wrong address"}},
+        {"fetch 31", words ({-10, 0}), 1, fetch, {"not sent"}},
+    };
+    for (const case_t &c : cases) {
+        bytes_t sent;
+        outcome_t outcome = served (c.command, c.reply, &sent);
+        EXPECT_EQ (outcome.status, c.status) << c.command;
+        EXPECT_EQ (sent, c.sent) << c.command;
+        for (const char *text : c.texts) {
+            EXPECT_TRUE (has (outcome.output + outcome.errors, text)) << text << outcome.output;
+        }
+    }
 }
