@@ -80,6 +80,7 @@ TEST_F (reader, decodes_fields_in_order)
 
 TEST_F (reader, takes_the_letter_count_as_signed_and_as_it_stands)
 {
+    EXPECT_EQ (begin ({0, 1, 2}), 2);
     EXPECT_EQ (begin ({0}), 0);
     r->typed_buffers[3].data[1] = 'x';
     EXPECT_EQ (throwing (), "xsbhit");
@@ -127,7 +128,8 @@ TEST_F (reader, never_reads_outside_itself)
 
 TEST_F (reader, leaves_the_cursor_for_an_empty_slot_and_the_letters_for_a_raw_block)
 {
-    begin ({1, 't', 1, 2});
+    begin ({2, 's', 't', 1, 2});
+    r->get_type ();
     for (int count : {0, -1, INT_MIN}) {
         r->typed_buffers[4].count = r->raw_buffers[4].count = count;
         EXPECT_EQ (r->begin_message (4), 0);
@@ -141,34 +143,26 @@ TEST_F (reader, leaves_the_cursor_for_an_empty_slot_and_the_letters_for_a_raw_bl
     EXPECT_EQ (r->get_type (), 't');
 }
 
-TEST_F (reader, checks_its_arguments)
+TEST_F (reader, checks_its_arguments_and_fills_in_a_command)
 {
     const std::string slot_text = " (slot >= 0 && slot < Q5_SCAN_NUM_SLOTS)";
     q5_scan_reader_t *null = null_object<q5_scan_reader_t> ();
-    q5_scan_command_t c;
     EXPECT_ASSERTION (null->begin_message (32), "q5_scan_reader.cc:13 (this)");
     EXPECT_ASSERTION (null->begin_raw (32), "q5_scan_reader.cc:30 (this)");
     for (int slot : {-1, 32}) {
         EXPECT_ASSERTION (r->begin_message (slot), "q5_scan_reader.cc:14" + slot_text);
         EXPECT_ASSERTION (r->begin_raw (slot), "q5_scan_reader.cc:31" + slot_text);
     }
+    uint8_t tx, unused;
+    q5_scan_command_t c = {9, 9, 9, 9, &tx, &unused, 9};
+    r->init_command (&c, 7, 31, &unused);
+    EXPECT_EQ (std::tuple (c.command, c.slot, c.txlen, c.rxlen, c.txbuf, c.rxbuf, c.result),
+               std::tuple (7, 31, 0, 4096, &tx, r->raw_buffers[31].data, 9));
+    r->init_command (&c, 51, 32, &unused);
+    EXPECT_EQ (c.rxbuf, nullptr) << "no such slot";
     EXPECT_ASSERTION (null->init_command (&c, 51, 0, nullptr), "q5_scan_reader.cc:97 (this && c)");
     EXPECT_ASSERTION (r->init_command (nullptr, 51, 0, nullptr),
                       "q5_scan_reader.cc:97 (this && c)");
-}
-
-TEST_F (reader, a_fetch_command_goes_into_the_buffer_of_its_kind)
-{
-    uint8_t tx, unused;
-    for (auto [command, slot, rxbuf] : {std::tuple{51, 31, r->typed_buffers[31].data},
-                                        {83, 31, r->raw_buffers[31].data},
-                                        {7, 0, r->raw_buffers[0].data},
-                                        {51, 32, nullptr}}) {
-        q5_scan_command_t c = {9, 9, 9, 9, &tx, &unused, 9};
-        r->init_command (&c, command, slot, &unused);
-        EXPECT_EQ (std::tuple (c.command, c.slot, c.txlen, c.rxlen, c.txbuf, c.rxbuf, c.result),
-                   std::tuple (command, slot, 0, 4096, &tx, rxbuf, 9));
-    }
 }
 
 TEST_F (reader, fetches_both_replies_of_every_slot_in_one_batch)
@@ -176,15 +170,16 @@ TEST_F (reader, fetches_both_replies_of_every_slot_in_one_batch)
     bytes_t batch = words ({2, 64}), reply;
     for (int i = 0; i < 64; i++) {
         batch = batch + words ({i % 32, i < 32 ? 51 : 83, 4096, 0});
-        reply = reply + (i == 40 ? words ({-3}) : words ({2}) + bytes_t{0, uint8_t (i)});
+        reply = reply + (i == 40 || i == 5 ? words ({-3}) : words ({2}) + bytes_t{0, uint8_t (i)});
     }
     fake_server_t server (reply);
     r->port = server.port;
     EXPECT_EQ (r->fetch_all (), 1);
     EXPECT_EQ (server.received (), batch);
     for (int slot = 0; slot < 32; slot++) {
-        EXPECT_EQ (r->begin_message (slot), 1);
-        EXPECT_EQ (r->get_byte (), slot);
+        EXPECT_EQ (r->begin_message (slot), slot == 5 ? 0 : 1);
+        EXPECT_EQ (r->typed_buffers[slot].count, slot == 5 ? -3 : 2);
+        EXPECT_TRUE (slot == 5 || r->get_byte () == slot) << slot;
         EXPECT_EQ (r->begin_raw (slot), slot == 8 ? 0 : 2);
         EXPECT_EQ (r->raw_buffers[slot].count, slot == 8 ? -3 : 2);
     }
@@ -193,4 +188,5 @@ TEST_F (reader, fetches_both_replies_of_every_slot_in_one_batch)
     r->port = cut.port;
     EXPECT_EQ (r->fetch_all (), 0);
     EXPECT_EQ (r->typed_buffers[0].count, 2) << "counts stay from the last whole fetch";
+    EXPECT_EQ (r->raw_buffers[8].count, -3);
 }

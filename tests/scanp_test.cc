@@ -36,18 +36,6 @@ TEST_F (scanp, only_the_drivers_own_failure_answers_abort)
     EXPECT_EXIT (scan_port_init (), testing::ExitedWithCode (255), "^can't get scanp_fd.\n$");
 }
 
-TEST_F (scanp, every_opcode_of_a_cp_command_becomes_init_rx_and_tx)
-{
-    power_up ();
-    scan_port_state.scanp_fd = scanp_open ();
-    for (uint32_t opcode : {0u, 3u, 15u, 0x10u}) {
-        EXPECT_EQ (scan_cp_command (opcode), 0);
-    }
-    EXPECT_EQ (log->commands,
-               (std::vector<uint32_t>{0x08C10000, 0x08C10000, 0x08C10000, 0x08C10010}));
-    close (scan_port_state.scanp_fd);
-}
-
 TEST_F (scanp, maps_whole_pages_and_leaves_the_descriptor_open)
 {
     struct case_t {
@@ -77,21 +65,6 @@ TEST_F (scanp, maps_whole_pages_and_leaves_the_descriptor_open)
     EXPECT_EQ (scanp_map_phys_mem (0x00001000, 16, 1), nullptr);
     EXPECT_EQ (scanp_map_phys_mem (0xFFFFFFFF, 8192, 1), nullptr) << "past the end of the world";
     EXPECT_EQ (num_descriptors (), before + 5) << "after a failure too";
-}
-
-TEST_F (scanp, the_pin_routines_change_their_own_bits)
-{
-    settings.board.fill = board_t::fill_t::ones;
-    power_up ();
-    scan_port_state.immr = scanp_map_phys_mem (IMMR_BASE, IMMR_SIZE, 0);
-    scan_set_slot_code (0x9F);
-    scan_strobe_low ();
-    scan_set_slot_code (0x60);
-    scan_strobe_high ();
-    EXPECT_EQ (log->lines,
-               (lines_t{"r32 10D50 FFFFFFFF", "w32 10D50 FFFFFF9F", "r32 10D50 FFFFFF9F",
-                        "w32 10D50 FFFFFF1F", "r32 10D50 FFFFFF1F", "w32 10D50 FFFFFF60",
-                        "r32 10D50 FFFFFF60", "w32 10D50 FFFFFFE0"}));
 }
 
 // One register in the set-up: cleared and set bits of a read and a write each, or a plain write.

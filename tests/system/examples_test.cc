@@ -19,12 +19,9 @@ using block_t = std::vector<example_t>;
 static std::string without_roff (std::string line)
 {
     const std::pair<const char *, const char *> escapes[] = {
-        {"\\-", "-"}, {"\\(aq", "'"}, {"\\&", ""}, {"\\e", "\\"}};
+        {R"(\\\(aq)", "'"}, {R"(\\&)", ""}, {R"(\\-)", "-"}, {R"(\\e)", "\\"}};
     for (auto &[escape, text] : escapes) {
-        for (size_t at = 0; (at = line.find (escape, at)) != std::string::npos;
-             at += strlen (text)) {
-            line.replace (at, strlen (escape), text);
-        }
+        line = std::regex_replace (line, std::regex (escape), text);
     }
     return line;
 }
@@ -56,14 +53,12 @@ static std::vector<block_t> blocks_of (const fs::path &page)
 // A block belongs to the command line when it calls it and starts no daemon.
 static bool is_for_q5_scan (const block_t &block)
 {
-    bool calls = false;
+    std::string commands;
     for (const example_t &example : block) {
-        if (std::regex_search (example.command, std::regex ("q5_chassis|q5_scand|cmake|\\./"))) {
-            return false;
-        }
-        calls = calls || std::regex_search (example.command, std::regex ("(^|[|] )q5_scan "));
+        commands += example.command + "\n";
     }
-    return calls;
+    return std::regex_search (commands, std::regex ("(^|\n|[|] )q5_scan ")) &&
+           !std::regex_search (commands, std::regex ("q5_chassis|q5_scand|cmake|\\./"));
 }
 
 static bool matches (const std::string &shown, const std::string &output)

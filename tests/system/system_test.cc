@@ -1,7 +1,6 @@
 #include "scan/q5_scan_client.h"
 #include "tests/system/daemon.h"
 
-#include <fstream>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -49,22 +48,12 @@ TEST (q5_scand, serves_a_batch_byte_by_byte_and_answers_every_request)
 
 TEST (q5_scand, says_why_it_refused_before_the_client_sees_the_end)
 {
-    std::string file;
-    {
-        daemon_t daemon ({cards});
-        file = daemon.folder + ".out";
-        for (int i = 0; i < 3; i++) {
-            EXPECT_EQ (play (bad_batch), bytes_t ());
-            EXPECT_EQ (daemon.line (0), bad_slot);
-            EXPECT_EQ (play (ask_3), answer_3) << "the next client is served";
-        }
+    daemon_t daemon ({cards});
+    for (int i = 0; i < 3; i++) {
+        EXPECT_EQ (play (bad_batch), bytes_t ());
+        EXPECT_EQ (daemon.line (0), bad_slot);
+        EXPECT_EQ (play (ask_3), answer_3) << "the next client is served";
     }
-    daemon_t daemon ({cards, true, false, file});
-    EXPECT_EQ (play (bad_batch), bytes_t ());
-    std::string line;
-    std::getline (std::ifstream (file), line);
-    EXPECT_EQ (line, bad_slot);
-    unlink (file.c_str ());
 }
 
 TEST (q5_scand, keeps_serving_when_nobody_reads_its_output)
@@ -116,38 +105,6 @@ TEST (q5_scand, prints_and_ends_with_0_when_the_port_is_taken)
     int status = second.end (0);
     EXPECT_TRUE (WIFEXITED (status) && WEXITSTATUS (status) == 0);
     EXPECT_EQ (play (ask_3), answer_3);
-}
-
-TEST (q5_scand, ends_when_the_driver_fails)
-{
-    struct case_t {
-        const char *board;
-        int status; // 128 and the signal, as the shell has it
-        const char *errors;
-    };
-    const std::vector<case_t> cases = {
-        {"device = false", 255, "can't get scanp_fd.\n"},
-        {"buffer = 0", 128 + SIGABRT,
-         "scanp.cc:27: scanp_get_phys_mem: Assertion `addr != 0' failed."},
-        {"dpram = 0x7FFFFFFF", 128 + SIGABRT,
-         "scanp.cc:34: scanp_get_dpmem_offset: Assertion `offset"},
-        {"cpcr = 1", 128 + SIGABRT,
-         "scanp.cc:41: scanp_do_cpcr_command: Assertion `cc == 0' failed."},
-    };
-    for (const case_t &c : cases) {
-        bool starts = c.board[0] == 'c';
-        daemon_options_t options{"[board]\n" + std::string (c.board) + cards};
-        options.wait = starts;
-        daemon_t daemon (options);
-        if (starts) {
-            EXPECT_EQ (play (words ({2, 1, 21, ask, 4, 0})), words ({-2})) << "no command yet";
-            EXPECT_EQ (play (ask_3), bytes_t ());
-        }
-        int status = daemon.end (0);
-        EXPECT_EQ (WIFSIGNALED (status) ? 128 + WTERMSIG (status) : WEXITSTATUS (status), c.status);
-        EXPECT_NE (daemon.errors ().find (c.errors), std::string::npos) << daemon.errors ();
-        EXPECT_EQ (daemon.line (), std::nullopt);
-    }
 }
 
 TEST (q5_scand, starts_on_a_null_mapping_of_its_buffers)
