@@ -3,6 +3,7 @@
 #include "net/exception.h"
 #include "tools/parse.h"
 
+#include <algorithm>
 #include <sstream>
 #include <string.h>
 
@@ -34,11 +35,18 @@ static field_type_t parse_type (const std::string &text)
     return {found->second};
 }
 
+static std::string trimmed (const std::string &text)
+{
+    size_t begin = std::min (text.find_first_not_of (" \t\n"), text.size ());
+    return text.substr (begin, text.find_last_not_of (" \t\n") + 1 - begin);
+}
+
 type_map_t parse_types (const std::string &text)
 {
     type_map_t types;
-    std::istringstream entries (text);
+    std::istringstream entries (text + ",");
     for (std::string entry; std::getline (entries, entry, ',');) {
+        entry = trimmed (entry);
         if (entry.size () < 3 || entry[1] != '=') {
             usage_failure ("--types: '" + printable (entry) + "' is not LETTER=TYPE",
                            "Give it like this: --types A=int,B=short,C=bytes:4");
@@ -48,10 +56,6 @@ type_map_t parse_types (const std::string &text)
                                " is given twice",
                            "Give each letter one type.");
         }
-    }
-    if (types.empty ()) {
-        usage_failure ("--types names no letter",
-                       "Give it like this: --types A=int,B=short,C=bytes:4");
     }
     return types;
 }
@@ -68,13 +72,10 @@ static bytes_t take_bytes (q5_scan_reader_t &reader, int32_t count)
 }
 
 // The reader lets a text run past the end of its message; here that breaks it off.
-static std::string take_string (q5_scan_reader_t &reader)
+static bool has_end (const q5_scan_reader_t &reader)
 {
     int32_t left = bytes_left (reader);
-    if (left <= 0 || !memchr (reader.bytes + reader.pos, '\0', left)) {
-        throw exception_t ("its text has no end");
-    }
-    return reader.get_string ();
+    return left > 0 && memchr (reader.bytes + reader.pos, '\0', left);
 }
 
 static field_t number_field (uint8_t letter, int32_t value)
@@ -97,8 +98,8 @@ static field_t take_field (q5_scan_reader_t &reader, uint8_t letter, const field
     case kind_t::int_field:
         return number_field (letter, reader.get_int ());
     case kind_t::string_field: {
-        std::string text = take_string (reader);
-        return {letter, '"' + printable (text) + '"', text};
+        std::string text = reader.get_string ();
+        return {letter, in_quotes (text), text};
     }
     case kind_t::bytes_field:
         return bytes_field (letter, take_bytes (reader, type.count));
@@ -121,6 +122,9 @@ static std::string take_fields (q5_scan_reader_t &reader, const type_map_t &type
         auto type = types.find (letter);
         if (type == types.end ()) {
             return "letter " + letter_text (letter) + " has no type";
+        }
+        if (type->second.kind == kind_t::string_field && !has_end (reader)) {
+            return "the text of letter " + letter_text (letter) + " has no end";
         }
         try {
             fields->push_back (take_field (reader, letter, type->second));

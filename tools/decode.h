@@ -30,7 +30,8 @@ using type_map_t = std::map<uint8_t, field_type_t>;
 type_map_t usual_types ();
 
 // Reads "LETTER=TYPE,...", TYPE being byte, short, int, string, rest or bytes:N, N from 0 to 4096.
-// The letters that it does not name have no meaning. Throws failure_t.
+// Blanks around an entry do not count. The letters that it does not name have no meaning. Throws
+// failure_t.
 type_map_t parse_types (const std::string &text);
 
 struct field_t {

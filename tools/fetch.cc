@@ -123,6 +123,15 @@ std::vector<row_t> rows_of (const std::vector<slot_report_t> &slots, bool full)
     return rows;
 }
 
+// What a failure means, as in the outcome of a single request.
+static void add_meaning (json_t &object, int32_t result, const std::string &prefix)
+{
+    if (result < 0) {
+        object[prefix + "meaning"] = meaning_of (result).meaning;
+        object[prefix + "look_at"] = meaning_of (result).look_at;
+    }
+}
+
 static json_t json_of (const slot_report_t &slot)
 {
     json_t fields = json_t::array ();
@@ -134,18 +143,25 @@ static json_t json_of (const slot_report_t &slot)
     if (!slot.message.problem.empty ()) {
         problem = slot.message.problem;
     }
-    return {{"slot", slot.slot},
-            {"state", state_of (slot.typed_result)},
-            {"result", slot.typed_result},
-            {"length", slot.message.length},
-            {"types", slot.message.letters},
-            {"fields", fields},
-            {"problem", problem},
-            {"left_hex", hex_digits (slot.message.left.data (), slot.message.left.size ())},
-            {"raw_state", state_of (slot.raw_result)},
-            {"raw_result", slot.raw_result},
-            {"raw_hex", hex_digits (slot.raw.data (), slot.raw.size ())},
-            {"raw_text", characters (slot.raw.data (), slot.raw.size ())}};
+    const std::string &letters = slot.message.letters;
+    bytes_t letter_bytes (letters.begin (), letters.end ());
+    json_t object = {
+        {"slot", slot.slot},
+        {"state", state_of (slot.typed_result)},
+        {"result", slot.typed_result},
+        {"length", slot.message.length},
+        {"types", letters},
+        {"types_hex", hex_digits (letter_bytes.data (), letter_bytes.size ())},
+        {"fields", fields},
+        {"problem", problem},
+        {"left_hex", hex_digits (slot.message.left.data (), slot.message.left.size ())},
+        {"raw_state", state_of (slot.raw_result)},
+        {"raw_result", slot.raw_result},
+        {"raw_hex", hex_digits (slot.raw.data (), slot.raw.size ())},
+        {"raw_text", characters (slot.raw.data (), slot.raw.size ())}};
+    add_meaning (object, slot.typed_result, "");
+    add_meaning (object, slot.raw_result, "raw_");
+    return object;
 }
 
 static int status_of (const std::vector<slot_report_t> &slots)

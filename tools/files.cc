@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 constexpr size_t first_room = 1 << 16;
-constexpr size_t closing_nuls = 2;
 
 // Standard input need not be a file that can be opened by name.
 static bool is_input (const std::string &path)
@@ -42,7 +41,8 @@ class descriptor_t {
 
 [[noreturn]] static void cannot_read (const std::string &path, int reason)
 {
-    usage_failure (shown_name (path) + " cannot be read: " + strerror (reason),
+    std::string name = is_input (path) ? shown_name (path) : "'" + path + "'";
+    usage_failure (name + " cannot be read: " + strerror (reason),
                    "Give the name of a file that you may read.");
 }
 
@@ -55,7 +55,7 @@ class descriptor_t {
 static std::unique_ptr<char[]> grown (const std::unique_ptr<char[]> &bytes, size_t size,
                                       size_t room)
 {
-    std::unique_ptr<char[]> larger (new char[room + closing_nuls]);
+    std::unique_ptr<char[]> larger (new char[room]);
     std::copy_n (bytes.get (), size, larger.get ());
     return larger;
 }
@@ -74,7 +74,7 @@ file_bytes_t read_file (const std::string &path, size_t most)
         cannot_read (path, errno);
     }
     size_t room = std::min (std::max (room_for (about), first_room), most + 1);
-    std::unique_ptr<char[]> bytes (new char[room + closing_nuls]);
+    std::unique_ptr<char[]> bytes (new char[room]);
     size_t size = 0;
     while (size <= most) {
         if (size == room) {
@@ -96,6 +96,5 @@ file_bytes_t read_file (const std::string &path, size_t most)
     if (size == 0) {
         usage_failure (shown_name (path) + " is empty", "Give a file with something in it.");
     }
-    std::fill_n (bytes.get () + size, closing_nuls, '\0');
     return {std::move (bytes), static_cast<int32_t> (size)};
 }

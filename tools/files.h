@@ -6,7 +6,6 @@
 #include <stdint.h>
 #include <string>
 
-// `size` bytes, and behind them two NULs.
 struct file_bytes_t {
     std::unique_ptr<char[]> bytes;
     int32_t size = 0;

@@ -48,6 +48,15 @@ std::string printable (const std::string &text)
     return shown;
 }
 
+std::string in_quotes (const std::string &text)
+{
+    std::string shown;
+    for (char c : text) {
+        shown += (c == '"' || c == '\\' ? "\\" : "") + printable (std::string (1, c));
+    }
+    return '"' + shown + '"';
+}
+
 std::string characters (const uint8_t *bytes, size_t size)
 {
     std::string text (bytes, bytes + size);

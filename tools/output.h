@@ -15,6 +15,9 @@ std::string hex (const bytes_t &bytes);
 // terminal as a control character.
 std::string printable (const std::string &text);
 
+// The same in double quotes, with a \ before each double quote and \ of the text.
+std::string in_quotes (const std::string &text);
+
 // The characters of the bytes, a "." for each that is not printable ASCII.
 std::string characters (const uint8_t *bytes, size_t size);
 

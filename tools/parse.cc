@@ -9,7 +9,7 @@
 
 constexpr size_t most_shown = 40; // characters of a wrong value in a message
 
-static std::string quoted (const std::string &text)
+static std::string shown_value (const std::string &text)
 {
     return "'" + shortened (printable (text), most_shown) + "'";
 }
@@ -42,7 +42,7 @@ int32_t parse_number (const std::string &name, const std::string &text, int64_t 
     bool is_short = is_number && magnitude <= 1ULL << 32;
     int64_t value = is_negative ? -static_cast<int64_t> (magnitude) : magnitude;
     if (!is_short || value < least || value > most) {
-        usage_failure (name + " " + quoted (text) +
+        usage_failure (name + " " + shown_value (text) +
                            (is_number ? " is out of range" : " is not a number"),
                        "Give a number from " + std::to_string (least) + " to " +
                            std::to_string (most) + ", decimal or 0x form.");
@@ -73,13 +73,14 @@ static void append_group (const std::string &name, const std::string &group, byt
     size_t begin = begins_with_0x (group) ? 2 : 0;
     for (size_t i = begin; i < group.size (); i++) {
         if (digit_value (group[i]) < 0) {
-            usage_failure (name + " " + quoted (group) + " is not hex at character " +
+            usage_failure (name + " " + shown_value (group) + " is not hex at character " +
                                std::to_string (i + 1),
                            advice);
         }
     }
     if ((group.size () - begin) % 2 != 0) {
-        usage_failure (name + " " + quoted (group) + " has an odd number of hex digits", advice);
+        usage_failure (name + " " + shown_value (group) + " has an odd number of hex digits",
+                       advice);
     }
     for (size_t i = begin; i < group.size (); i += 2) {
         bytes->push_back (digit_value (group[i]) << 4 | digit_value (group[i + 1]));
