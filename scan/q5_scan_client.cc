@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <string.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #define MODULE "q5_scan_server.cc"
@@ -122,10 +123,12 @@ bool q5_scan_client_t::write_batch (int32_t fd, int32_t num_commands,
 int32_t q5_scan_client_t::exchange_batch (int32_t fd, int32_t num_commands,
                                           q5_scan_command_t *commands)
 {
-    if (!write_batch (fd, num_commands, commands)) {
-        return 0;
+    bool sent = write_batch (fd, num_commands, commands);
+    uint8_t first;
+    if (recv (fd, &first, sizeof (first), MSG_PEEK) != sizeof (first)) {
+        return -1;
     }
-    return read_replies (fd, num_commands, commands);
+    return sent ? read_replies (fd, num_commands, commands) : 0;
 }
 
 int32_t q5_scan_client_t::execute_batch (int32_t num_commands, q5_scan_command_t *commands)

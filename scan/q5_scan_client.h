@@ -47,8 +47,9 @@ class q5_scan_client_t : public kp_client_t {
     // slots, lengths and the sum of the transmit lengths within the limits, no buffer missing.
     void check_batch (int32_t num_commands, const q5_scan_command_t *commands) const;
     // Sends a checked batch on the connection `fd`, which stays open, and reads the replies.
-    // Returns the number of records whose reply came whole; the records after those keep what they
-    // held, but for the result word of one whose data came short.
+    // Returns the number of records whose reply came whole, -1 when the connection ended before the
+    // first byte of a reply: the daemon dropped the batch. The records after the whole ones keep
+    // what they held, but for the result word of one whose data came short.
     int32_t exchange_batch (int32_t fd, int32_t num_commands, q5_scan_command_t *commands);
 
     // Take and give back the bus for this client's id. Return 1 when the daemon granted it; 0 when
@@ -75,11 +76,14 @@ class q5_scan_client_t : public kp_client_t {
     // everything from the text's start to that NUL.
     int32_t find_version (char *image, int32_t length, char *version) const;
 
-    // Copy the type ("ABC") and the build date ("Jan 12 2004 10:22:33") out of an identity text and
-    // return the copy, with the blanks at its end. The caller provides as much room as the text
-    // takes, its NUL included. Throw exception_t when the text has no "Type: ", no "Compiled on:"
-    // line.
+    // Copies the type ("ABC") out of an identity text: all behind the first "Type: " to the end of
+    // the line, blanks included. Returns `type`, for which the caller provides as much room as the
+    // text takes, its NUL included. Throws exception_t when the text has no "Type: ".
     char *version_type (const char *version, char *type) const;
+
+    // Copies the build date ("Jan 12 2004 10:22:33") out of an identity text: the two lines behind
+    // the first "Compiled on:" line, with a blank between them; one alone as it stands. Returns
+    // `date`, with room as above. Throws exception_t when the text has no "Compiled on:" line.
     char *version_date (const char *version, char *date) const;
 
     // Splits a build date at blanks, colons and newlines, and returns 1. An unknown month is 0;

@@ -32,7 +32,7 @@ TEST (client, sends_each_order_and_stores_the_replies_as_far_as_they_came)
     const bytes_t data = {1, 2, 3, 4};
     const std::vector<case_t> cases = {
         {words ({10}) + data + words ({-3}), 2, 10, -3},
-        {{}, 0, 99, 99},
+        {{}, -1, 99, 99},
         {{0, 0, 0}, 0, 99, 99},
         {words ({4}) + bytes_t{1, 2, 3}, 0, 4, 99},
         {words ({4}) + data, 1, 4, 99},

@@ -94,7 +94,10 @@ TEST (batch_text, gives_requests_or_names_the_line_that_is_wrong)
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"# comment\n\n 3 0x33\r\n", "3 51 4096 []; "},
         {"4 51 --tx 01 02 0a --rx 5 # more", "4 51 5 [01 02 0a]; "},
-        {"4 51 --rx 0 --tx ff\n0 2", "4 51 0 [ff]; 0 2 0 []; "},
+        {"4 51 --rx=0 --tx=ff\n0 2", "4 51 0 [ff]; 0 2 0 []; "},
+        {"4 51 --tx \"01 02\"\nsend 7 1 2 '03'", "4 51 4096 [01 02]; 7 147 0 [01 02 03]; "},
+        {"4 51 --tx \"01 --rx 2", "f:1: --tx '\"01' is not hex at character 1"},
+        {"4 51 --tx=01 --tx 02", "f:1: --tx is given twice"},
         {"claim\nsend 7 1 0xff 0a 0b", "0 1 0 []; 7 147 0 [01 ff 0a 0b]; "},
         {" # nothing\n", "f holds no request"},
         {"\n32 51", "f:2: slot '32' is out of range"},
@@ -102,7 +105,7 @@ TEST (batch_text, gives_requests_or_names_the_line_that_is_wrong)
         {"3", "f:1: a command is missing behind the slot"},
         {"3 --rx 4", "f:1: a command is missing behind the slot"},
         {"3 51 4", "f:1: '4' is not expected here"},
-        {"3 51 --rx", "f:1: --rx has no value"},
+        {"3 51 --rx=", "f:1: --rx has no value"},
         {"3 51 --rx 4097", "f:1: --rx '4097' is out of range"},
         {"3 51 --rx 1 2", "f:1: --rx '1 2' is not a number"},
         {"3 51 --to 1", "f:1: '--to' is not expected here"},
@@ -138,7 +141,7 @@ TEST (typed_message, is_shown_as_far_as_it_is_sound)
     const std::vector<std::pair<std::string, std::string>> messages = {
         {"\x05"
          "bhisx\xFF\xFF\xFE\x80\0\0\1a\"\x1B\0zz"s,
-         "b=255 h=65534 i=-2147483647 s=\"a\"\\x1b\" x=7a 7a"},
+         "b=255 h=65534 i=-2147483647 s=\"a\\\"\\x1b\" x=7a 7a"},
         {"\1b\7\x08"s, "b=7 left: 08"},
         {"\1x"s, "x="},
         {"\0"s, ""},
@@ -146,7 +149,7 @@ TEST (typed_message, is_shown_as_far_as_it_is_sound)
         {"\2sb\0"s, "s=\"\" problem: letter b reaches beyond the payload;"},
         {"\2bh\1\2"s, "b=1 problem: letter h reaches beyond the payload; left: 02"},
         {"\1i\1\2\3"s, "problem: letter i reaches beyond the payload; left: 01 02 03"},
-        {"\1sab"s, "problem: letter s reaches beyond the payload; left: 61 62"},
+        {"\1sab"s, "problem: the text of letter s has no end; left: 61 62"},
         {"\2q\x01\1\2"s, "problem: letter q has no type; left: 01 02"},
         {"\x03zb"s, "problem: it announces 3 letters, and has 2 bytes behind that; left: 7a 62"},
         {"\x80zb"s, "problem: it announces 128 letters, and has 2 bytes behind that; left: 7a 62"},
@@ -156,19 +159,19 @@ TEST (typed_message, is_shown_as_far_as_it_is_sound)
             << characters (reinterpret_cast<const uint8_t *> (message.data ()), message.size ());
     }
     std::string longest = "\1s" + std::string (4094, 'A');
-    EXPECT_TRUE (has (row_for (longest, usual_types ())[4], "reaches beyond"));
+    EXPECT_TRUE (has (row_for (longest, usual_types ())[4], "has no end"));
 }
 
 TEST (types, give_letters_another_meaning)
 {
-    type_map_t types = parse_types ("A=bytes:2,b=string,==rest");
+    type_map_t types = parse_types ("A=bytes:2, b=string ,==rest");
     EXPECT_EQ (row_for ("\3Ab=\1\2x\0\4"s, types)[4], "A=01 02 b=\"x\" ==04");
     EXPECT_EQ (row_for ("\1A\1"s, types)[4],
                "problem: letter A reaches beyond the payload; left: 01");
     EXPECT_EQ (row_for ("\1i\1\2\3\4"s, types)[4],
                "problem: letter i has no type; left: 01 02 03 04");
     for (const char *text : {"", "A", "A=", "A=word", "AB=int", "A=int,A=int",
-                             "A=bytes:", "A=bytes:4097", "A=bytes:-1", "A=int,,"}) {
+                             "A=bytes:", "A=bytes:4097", "A=bytes:-1", "A=int,"}) {
         EXPECT_NE (complaint ([&] { parse_types (text); }), "") << text;
     }
 }
@@ -199,6 +202,8 @@ TEST (program, ends_with_the_right_status)
     shell.write ("new", "\0\0Type: ABC\0Compiled on:\0Feb 1 2004\00000:00:00"s);
     shell.write ("typed", "Type: ABC");
     shell.write ("dated", "Type: ABC\0Compiled on:\0soon\0"s);
+    shell.write ("monthless", "Type: ABC\0Compiled on:\0Jen 12 2004\00010:22:33\0"s);
+    shell.write ("printing", "Type: %s\0x\0Type: %s\0"s + identity);
     shell.write ("endless", "Type: " + std::string (100000, 'A') + "\0Compiled on:\0Jan"s);
     shell.write ("empty", "");
     shell.write ("five", "A\xFF z\0"s);
@@ -213,6 +218,7 @@ TEST (program, ends_with_the_right_status)
         {"q5_scan nonsense", 2, "'nonsense' is no command"},
         {"q5_scan claim now", 2, "now"},
         {"q5_scan run 3", 2, "COMMAND is required"},
+        {"q5_scan run 3 51 --rx ''", 2, "--rx '' is not a number"},
         {"q5_scan run 3 51 --tx 0", 2, "--tx '0' has an odd number"},
         {"q5_scan send 3 1 2 $(printf '00%.0s' $(seq 28))", 2, "BYTES has 28 bytes"},
         {"q5_scan --port 0 claim", 2, "--port '0' is out of range"},
@@ -220,7 +226,7 @@ TEST (program, ends_with_the_right_status)
         {"q5_scan --json run 3", 2,
          "{\"command\":\"run\",\"ok\":false,\"exit_status\":2,\"error\":{\"kind\":\"usage\""},
         {"q5_scan watch --interval nan", 2, "--interval 'nan'"},
-        {"q5_scan batch missing", 2, "missing cannot be read: No such file"},
+        {"q5_scan batch missing", 2, "'missing' cannot be read: No such file"},
         {"q5_scan batch zeros", 2, "zeros has more than 1048576 bytes"},
         {"echo 3 51 4 | q5_scan batch", 2, "standard input:1: '4' is not expected here"},
         {"q5_scan claim --port 1", 3, "no connection to 127.0.0.1 port 1: Connection refused"},
@@ -233,12 +239,15 @@ TEST (program, ends_with_the_right_status)
         {"q5_scan identity typed", 1, "no build date"},
         {"q5_scan identity endless", 1, "but no build identity behind it"},
         {"q5_scan identity empty", 2, "empty is empty"},
-        {"q5_scan identity folder", 2, "folder cannot be read: Is a directory"},
+        {"q5_scan identity dated", 1, "dated carries a build date that is none: soon"},
+        {"q5_scan identity printing", 0, "type: ABC\nbuilt: Jan 12 2004 10:22:33\n"},
+        {"q5_scan identity folder", 2, "'folder' cannot be read: Is a directory"},
         {"q5_scan identity large", 2, "large has more than 268435456 bytes"},
         {"q5_scan newer old new", 0, "new is newer: built Feb 1 2004 00:00:00"},
         {"q5_scan newer --json new old", 0, "\"newer\":\"first\""},
         {"q5_scan newer old old", 0, "same build date"},
-        {"q5_scan newer old dated", 1, "dated carries a build date that is none"},
+        {"q5_scan newer old monthless", 1, "none: Jen 12 2004 10:22:33"},
+        {"q5_scan newer - -", 2, "both images"},
         {"q5_scan dump five", 0,
          "41 ff 20 7a 00                                      A . . z . \n"},
         {"q5_scan dump five --json", 0, "\"size\":5,\"data_hex\":\"41ff207a00\"}"},
@@ -280,6 +289,8 @@ TEST (program, sends_one_batch_and_tells_what_became_of_it)
         {"run 3 51 --id 9", {}, 4, run, {"another id holds the bus (this batch went out as id 9)"}},
         {"--json fetch 31", {}, 4, fetch, {"\"exit_status\":4,\"error\":{\"kind\":\"dropped\""}},
         {"fetch 31", words ({-3, 8, 3}), 3, fetch, {"closed the connection after 1 of 2 replies"}},
+        {"fetch 31", {0, 0}, 3, fetch, {"closed the connection after 0 of 2 replies"}},
+        {"run 3 51 --id 9", words ({8, 3}), 3, run, {"after 0 of 1 replies"}},
         {"--json fetch 31",
          words ({INT32_MAX}) + bytes_t (4096, 1) + words ({-99}),
          1,
@@ -297,6 +308,11 @@ TEST (program, sends_one_batch_and_tells_what_became_of_it)
          1,
          words ({2, 4, 0, 51, 4096, 0, 2, 51, 4096, 0, 0, 83, 4096, 0, 2, 83, 4096, 0}),
          {"line error", "no such slot, or line low", "no card, or silent", "wrong address"}},
+        {"--json=true fetch 31",
+         words ({2}) + bytes_t{1, 0xFF} + words ({-3}),
+         1,
+         fetch,
+         {"\"types_hex\":\"ff\"", "\"raw_meaning\":\"the request went out"}},
         {"fetch 31", words ({-10, 0}), 1, fetch, {"not sent"}},
     };
     for (const case_t &c : cases) {

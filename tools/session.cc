@@ -65,15 +65,19 @@ static failure_t no_connection (const q5_scan_client_t &client, int reason, int 
             "See whether q5_scand runs there, and whether --host and --port name it."};
 }
 
-static failure_t unanswered (const q5_scan_client_t &client, int32_t answered, size_t asked)
+static failure_t dropped (const q5_scan_client_t &client)
 {
-    if (answered == 0) {
-        return {status_dropped,
-                "the daemon at " + place_of (client) +
-                    " dropped the batch: another id holds the bus (this batch went out as id " +
-                    std::to_string (client.client_id) + ")",
-                "Wait until the holder releases the bus, or be the holder with --id ID."};
-    }
+    return {status_dropped,
+            "the daemon at " + place_of (client) +
+                " dropped the batch unanswered: as a rule another id holds the bus (this batch "
+                "went out as id " +
+                std::to_string (client.client_id) + ")",
+            "Wait until the holder releases the bus, or be the holder with --id ID. If nobody "
+            "holds it, see whether q5_scand still runs and what it said."};
+}
+
+static failure_t broken_off (const q5_scan_client_t &client, int32_t answered, size_t asked)
+{
     return {status_no_connection,
             "the daemon at " + place_of (client) + " closed the connection after " +
                 std::to_string (answered) + " of " + std::to_string (asked) + " replies",
@@ -90,10 +94,13 @@ exchange_t exchange_records (q5_scan_client_t &client, std::vector<q5_scan_comma
     }
     int32_t size = static_cast<int32_t> (commands.size ());
     exchange_t done;
-    done.answered = client.exchange_batch (fd, size, commands.data ());
+    int32_t answered = client.exchange_batch (fd, size, commands.data ());
     close (fd);
-    if (done.answered < size) {
-        done.failure = unanswered (client, done.answered, commands.size ());
+    done.answered = std::max (answered, 0);
+    if (answered < 0) {
+        done.failure = dropped (client);
+    } else if (answered < size) {
+        done.failure = broken_off (client, answered, commands.size ());
     }
     return done;
 }
