@@ -100,7 +100,8 @@ static bool install_handler ()
     struct sigaction action = {};
     action.sa_sigaction = on_fault;
     action.sa_flags = SA_SIGINFO | SA_NODEFER;
-    sigemptyset (&action.sa_mask);
+    sigfillset (&action.sa_mask); // a signal comes before or after an access
+    sigdelset (&action.sa_mask, SIGSEGV);
     return sigaction (SIGSEGV, &action, &previous_action) == 0;
 }
 

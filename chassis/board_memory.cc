@@ -1,5 +1,6 @@
 #include "chassis/board_memory.h"
 
+#include "chassis/own_descriptor.h"
 #include "scanp/mpc8260.h"
 
 #include <errno.h>
@@ -8,6 +9,7 @@
 #include <system_error>
 #include <unistd.h>
 
+constexpr const char *file_name = "q5_board_memory";
 constexpr uint64_t page_size = 4096;
 constexpr uint64_t address_space = 0x100000000;
 
@@ -20,7 +22,7 @@ board_memory_t::board_memory_t (const board_t &board)
 {
     place_buffers (board.buffer);
     size_ = IMMR_SIZE + (buffers_end_ - buffers_begin_);
-    file_ = memfd_create ("q5_board_memory", MFD_CLOEXEC);
+    file_ = moved_out_of_the_way (memfd_create (file_name, MFD_CLOEXEC));
     if (file_ < 0) {
         fail ("memory of the emulated board");
     }
@@ -114,6 +116,10 @@ void *board_memory_t::map (void *where, size_t length, int protection, int flags
     bool internal = is_internal (phys, length);
     if (!internal && !is_buffers (phys, length)) {
         errno = EPERM;
+        return MAP_FAILED;
+    }
+    if (!is_memory_file (file_, file_name)) {
+        errno = EBADF;
         return MAP_FAILED;
     }
     uint64_t offset = internal ? phys - IMMR_BASE : IMMR_SIZE + (phys - buffers_begin_);

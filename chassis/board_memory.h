@@ -47,7 +47,8 @@ class board_memory_t {
 
     // A view of the board's memory for the program: the pages of the buffers as they are, those of
     // the internal memory map closed to every access. Like mmap: MAP_FAILED and errno on failure,
-    // EPERM outside of the board's memory. The view is unmapped when this object ends.
+    // EPERM outside of the board's memory, EBADF when the program closed this object's descriptor.
+    // The view is unmapped when this object ends.
     void *map (void *where, size_t length, int protection, int flags, uint64_t phys);
 
   private:

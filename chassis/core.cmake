@@ -10,7 +10,7 @@ else ()
 endif ()
 
 add_library (q5_chassis_core STATIC
-    access_trap.cc ${access_decoder} board_memory.cc chassis.cc door.cc pins.cc scc_receiver.cc
+    access_trap.cc ${access_decoder} board_memory.cc chassis.cc door.cc own_descriptor.cc pins.cc scc_receiver.cc
     scc_setup.cc scc_transmitter.cc slot_card.cc trace.cc)
 set_target_properties (q5_chassis_core PROPERTIES
     POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)

@@ -1,5 +1,7 @@
 #include "chassis/door.h"
 
+#include "chassis/own_descriptor.h"
+
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -7,9 +9,9 @@
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
+#include <string>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -19,16 +21,9 @@ static bool is_fast;
 static int last_flags;
 static pthread_t opener;
 
-// A file of its own stands for each device; a descriptor belongs to the device if it leads there,
-// whatever its number.
-struct device_t {
-    const char *path;
-    int file;
-    dev_t dev;
-    ino_t inode;
-};
-static device_t scanp_device{"/dev/scanp", -1, 0, 0};
-static device_t mem_device{"/dev/mem", -1, 0, 0};
+// A descriptor of a device leads to a memory file that bears the device's name.
+static constexpr const char *scanp_device = "/dev/scanp";
+static constexpr const char *mem_device = "/dev/mem";
 
 // The definition of a function that the program would have got without this one.
 template <typename function_t> static function_t *next (const char *name)
@@ -36,25 +31,8 @@ template <typename function_t> static function_t *next (const char *name)
     return reinterpret_cast<function_t *> (dlsym (RTLD_NEXT, name));
 }
 
-static void create_device (device_t &device)
-{
-    if (device.file >= 0) {
-        return;
-    }
-    device.file = memfd_create (device.path, MFD_CLOEXEC);
-    struct stat status;
-    if (device.file < 0 || fstat (device.file, &status) != 0) {
-        perror ("q5_chassis: the emulated device");
-        _exit (2);
-    }
-    device.dev = status.st_dev;
-    device.inode = status.st_ino;
-}
-
 void door_attach (chassis_t *chassis)
 {
-    create_device (scanp_device);
-    create_device (mem_device);
     attached = chassis;
     opener = pthread_self ();
 }
@@ -83,34 +61,34 @@ static void attach_on_first_open ()
     }
 }
 
-static bool leads_to (const device_t &device, int fd)
+static bool leads_to (const char *device, int fd)
 {
-    struct stat status;
-    return attached != nullptr && fd >= 0 && fstat (fd, &status) == 0 &&
-           status.st_dev == device.dev && status.st_ino == device.inode;
+    return attached != nullptr && fd >= 0 && is_memory_file (fd, device);
 }
 
 static bool is_device (const char *path)
 {
-    return path != nullptr &&
-           (strcmp (path, scanp_device.path) == 0 || strcmp (path, mem_device.path) == 0);
+    return path != nullptr && (strcmp (path, scanp_device) == 0 || strcmp (path, mem_device) == 0);
 }
 
 using open_t = int (const char *, int, ...);
 
+// Opened anew, so that it has the flags that the program asked for.
 static int open_device (const char *path, int flags, open_t *next_open)
 {
-    bool is_scanp = strcmp (path, scanp_device.path) == 0;
-    if (is_scanp && !attached->has_device ()) {
+    if (strcmp (path, scanp_device) == 0 && !attached->has_device ()) {
         errno = ENOENT;
         return -1;
     }
     last_flags = flags;
     opener = pthread_self ();
-    char file[40];
-    snprintf (file, sizeof (file), "/proc/self/fd/%d",
-              is_scanp ? scanp_device.file : mem_device.file);
-    return next_open (file, flags & (O_ACCMODE | O_CLOEXEC | O_NONBLOCK | O_SYNC));
+    int file = moved_out_of_the_way (memfd_create (path, MFD_CLOEXEC));
+    std::string link = "/proc/self/fd/" + std::to_string (file);
+    int fd = next_open (link.c_str (), flags & (O_ACCMODE | O_CLOEXEC | O_NONBLOCK | O_SYNC));
+    int error = errno;
+    close (file);
+    errno = error;
+    return fd;
 }
 
 static int open_any (const char *path, int flags, unsigned mode, open_t *next_open)
@@ -146,7 +124,14 @@ static void *map_memory (void *where, size_t length, int protection, int flags, 
         errno = EACCES;
         return MAP_FAILED;
     }
-    return attached->map (where, length, protection, flags, phys);
+    void *view = attached->map (where, length, protection, flags, phys);
+    if (view == MAP_FAILED && errno == EBADF) {
+        fputs ("q5_chassis: the program closed a descriptor of the emulated board, which is not "
+               "its own; let it close only those that it opened\n",
+               stderr);
+        _exit (2);
+    }
+    return view;
 }
 
 static constexpr uint64_t nanoseconds_a_second = 1000000000;

@@ -2,9 +2,11 @@
 // program opens its first device.
 #include "chassis/chassis_file.h"
 #include "chassis/door.h"
+#include "chassis/own_descriptor.h"
 #include "chassis/trace.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
@@ -22,13 +24,21 @@ static std::string setting (const char *name)
     return value == nullptr ? "" : value;
 }
 
+// The launcher emptied it: all that it starts in turn, as a script does, share it.
+static FILE *append_to (const std::string &path)
+{
+    int fd = moved_out_of_the_way (
+        open (path.c_str (), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
+    return fd < 0 ? nullptr : fdopen (fd, "a");
+}
+
 // What is made here lives as long as the program.
 static void add_trace (chassis_t &chassis, const std::string &path)
 {
     if (path.empty ()) {
         return;
     }
-    FILE *file = path == "-" ? stderr : fopen (path.c_str (), "we");
+    FILE *file = path == "-" ? stderr : append_to (path);
     if (file == nullptr) {
         fail (path + ": " + strerror (errno));
     }
