@@ -167,20 +167,23 @@ void *chassis_t::map (void *where, size_t length, int protection, int flags, uin
 
 // Pins and slots
 
+// The falling strobe takes the code; a code that changes under the low strobe selects nothing.
 void chassis_t::follow_pins ()
 {
     bool drive = select_pins_drive (memory_);
     uint32_t pdat = memory_.read32 (PDATC);
     uint8_t code = drive ? pdat & PC25_PC31 : pins_.code;
     bool low = drive && !(pdat & PC24);
-    if (low && !pins_.strobe_low && before_select) {
+    bool falls = low && !pins_.strobe_low;
+    if (falls && before_select) {
         before_select ();
     }
-    bool reselects = low != pins_.strobe_low || (low && code != pins_.code);
-    if (reselects) {
-        select (low ? slot_of_code (code) : -1);
+    int held = low && code == pins_.code ? pins_.slot : -1;
+    int slot = falls ? slot_of_code (code) : held;
+    if (falls || slot != pins_.slot) {
+        select (slot);
     }
-    bus_pins_t pins{code, low, low ? slot_of_code (code) : -1, card_ && card_->holds_line_low ()};
+    bus_pins_t pins{code, low, slot, card_ && card_->holds_line_low ()};
     if (pins == pins_) {
         return;
     }

@@ -51,7 +51,7 @@ bool line_drivers_are_on (const board_memory_t &memory)
 uint32_t brg4_divider (const board_memory_t &memory)
 {
     uint32_t brgc = memory.read32 (BRGC4);
-    if (!(brgc & BRGC_EN) || (brgc & (BRGC_RST | BRGC_EXTC | BRGC_ATB))) {
+    if ((brgc & ~(BRGC_CD | BRGC_DIV16)) != BRGC_EN) {
         return 0;
     }
     uint32_t divider = ((brgc & BRGC_CD) >> BRGC_CD_SHIFT) + 1;

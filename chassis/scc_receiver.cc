@@ -34,7 +34,7 @@ void scc_receiver_t::receive (const line_character_t &character, const scc_setup
 {
     using multidrop_t = scc_setup_t::multidrop_t;
     if (!works_ || !setup.receives || setup.rx_divider == 0 || character.start < enabled_since_ ||
-        ring_.memory.read (SCC3_PARAM (RFCR), 1) != FCR_BIG_ENDIAN) {
+        ring_.memory.read (SCC3_PARAM (RFCR), 1) != FCR_BIG_ENDIAN || !control_table_ends ()) {
         return;
     }
     last_end_ = character.end;
@@ -111,6 +111,13 @@ void scc_receiver_t::take_data (uint8_t value)
     }
 }
 
+// The two bits above RCCM's mask end the table of control characters behind its last entry.
+bool scc_receiver_t::control_table_ends () const
+{
+    constexpr uint16_t end = CHARACTER_END | CHARACTER_REJECT;
+    return (ring_.memory.read16 (SCC3_PARAM (RCCM)) & end) == end;
+}
+
 // The control characters: a match goes into the buffer and closes it, or is rejected.
 bool scc_receiver_t::is_rejected (uint8_t value, bool &closes)
 {
@@ -138,7 +145,7 @@ bool scc_receiver_t::open (uint16_t flags)
     }
     works_ = ring_.is_aligned ();
     if (works_) {
-        uint16_t kept = status & (BD_RX_W | BD_RX_I | BD_RX_CM);
+        uint16_t kept = status & ~(BD_RX_E | BD_RX_A | BD_RX_AM); // old errors too
         buffer_ = {static_cast<uint16_t> (kept | flags), ring_.memory.read32 (ring_.buffer ()), 0};
     }
     return works_;

@@ -46,5 +46,6 @@ class scc_receiver_t {
     void take_address (uint8_t value, bool automatic);
     void take_data (uint8_t value);
     void take_bad (const line_character_t &character);
+    bool control_table_ends () const;
     bool is_rejected (uint8_t value, bool &closes);
 };

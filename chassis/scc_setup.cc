@@ -3,11 +3,12 @@
 #include "chassis/pins.h"
 #include "scanp/mpc8260.h"
 
+// An event that is not masked interrupts the processor, where nobody serves it: the board hangs.
 static bool mode_works (const board_memory_t &memory)
 {
     constexpr uint32_t free_bits = GSMR_L_TDCR | GSMR_L_RDCR | GSMR_L_ENR | GSMR_L_ENT;
     return (memory.read32 (GSMR_L3) & ~free_bits) == GSMR_L_MODE_UART &&
-           (memory.read32 (GSMR_H3) & ~GSMR_H_RFW) == 0;
+           (memory.read32 (GSMR_H3) & ~GSMR_H_RFW) == 0 && memory.read16 (SCCM3) == 0;
 }
 
 // TDCR and RDCR: how often a bit is sampled.
@@ -48,8 +49,8 @@ static void decode_psmr (const board_memory_t &memory, scc_setup_t &setup)
     setup.multidrop = multidrop_of (psmr);
     setup.data_bits = 5 + (psmr & PSMR_CL) / (PSMR_CL & -PSMR_CL);
     setup.stop_bits = psmr & PSMR_SL ? 2 : 1;
-    setup.garbles = (psmr & (PSMR_RZS | PSMR_SYN | PSMR_DRT | PSMR_PEN)) ||
-                    memory.read16 (DSR3) != DSR_RESET ||
+    constexpr uint16_t known = PSMR_FLC | PSMR_SL | PSMR_CL | PSMR_UM | PSMR_FRZ;
+    setup.garbles = (psmr & ~known) || memory.read16 (DSR3) != DSR_RESET ||
                     setup.multidrop == scc_setup_t::multidrop_t::reserved;
 }
 

@@ -21,7 +21,7 @@ struct scc_setup_t {
     multidrop_t multidrop;
     int data_bits;
     int stop_bits;
-    bool garbles; // parity, synchronous mode or fractional stop bits: no card understands
+    bool garbles; // parity, synchronous mode, stop bits of another length: no card understands
 
     // A character as the transmitter puts it on the line at `start`.
     line_character_t frame (uint8_t value, bool address, bool no_stop, uint64_t start) const;

@@ -30,8 +30,8 @@ void scc_transmitter_t::begin_out_of_sequence (const scc_setup_t &setup, uint64_
     ring_.memory.write16 (SCC3_PARAM (TOSEQ), toseq & ~TOSEQ_REA);
 }
 
-// A descriptor that is ready but has no characters, or stands at an odd place, stops the
-// transmitter for good.
+// A descriptor that is ready but has no characters or unknown bits, or stands at an odd place,
+// stops the transmitter for good.
 bool scc_transmitter_t::open_buffer ()
 {
     uint16_t status = ring_.memory.read16 (ring_.status ());
@@ -39,7 +39,8 @@ bool scc_transmitter_t::open_buffer ()
     if (!(status & BD_TX_R)) {
         return false;
     }
-    works_ = ring_.is_aligned () && length != 0;
+    constexpr uint16_t known = BD_TX_R | BD_TX_W | BD_TX_I | BD_TX_A | BD_TX_CM | BD_TX_NS;
+    works_ = ring_.is_aligned () && length != 0 && (status & ~known) == 0;
     if (works_) {
         buffer_ = {status, ring_.memory.read32 (ring_.buffer ()), length};
     }

@@ -40,6 +40,7 @@ line_fault_t slot_card_t::hear (const line_character_t &character)
     if (is_sending (character.start)) {
         return fault;
     }
+    current_.reset (); // there was more to come: what it meant to answer was no request
     if (fault != line_fault_t::none) {
         spoiled_ = true;
     } else {
