@@ -33,63 +33,41 @@ static bytes_t answer_of (const std::string &lines)
 
 TEST (ChassisFile, NamesFileLineAndKeyOfWhatIsWrong)
 {
+    const std::string long_types = "types = '" + std::string (128, 'b') + "'";
+    // What the message begins with.
     const std::vector<std::pair<std::string, std::string>> cases = {
-        {"[borad]", "1: borad: unknown key, expected one of: board, card"},
-        {"\n[board]\nbrgclk = 99999",
-         "3: board.brgclk: found 99999, expected a number from 100000 to 1000000000"},
-        {"[board]\nbuffer = 0xF003FFFF", "2: board.buffer: found two buffers of 4096 bytes in the "
-                                         "internal memory map, expected them outside 0xF0000000 "
-                                         "to 0xF003FFFF"},
+        {"\n[board]\nbrgclk = 1", "3: board.brgclk: found 1, expected a number from 100000 to "},
+        {"[board]\nbuffer = 0xEFFFE001", "2: board.buffer: found two buffers"},
         {"[board]\ndevice = 1", "2: board.device: found 1, expected true or false"},
-        {"[board]\nmemory = \"ram\"",
-         "2: board.memory: found \"ram\", expected one of: zeros, ones, noise"},
+        {"[board]\nmemory = 'ram'", "2: board.memory: found \"ram\", expected one of: zeros, "},
         {"[[board]]", "1: board: found an array, expected one [board] section"},
         {"[card]\nslot = 1", "1: card: found a table, expected [[card]] sections"},
         {"card = [5]", "1: card: found 5, expected [[card]] sections"},
         {"\n[[card]]\ndelay = 5", "2: card.slot: missing, expected a number from 0 to 31"},
-        {"[[card]]\nslot = 32", "2: card.slot: found 32, expected a number from 0 to 31"},
-        {"[[card]]\nslot = 21", "2: card.slot: found 21, expected a slot that the chassis has (not "
-                                "21, 22, 25, 26, 31)"},
-        {"[[card]]\nslot = 4\n[[card]]\nslot = 4",
-         "4: card.slot: found 4 a second time, expected one card for each slot"},
-        {"[[card]]\nslot = 4\nspeed = 5", "3: card.speed: unknown key, expected one of: slot, "
-                                          "delay, address, bit_rate, fault, fault_at, answer"},
-        {answering (""), "3: card.answer: found no content, expected hex (\"\" for an empty "
-                         "answer), text, types with fields, or echo = true"},
-        {answering ("hex = ''\n[[card.answer]]\ncommand = 7\nhex = ''"),
-         "7: card.answer.command: found 7 a second time, expected one answer for each command"},
-        {answering ("text = ''\nhex = ''"),
-         "5: card.answer.text: found beside hex, expected only one of them"},
-        {answering ("hex = ''\nfields = []"),
-         "6: card.answer.fields: found without types, expected both or none"},
-        {answering ("hex = '01 2'"), "5: card.answer.hex: found \"2\" at character 4, expected two "
-                                     "hexadecimal digits for each byte"},
-        {answering ("hex = '0x10'"), "5: card.answer.hex: found \"0x\" at character 1, expected "
-                                     "two hexadecimal digits for each byte"},
-        {answering ("types = 'bz'"),
-         "5: card.answer.types: found the type letter \"z\", expected b, h, i, s or x"},
-        {answering ("types = '" + std::string (128, 'b') + "'"),
-         "5: card.answer.types: found 128 type letters, expected at most 127"},
-        {answering ("types = 'bb'\nfields = [1]"),
-         "6: card.answer.fields: found 1 fields for 2 letters, expected one for each"},
-        {answering ("types = 'bs'\nfields = [\n1,\n5]"),
-         "8: card.answer.fields: found 5, expected a text for type s"},
-        {answering ("types = 's'\nfields = ['a\\u0000b']"), ""},
-        {answering ("types = 's'\nfields = [\"a\\u0000b\"]"),
-         "6: card.answer.fields: found a NUL inside \"a.b\", expected a text without one for type "
-         "s"},
-        {answering ("types = 'b'\nfields = [1.5]"),
-         "6: card.answer.fields: found 1.5, expected a number or a text"},
-        {answering ("hex = '01 02'\nrepeat = 32769"),
-         "6: card.answer.repeat: found 65538 bytes in all, expected at most 65536"},
-        {answering ("hex = ''\nfault = 'line low'"),
-         "6: card.answer.fault: found \"line low\", expected it on the card: it begins before any "
-         "command"},
+        {"[[card]]\nslot = 21", "2: card.slot: found 21, expected a slot that the chassis has"},
+        {"[[card]]\nslot = 4\n[[card]]\nslot = 4", "4: card.slot: found 4 a second time"},
+        {"[[card]]\nslot = 4\nspeed = 5", "3: card.speed: unknown key, expected one of: slot, "},
+        {"[[card]]\nslot = \n", "2: TOML:"},
+        {answering (""), "3: card.answer: found no content, expected hex"},
+        {answering ("hex = ''\n[[card.answer]]\ncommand = 7"), "7: card.answer.command: found 7 a"},
+        {answering ("text = ''\nhex = ''"), "5: card.answer.text: found beside hex"},
+        {answering ("hex = ''\nfields = []"), "6: card.answer.fields: found without types"},
+        {answering ("hex = '0x10'"), "5: card.answer.hex: found \"0x\" at character 1"},
+        {answering ("hex = '01 2'"), "5: card.answer.hex: found \"2\" at character 4"},
+        {answering ("types = 'bz'"), "5: card.answer.types: found the type letter \"z\""},
+        {answering (long_types), "5: card.answer.types: found 128 type letters, expected at most"},
+        {answering ("types = 'bb'\nfields = [1]"), "6: card.answer.fields: found 1 fields for 2"},
+        {answering ("types = 'bs'\nfields = [\n1,\n5]"), "8: card.answer.fields: found 5"},
+        {answering ("types = 's'\nfields = [\"a\\u0000b\"]"), "6: card.answer.fields: found a NUL"},
+        {answering ("types = 'b'\nfields = [1.5]"), "6: card.answer.fields: found 1.5, expected a"},
+        {answering ("hex = '01 02'\nrepeat = 32769"), "6: card.answer.repeat: found 65538 bytes"},
+        {answering ("hex = ''\nfault = 'line low'"), "6: card.answer.fault: found \"line low\""},
     };
-    for (const auto &[text, error] : cases) {
-        EXPECT_EQ (error_of (text), error.empty () ? "" : "c.toml:" + error) << text;
+    for (const auto &[text, beginning] : cases) {
+        std::string expected = "c.toml:" + beginning;
+        EXPECT_EQ (error_of (text).substr (0, expected.size ()), expected) << text;
     }
-    EXPECT_EQ (error_of ("[[card]]\nslot = \n").substr (0, 15), "c.toml:2: TOML:");
+    EXPECT_THROW (load_chassis_file ("/"), chassis_file_error_t);
 }
 
 TEST (ChassisFile, BuildsTheBytesOfAnswers)
@@ -100,6 +78,7 @@ TEST (ChassisFile, BuildsTheBytesOfAnswers)
         {"types = 'bhi'\nfields = [-128, -2, -2147483648]",
          {3, 'b', 'h', 'i', 0x80, 0xFF, 0xFE, 0x80, 0, 0, 0}},
         {"types = ''", {0}},
+        {"types = 's'\nfields = ['\\u0']", {1, 's', '\\', 'u', '0', 0}},
         {"text = \"a\\u0000\\u0000b\"", {'a', 0, 0, 'b'}},
         {"hex = \"01\\n 0203\"\nrepeat = 2", {1, 2, 3, 1, 2, 3}},
         {"echo = true", {}},
@@ -131,79 +110,37 @@ TEST (ChassisFile, TakesNumbersUpToBothEndsOfTheirRanges)
             std::string number = std::to_string (value);
             return before + key + " = " + (key == "fields" ? "[" + number + "]" : number);
         };
-        EXPECT_EQ (error_of (line (low)), "");
-        EXPECT_EQ (error_of (line (high)), "");
+        EXPECT_EQ (error_of (line (low)) + error_of (line (high)), "");
         EXPECT_NE (error_of (line (low - 1)), "") << line (low - 1);
         EXPECT_NE (error_of (line (high + 1)), "") << line (high + 1);
     }
 }
 
-TEST (ChassisFile, KeepsTheBuiltInChassisWithinWhatTheTransferTakes)
+TEST (ChassisWatch, ReportsOnceWhatIsWrongAndKeepsTheOldChassis)
 {
-    for (const auto &[slot, card] : builtin_chassis ().cards) {
-        for (const auto &[command, answer] : card.answer) {
-            size_t most = slot == 23 || slot == 24 ? 1600 : 4096;
-            EXPECT_LE (answer.bytes.size (), most) << slot << " " << command;
-        }
-    }
-}
-
-TEST (ChassisFile, NamesAFileThatCannotBeRead)
-{
-    EXPECT_THROW (load_chassis_file ("/nowhere/c.toml"), chassis_file_error_t);
-    EXPECT_THROW (load_chassis_file ("/"), chassis_file_error_t);
-}
-
-struct ChassisWatch : testing::Test {
     std::string folder = testing::TempDir () + "q5_watch_XXXXXX";
-    std::string path;
-
-    void SetUp () override
-    {
-        ASSERT_NE (mkdtemp (folder.data ()), nullptr);
-        path = folder + "/c.toml";
-        testing::internal::CaptureStderr ();
-    }
-    void TearDown () override
-    {
-        testing::internal::GetCapturedStderr ();
-        std::filesystem::remove_all (folder);
-    }
-    void write (const std::string &text)
-    {
-        std::ofstream (path) << text;
-    }
-    std::string reported ()
-    {
+    ASSERT_NE (mkdtemp (folder.data ()), nullptr);
+    const std::string path = folder + "/c.toml";
+    auto write = [&] (const std::string &text) { std::ofstream (path) << text; };
+    auto reported = [] {
         std::string text = testing::internal::GetCapturedStderr ();
         testing::internal::CaptureStderr ();
         return text;
-    }
-};
-
-TEST_F (ChassisWatch, SeesAnEditThatItsStampDoesNotTell)
-{
+    };
+    testing::internal::CaptureStderr ();
     write ("[[card]]\nslot = 1");
     int fd = open (path.c_str (), O_RDWR);
     auto *text = static_cast<char *> (mmap (nullptr, 17, PROT_WRITE, MAP_SHARED, fd, 0));
-    close (fd);
     ASSERT_NE (text, MAP_FAILED);
-    // The first store to a mapped page moves the stamp, those that follow do not.
-    text[16] = '2';
+    text[16] = '2'; // the first store to a mapped page moves the stamp, those that follow do not
     chassis_watch_t watch (path);
     EXPECT_FALSE (watch.changed ());
     text[16] = '3';
-    auto settings = watch.changed ();
-    ASSERT_TRUE (settings);
-    EXPECT_EQ (settings->cards.begin ()->first, 3);
+    EXPECT_EQ (watch.changed ().value ().cards.begin ()->first, 3);
     EXPECT_FALSE (watch.changed ());
     munmap (text, 17);
-}
+    close (fd);
 
-TEST_F (ChassisWatch, KeepsTheOldChassisOverABrokenEditAndReportsItOnce)
-{
-    write ("[[card]]\nslot = 1");
-    chassis_watch_t watch (path);
     write ("[[card]]\nslot = 99");
     EXPECT_FALSE (watch.changed ());
     EXPECT_FALSE (watch.changed ());
@@ -212,13 +149,7 @@ TEST_F (ChassisWatch, KeepsTheOldChassisOverABrokenEditAndReportsItOnce)
                                 "chassis stays\n");
     write ("[[card]]\nslot = 9");
     ASSERT_TRUE (watch.changed ());
-    EXPECT_EQ (reported (), "");
-}
 
-TEST_F (ChassisWatch, OutlivesAFileThatVanishesForAMoment)
-{
-    write ("[[card]]\nslot = 1");
-    chassis_watch_t watch (path);
     std::filesystem::rename (path, path + "~");
     EXPECT_FALSE (watch.changed ());
     EXPECT_FALSE (watch.changed ());
@@ -228,19 +159,15 @@ TEST_F (ChassisWatch, OutlivesAFileThatVanishesForAMoment)
     EXPECT_FALSE (watch.changed ()) << "it is as it was";
     write ("");
     EXPECT_TRUE (watch.changed ()) << "all cards are pulled";
-    EXPECT_EQ (reported (), "");
-}
 
-TEST_F (ChassisWatch, KeepsTheBoardAndSaysSoOnce)
-{
-    write ("");
-    chassis_watch_t watch (path);
     for (const char *comment : {"", "# again"}) {
         write (std::string ("[board]\nbrgclk = 2000000\n[[card]]\nslot = 1\n") + comment);
         auto settings = watch.changed ();
         ASSERT_TRUE (settings);
-        EXPECT_EQ (settings->board.brgclk, 66000000u);
+        EXPECT_EQ (settings->board.brgclk, 66000000u) << "a board stays as it is";
         EXPECT_EQ (settings->cards.size (), 1u);
         EXPECT_EQ (reported ().empty (), *comment != '\0');
     }
+    testing::internal::GetCapturedStderr ();
+    std::filesystem::remove_all (folder);
 }
