@@ -59,10 +59,17 @@ TEST_F (install, pkg_config_gives_what_a_compiler_needs_wherever_the_tree_was_mo
 {
     fs::rename (root, folder + "/moved");
     root = folder + "/moved";
-    run ("export PKG_CONFIG_PATH=" + folder_of ("q5_scan.pc") + "; " + compiler +
-         " -std=c++17 -o " + folder +
+    const std::string path = "export PKG_CONFIG_PATH=" + folder_of ("q5_scan.pc") + "; ";
+    run (path + compiler + " -std=c++17 -o " + folder +
          "/program " Q5_PROGRAM "/installed.cc $(pkg-config --cflags --libs q5_scan)");
     EXPECT_EQ (run (folder + "/program"), expected);
+    // The example of the README, put into a function.
+    run (path + "cd " + folder +
+         "; sed -n '/^```cpp/,/^```$/{//!p}' " Q5_PROGRAM
+         "/../../README.md | sed '/^$/{s/.*/int main ()\\n{/};$s/$/\\n}/' >example.cc; " +
+         compiler +
+         " -std=c++17 -Wall -Wextra -Werror -o example example.cc "
+         "$(pkg-config --cflags --libs q5_scan)");
 }
 
 TEST_F (install, each_header_compiles_alone_and_none_of_the_device_layer_is_there)

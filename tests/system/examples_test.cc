@@ -1,6 +1,6 @@
-// Runs the examples of README, docs and man pages against the daemon on the built-in chassis, and
-// compares what they show. In Markdown an example is a ```console block, in a man page stands
-// between .EX and .EE; its commands begin with "$ ". A line "..." stands for any lines.
+// Runs the examples of README, docs and man pages, and compares what they show. In Markdown an
+// example is a ```console block, in a man page stands between .EX and .EE; its commands begin with
+// "$ ". A line "..." stands for any lines.
 #include "tests/shell.h"
 #include "tests/system/daemon.h"
 
@@ -50,15 +50,29 @@ static std::vector<block_t> blocks_of (const fs::path &page)
     return blocks;
 }
 
-// A block belongs to the command line when it calls it and starts no daemon.
-static bool is_for_q5_scan (const block_t &block)
+static bool starts_chassis (const block_t &block)
 {
-    std::string commands;
-    for (const example_t &example : block) {
-        commands += example.command + "\n";
+    return block.front ().command.rfind ("q5_chassis ", 0) == 0;
+}
+
+// Where the chassis can be started as well.
+struct chassis_shell_t : shell_t {
+    chassis_shell_t ()
+    {
+        fs::create_symlink (Q5_LAUNCHER, folder + "/q5_chassis");
+        fs::create_symlink (Q5_DAEMON, folder + "/q5_scand");
     }
-    return std::regex_search (commands, std::regex ("(^|\n|[|] )q5_scan ")) &&
-           !std::regex_search (commands, std::regex ("q5_chassis|q5_scand|cmake|\\./"));
+};
+
+// A command that starts the daemon has no output here when that answers; it is ended then.
+static outcome_t run_example (const shell_t &shell, const std::string &command)
+{
+    if (!std::regex_search (command, std::regex ("q5_scand$"))) {
+        return shell.run ("{ " + command + "\n} 2>&1");
+    }
+    return shell.run (command + " >log 2>&1 & daemon=$!\n" +
+                      "for i in $(seq 100); do q5_scan run 3 51 >answer 2>&1 && break; sleep 0.1; "
+                      "done\nkill $daemon; wait $daemon; grep -q relay answer || cat log answer");
 }
 
 static bool matches (const std::string &shown, const std::string &output)
@@ -69,13 +83,17 @@ static bool matches (const std::string &shown, const std::string &output)
     return std::regex_match (output, std::regex (pattern));
 }
 
-static int run_examples (const fs::path &page)
+// Runs the examples that start a chassis, or those for a daemon that serves, and returns how many.
+static int run_examples (const fs::path &page, bool with_chassis)
 {
     int count = 0;
     for (const block_t &block : blocks_of (page)) {
-        shell_t shell;
-        for (const example_t &example : is_for_q5_scan (block) ? block : block_t ()) {
-            outcome_t outcome = shell.run ("{ " + example.command + "\n} 2>&1");
+        if (block.empty () || starts_chassis (block) != with_chassis) {
+            continue;
+        }
+        chassis_shell_t shell;
+        for (const example_t &example : block) {
+            outcome_t outcome = run_example (shell, example.command);
             EXPECT_TRUE (matches (example.output, outcome.output))
                 << page << "\n$ " << example.command << "\n"
                 << outcome.output << "shown:\n"
@@ -89,14 +107,28 @@ static int run_examples (const fs::path &page)
 TEST (examples, show_what_happens)
 {
     daemon_t daemon;
-    for (const char *page : {"q5_scan.1", "q5_scand.8", "q5_chassis.1", "q5_chassis.toml.5"}) {
-        ASSERT_TRUE (fs::exists (fs::path (Q5_MAN_PAGES) / page));
-        run_examples (fs::path (Q5_MAN_PAGES) / page);
+    EXPECT_GE (run_examples (Q5_MAN_PAGES "/q5_scan.1", false), 9);
+    EXPECT_GE (run_examples (Q5_SOURCES "/README.md", false), 5);
+    for (const fs::directory_entry &page : fs::directory_iterator (Q5_SOURCES "/docs")) {
+        run_examples (page.path (), false);
     }
-    EXPECT_GE (run_examples (fs::path (Q5_MAN_PAGES) / "q5_scan.1"), 9);
-    run_examples (fs::path (Q5_SOURCES) / "README.md");
-    for (const fs::directory_entry &page :
-         fs::directory_iterator (fs::path (Q5_SOURCES) / "docs")) {
-        run_examples (page.path ());
+}
+
+TEST (examples, start_a_chassis)
+{
+    if (*Q5_EMULATOR) {
+        GTEST_SKIP () << "the launcher runs programs of its own machine";
+    }
+    ASSERT_FALSE (daemon_is_listening ());
+    EXPECT_GE (run_examples (Q5_MAN_PAGES "/q5_scand.8", true), 1);
+    EXPECT_GE (run_examples (Q5_MAN_PAGES "/q5_chassis.1", true), 3);
+    EXPECT_GE (run_examples (Q5_SOURCES "/README.md", true), 2);
+    EXPECT_GE (run_examples (Q5_SOURCES "/docs/chassis.md", true), 4);
+    for (const char *file : {"'/^.EX/,/^.EE/{//!p}' " Q5_MAN_PAGES "/q5_chassis.toml.5",
+                             "'/^```toml/,/^```$/{//!p}' " Q5_SOURCES "/docs/chassis.md"}) {
+        outcome_t outcome = chassis_shell_t ().run (
+            std::string ("sed -n ") + file +
+            " >chassis.toml; q5_chassis --file chassis.toml --check | grep '^   3 '");
+        EXPECT_EQ (outcome.status, 0) << file << outcome.errors;
     }
 }
