@@ -74,7 +74,7 @@ struct socket_pair_t {
     }
     void send (const bytes_t &bytes)
     {
-        (void)!write (here, bytes.data (), bytes.size ());
+        (void)!::send (here, bytes.data (), bytes.size (), MSG_NOSIGNAL);
     }
     void send (const std::string &text)
     {

@@ -88,11 +88,27 @@ TEST (q5_scand, outlives_a_thousand_clients_that_go_at_any_point_and_starts_agai
             client.send (batch);
             EXPECT_EQ (client.receive (taken).size (), taken);
         }
-        EXPECT_EQ (play (ask_3), answer_3);
+        connection_t lingering; // at the daemon's end, which closes first
+        lingering.send (ask_3);
+        EXPECT_EQ (lingering.rest (), answer_3);
         EXPECT_EQ (daemon.num_descriptors (), before);
     }
     daemon_t again ({cards});
     EXPECT_EQ (play (ask_3), answer_3);
+}
+
+TEST (q5_scand, listens_on_every_address_with_a_backlog_of_7)
+{
+    daemon_t daemon ({cards});
+    char line[200] = "";
+    FILE *sockets = popen ("ss -Hltn 'sport = :1971'", "r");
+    EXPECT_NE (fgets (line, sizeof (line), sockets), nullptr);
+    pclose (sockets);
+    char address[50] = "";
+    int backlog = 0;
+    sscanf (line, "LISTEN %*d %d %49s", &backlog, address);
+    EXPECT_EQ (backlog, 7);
+    EXPECT_STREQ (address, "0.0.0.0:1971");
 }
 
 TEST (q5_scand, prints_and_ends_with_0_when_the_port_is_taken)
