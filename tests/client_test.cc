@@ -97,9 +97,11 @@ TEST (client, a_bad_record_throws_in_the_middle_of_execute_and_before_execute_ba
         EXPECT_EQ (close (next_fd), 0) << "to be left open";
         EXPECT_EQ (p.server.received (), words ({2, 2, 3, 77, 4, 2}) + first_tx + c.sent);
 
+        int before = num_descriptors ();
         pair_t unused ({});
         EXPECT_ASSERTION (unused.client.execute_batch (2, t.commands), c.batch_where);
         EXPECT_EQ (unused.server.received (), bytes_t ());
+        EXPECT_EQ (num_descriptors (), before);
     }
 }
 
