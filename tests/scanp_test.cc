@@ -167,28 +167,19 @@ TEST_F (transfer, does_every_access_in_order_and_the_poll_when_it_must_wait)
     start ();
     const uint8_t tx[] = {1, 2};
     EXPECT_EQ (scan_port_transfer (3, 0x193, 2, tx, 16, rx), 2);
-    EXPECT_EQ (log->lines, (lines_t{
-                               "w32 11A40 00028004", "w16 11A50 FFFF",     "w16 08242 0000",
-                               "w32 119FC 00010008",                       // the fast rate
-                               "r32 10D50 00000080", "w32 10D50 00000080", // strobe high
-                               "r32 10D50 00000080", "w32 10D50 00000091", // code 17
-                               "r32 10D50 00000091", "w32 10D50 00000011", // strobe low
-                               "w32 01024 01F41000", "w16 01020 A000",     //
-                               "w32 01004 01F40000", "w16 01002 0001",     "w16 01000 8400",
-                               "w32 0100C 01F40000", "w16 0100A 0004",     "w16 01008 8000",
-                               "w32 01014 01F40004", "w16 01012 0001",     "w16 01010 A400",
-                               "r32 10D70 00000040", // the line is high
-                               "command 08C10000",   "command 08C10000",   "r32 11A40 00028004",
-                               "w32 11A40 00028024",                       // ENR
-                               "r32 11A40 00028024", "w32 11A40 00028034", // ENT
-                               "r16 01010 A400",                           // sleeps once
-                               "r16 01010 2400",     "r16 01020 2480",     //
-                               "w32 11A40 00028004",                       //
-                               "r16 01020 2480",     "r16 01020 2480",     "r16 01020 2480",
-                               "r16 08242 0000",                           //
-                               "r32 10D50 00000011", "w32 10D50 00000091", //
-                               "r16 01022 0002",
-                           }));
+    // Slot and rate, descriptors, the line, start, one sleep, stop, four looks at the answer.
+    const lines_t expected = {
+        "w32 11A40 00028004", "w16 11A50 FFFF",     "w16 08242 0000",     "w32 119FC 00010008",
+        "r32 10D50 00000080", "w32 10D50 00000080", "r32 10D50 00000080", "w32 10D50 00000091",
+        "r32 10D50 00000091", "w32 10D50 00000011", "w32 01024 01F41000", "w16 01020 A000",
+        "w32 01004 01F40000", "w16 01002 0001",     "w16 01000 8400",     "w32 0100C 01F40000",
+        "w16 0100A 0004",     "w16 01008 8000",     "w32 01014 01F40004", "w16 01012 0001",
+        "w16 01010 A400",     "r32 10D70 00000040", "command 08C10000",   "command 08C10000",
+        "r32 11A40 00028004", "w32 11A40 00028024", "r32 11A40 00028024", "w32 11A40 00028034",
+        "r16 01010 A400",     "r16 01010 2400",     "r16 01020 2480",     "w32 11A40 00028004",
+        "r16 01020 2480",     "r16 01020 2480",     "r16 01020 2480",     "r16 08242 0000",
+        "r32 10D50 00000011", "w32 10D50 00000091", "r16 01022 0002"};
+    EXPECT_EQ (log->lines, expected);
     EXPECT_EQ (microseconds (), 10000u);
     EXPECT_EQ (bytes_t (scan_port_state.tx_buf, scan_port_state.tx_buf + 5),
                (bytes_t{0x93, 0x93, 1, 2, 0}));
@@ -256,37 +247,30 @@ TEST_F (transfer, copies_as_many_bytes_as_were_wanted_whatever_came)
 
 TEST_F (transfer, failures_leave_the_strobe_low_and_time_outs_the_controller_running)
 {
-    struct case_t {
-        fault_t fault;
-        int32_t result;
-        size_t commands;
-        bool running;
-        uint64_t microseconds;
-    };
-    const std::vector<case_t> cases = {
-        {fault_t::line_low, -2, 0, false, 0},
-        {fault_t::silent, -3, 2, true, TIME_OUT},
-        {fault_t::late, -3, 2, true, TIME_OUT},
-        {fault_t::wrong_address, -3, 2, true, TIME_OUT},
-        {fault_t::missing_address, -3, 2, true, TIME_OUT},
-        {fault_t::missing_end, -3, 2, true, TIME_OUT},
-        {fault_t::endless_transmitter, -10, 2, true, TIME_OUT},
-        {fault_t::framing, -1, 2, false, 10000},
-        {fault_t::line_break, -1, 2, false, 10000},
-        {fault_t::overrun, -1, 2, false, 10000},
-        {fault_t::noise, -1, 2, false, 10000},
-    };
-    for (const case_t &c : cases) {
-        settings.card (4) = card_t ().answers (0x33, {1, 2, 3}).fails (c.fault, 1);
+    using f = fault_t;
+    const std::pair<f, int32_t> cases[] = {{f::line_low, -2},
+                                           {f::silent, -3},
+                                           {f::late, -3},
+                                           {f::wrong_address, -3},
+                                           {f::missing_address, -3},
+                                           {f::missing_end, -3},
+                                           {f::endless_transmitter, -10},
+                                           {f::framing, -1},
+                                           {f::line_break, -1},
+                                           {f::overrun, -1},
+                                           {f::noise, -1}};
+    for (auto [fault, result] : cases) {
+        SCOPED_TRACE (static_cast<int> (fault));
+        settings.card (4) = card_t ().answers (0x33, {1, 2, 3}).fails (fault, 1);
         start ();
-        const int fault = static_cast<int> (c.fault);
-        EXPECT_EQ (ask (4), c.result) << fault;
-        EXPECT_EQ (log->commands.size (), c.commands) << fault;
-        EXPECT_EQ (word (0x10D50) & 0xFF, 16u) << fault;
-        EXPECT_EQ (word (0x11A40), c.running ? 0x00028034u : 0x00028004u) << fault;
-        EXPECT_EQ (microseconds (), c.microseconds) << fault;
-        EXPECT_TRUE (rx_untouched ()) << fault;
-        EXPECT_EQ (ask (3), 3) << "the next transfer puts it right, after " << fault;
+        EXPECT_EQ (ask (4), result);
+        bool started = result != -2, ended = result == -1;
+        EXPECT_EQ (log->commands.size (), started ? 2u : 0u);
+        EXPECT_EQ (word (0x10D50) & 0xFF, 16u);
+        EXPECT_EQ (word (0x11A40), started && !ended ? 0x00028034u : 0x00028004u);
+        EXPECT_EQ (microseconds (), ended ? 10000 : started ? TIME_OUT : 0);
+        EXPECT_TRUE (rx_untouched ());
+        EXPECT_EQ (ask (3), 3) << "the next transfer puts it right";
     }
 }
 
