@@ -91,10 +91,8 @@ std::string daemon_t::command (const daemon_options_t &options) const
            option (options.fast, "--fast", "Q5_CHASSIS_FAST=1") +
            option (!options.chassis.empty (), "--file " + folder + "/chassis.toml",
                    "Q5_CHASSIS_FILE=" + folder + "/chassis.toml") +
-           option (options.trace, "--trace " + folder + "/trace",
-                   "Q5_CHASSIS_TRACE=" + folder + "/trace") +
            (native ? " -- " : " ") + quoted (setting ("Q5_TEST_DAEMON", Q5_DAEMON)) + " 2>" +
-           folder + "/errors" + (options.output.empty () ? "" : " >" + options.output);
+           folder + "/errors";
 }
 
 void daemon_t::start (const daemon_options_t &options)
@@ -155,11 +153,6 @@ std::optional<std::string> daemon_t::line (int milliseconds)
 std::string daemon_t::errors () const
 {
     return text_of (folder + "/errors");
-}
-
-std::string daemon_t::trace () const
-{
-    return text_of (folder + "/trace");
 }
 
 void daemon_t::plug (const std::string &chassis) const
@@ -229,11 +222,7 @@ bytes_t connection_t::receive (size_t size)
 
 bytes_t connection_t::rest ()
 {
-    bytes_t bytes;
-    for (bytes_t more = receive (1); !more.empty (); more = receive (1)) {
-        bytes = bytes + more;
-    }
-    return bytes;
+    return receive (1 << 20);
 }
 
 bytes_t play (const bytes_t &batch)

@@ -14,8 +14,6 @@
 struct daemon_options_t {
     std::string chassis = "";  // text of a chassis file; empty: the built-in chassis
     bool fast = true;          // sleeps are skipped
-    bool trace = false;        // see daemon_t::trace
-    std::string output = "";   // standard output goes to this file instead of a pipe
     bool close_output = false; // nobody reads the pipe of standard output
     bool wait = true;          // for the daemon to listen
 };
@@ -34,8 +32,6 @@ class daemon_t {
     std::optional<std::string> line (int milliseconds = 10000);
     // Standard error so far.
     std::string errors () const;
-    // What went over the bus so far, a line a frame.
-    std::string trace () const;
     // Replaces the chassis file, whole.
     void plug (const std::string &chassis) const;
     // Open descriptors of the daemon.
@@ -68,7 +64,7 @@ class connection_t {
     void send (const bytes_t &bytes);
     // Exactly `size` bytes, or what came before the stream ended or ten seconds had passed.
     bytes_t receive (size_t size);
-    // Everything up to the end of the stream.
+    // Everything up to the end of the stream, a megabyte at most.
     bytes_t rest ();
     void close ();
 };
