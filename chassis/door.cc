@@ -2,6 +2,7 @@
 
 #include "chassis/own_descriptor.h"
 
+#include <algorithm>
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -18,7 +19,7 @@
 static chassis_t *attached;
 static chassis_t *(*make_chassis) ();
 static bool is_fast;
-static int last_flags;
+static int latest_flags[4];
 static pthread_t opener;
 
 // A descriptor of a device leads to a memory file that bears the device's name.
@@ -47,9 +48,9 @@ void door_set_fast (bool fast)
     is_fast = fast;
 }
 
-int door_last_flags ()
+int door_flags (int ago)
 {
-    return last_flags;
+    return latest_flags[ago];
 }
 
 static void attach_on_first_open ()
@@ -80,7 +81,8 @@ static int open_device (const char *path, int flags, open_t *next_open)
         errno = ENOENT;
         return -1;
     }
-    last_flags = flags;
+    std::copy_backward (latest_flags, latest_flags + 3, latest_flags + 4);
+    latest_flags[0] = flags;
     opener = pthread_self ();
     int file = moved_out_of_the_way (memfd_create (path, MFD_CLOEXEC));
     std::string link = "/proc/self/fd/" + std::to_string (file);

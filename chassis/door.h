@@ -17,5 +17,5 @@ void door_on_first_open (chassis_t *(*make) ());
 // It is the thread that opened a device last whose sleep moves the time: a chassis serves one.
 void door_set_fast (bool fast);
 
-// The flags with which a device was opened last.
-int door_last_flags ();
+// The flags of the latest opens of a device, 0 the last one, 3 the fourth to last.
+int door_flags (int ago);

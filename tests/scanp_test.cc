@@ -29,6 +29,7 @@ TEST_F (scanp, only_the_drivers_own_failure_answers_abort)
                                                    "`offset != \\(\\(uint\\)0x7fffffff\\)' failed");
         EXPECT_DEATH (scanp_do_cpcr_command (fd, 0x08C10000),
                       "scanp.cc:41: scanp_do_cpcr_command: Assertion `cc == 0' failed");
+        EXPECT_DEATH (scan_port_init (), "scanp.cc:34") << "the first request that is made";
         close (fd);
     }
     settings.board.device = false;
@@ -56,7 +57,7 @@ TEST_F (scanp, maps_whole_pages_and_leaves_the_descriptor_open)
         volatile uint8_t *p = scanp_map_phys_mem (c.phys, c.length, c.uncached);
         ASSERT_NE (p, nullptr);
         EXPECT_EQ (reinterpret_cast<uintptr_t> (p) & 0xFFF, c.phys & 0xFFF);
-        EXPECT_EQ (door_last_flags () & (O_ACCMODE | O_SYNC), c.flags);
+        EXPECT_EQ (door_flags (0), c.flags);
         p[0] = 0x11;
         p[c.length - 1] = 0x22;
         EXPECT_EQ (*chassis->memory ().physical (c.phys), 0x11);
@@ -127,6 +128,29 @@ TEST_F (scanp, the_set_up_programs_every_register_in_order_whatever_memory_held)
         EXPECT_EQ (log->lines, expected);
         EXPECT_EQ (num_descriptors (), before + 4) << "the driver's and three of /dev/mem";
     }
+    const int sync = O_RDWR | O_SYNC; // for the two buffers, not for the registers
+    EXPECT_EQ ((std::vector<int>{door_flags (3), door_flags (2), door_flags (1), door_flags (0)}),
+               (std::vector<int>{O_RDWR, O_RDWR, sync, sync}));
+}
+
+TEST_F (scanp, commands_pins_and_descriptor_bases_use_their_own_bits)
+{
+    settings.board.fill = board_t::fill_t::ones;
+    settings.board.dpram = 0x21000;
+    power_up ();
+    scan_port_init ();
+    EXPECT_EQ (word (0x08200), 0x10201000u) << "RBASE and TBASE: the low 16 bits";
+    EXPECT_EQ (word (0x21020), 0x20000000u) << "a receive descriptor";
+    scan_set_slot_code (0x9F);
+    EXPECT_EQ (word (0x10D50), 0xFFFFFF9Fu);
+    scan_strobe_low ();
+    scan_set_slot_code (0x60);
+    EXPECT_EQ (word (0x10D50), 0xFFFFFF60u);
+    for (uint32_t opcode : {0, 3, 15, 0x10}) {
+        scan_cp_command (opcode);
+    }
+    EXPECT_EQ (log->commands,
+               (std::vector<uint32_t>{0x08C10000, 0x08C10000, 0x08C10000, 0x08C10010}));
 }
 
 constexpr uint32_t TIME_OUT = 110000; // microseconds
@@ -243,6 +267,7 @@ TEST_F (transfer, copies_as_many_bytes_as_were_wanted_whatever_came)
     EXPECT_EQ (ask (4, 4096), 4096) << "an answer longer than the buffer fills it";
     EXPECT_EQ (ask (3, 0), 3);
     EXPECT_EQ (scan_port_transfer (3, -0xCD, 0, nullptr, -1, rx), 3) << "...FF33";
+    EXPECT_EQ (scan_port_transfer (3, 0x33, -1, nullptr, 0, rx), -3) << "sent, and not understood";
 }
 
 TEST_F (transfer, failures_leave_the_strobe_low_and_time_outs_the_controller_running)
