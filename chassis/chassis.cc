@@ -84,7 +84,6 @@ void chassis_t::carry_out (uint32_t opcode)
         receiver_.initialise (gsmr & GSMR_L_ENR);
     }
     if (opcode == CPCR_INIT_RX_AND_TX || opcode == CPCR_INIT_TX) {
-        transmitter_.abort (now_);
         transmitter_.initialise (gsmr & GSMR_L_ENT);
     }
     if (opcode == CPCR_ENTER_HUNT_MODE) {

@@ -5,7 +5,7 @@ void scc_receiver_t::initialise (bool enabled)
     ring_.rewind ();
     buffer_.reset ();
     hunting_ = true;
-    works_ = !enabled && ring_.is_aligned ();
+    works_ = !enabled;
 }
 
 void scc_receiver_t::enter_hunt ()

@@ -5,7 +5,7 @@ void scc_transmitter_t::initialise (bool enabled)
     ring_.rewind ();
     buffer_.reset ();
     stopped_ = false;
-    works_ = !enabled && ring_.is_aligned ();
+    works_ = !enabled;
 }
 
 void scc_transmitter_t::begin (const scc_setup_t &setup, bool held, uint64_t now)

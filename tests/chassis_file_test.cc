@@ -87,6 +87,14 @@ TEST (ChassisFile, BuildsTheBytesOfAnswers)
         EXPECT_EQ (answer_of (lines), bytes) << lines;
     }
     EXPECT_EQ (answer_of ("hex = '01'\nrepeat = 65536").size (), 65536u);
+    const std::string own = "delay = 5\naddress = 6\nfault = 'noise'\nfault_at = 8\n";
+    card_t card = parse_chassis ("[[card]]\nslot = 3\n" + own, "c.toml").card (3);
+    answer_t answer =
+        parse_chassis (answering ("hex = ''\n" + own), "c.toml").card (3).answer.at (7);
+    EXPECT_EQ (std::tie (card.delay, card.address, card.fault, card.fault_at),
+               std::make_tuple (5u, 6, fault_t::noise, 8u));
+    EXPECT_EQ (std::tie (answer.delay, answer.address, answer.fault, answer.fault_at),
+               std::make_tuple (5u, 6, fault_t::noise, 8u));
 }
 
 TEST (ChassisFile, TakesNumbersUpToBothEndsOfTheirRanges)

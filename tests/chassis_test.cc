@@ -90,12 +90,12 @@ TEST_F (chassis_test, a_wrong_bit_anywhere_makes_the_bus_fail)
         {-10, "11A48:8000 11A48:0200"}, // PSMR, DSR
         {-3, "11A48:4000 11A48:1000 11A48:0400 11A48:0C00 11A48:0100 11A48:0080 11A48:0040"},
         {-3, "11A48:0010 11A48:0001 11A4E:0100"},
-        {-4, "11A48:0800"},                                   // addresses matched by hand
-        {-3, "10D24:00800000 10D28:00020000 10D20:00020000"}, // port B
+        {-4, "11A48:0800"},                                            // addresses matched by hand
+        {-3, "10D24:00800000 10D28:00020000 10D20:00020000"},          // port B
         {-3, "10D47:80 10D4B:01 10D4F:10 10D43:40 10D53:80 10D53:20"}, // port C
-        {-3, "10D67:80 10D6B:80 10D6F:80 10D63:80"},                            // TXD3
-        {-3, "10D67:40 10D6B:40 10D6F:40 10D63:40"},                            // RXD3
-        {-10, "8202:0004 8202:0080 8205:08"},                                   // parameters
+        {-3, "10D67:80 10D6B:80 10D6F:80 10D63:80"},                   // TXD3
+        {-3, "10D67:40 10D6B:40 10D6F:40 10D63:40"},                   // RXD3
+        {-10, "8202:0004 8202:0080 8205:08"},                          // parameters
         {-3, "8200:0004 8200:0008 8204:08 8206:1000 8248:0001 8248:0100 824E:2133 8260:8000"},
         {good, "824A:00FF 8210:FFFF 8220:FFFF"},
         {2, "8206:1002 8250:8062 8250:C062"},
@@ -125,6 +125,14 @@ TEST_F (chassis_test, commands_only_work_when_whole_and_in_time)
     EXPECT_EQ (play (20, [&] { chassis->write (0x11A40, 4, 0x28004); }), -10);
     EXPECT_EQ (half (0x8220), 0x1008u);
     EXPECT_EQ (ask (), good) << "the command put the pointer back";
+    start ();
+    for (const char *bits : {"1004:01F40000", "1002:0001", "1000:8000", "11A40:00000030"}) {
+        flip (bits);
+    }
+    chassis->advance (1000);
+    EXPECT_EQ (half (0x1000), 0xA000u) << "no command at all";
+    settings.board.dpram = 0x1004;
+    EXPECT_EQ (play (), -10) << "descriptors stand at multiples of 8";
 }
 
 TEST_F (chassis_test, the_controller_reports_and_counts_what_it_received)
@@ -319,8 +327,8 @@ TEST_F (door_test, knows_the_processors_forms)
     RUN ("addl $-1, 0x10(%%rbx,%%rcx); movl $0x04030201, (%%rdx)", 0);
     RUN ("addw $0x7fff, 2(%%rdx); movb %%ah, (%%rdx)", 0xAB00);
     EXPECT_EQ (word (0x1000), 0xAB020284u);
-    RUN ("movbe %%ax, (%%rdx); orb $0xC0, 2(%%rdx); andb $0x0F, 3(%%rdx)", 0x1234);
-    EXPECT_EQ (word (0x1000), 0x1234C204u);
+    RUN ("movbe %%ax, (%%rdx); orb $0xC0, 2(%%rdx); stc; sbbb $0x80, 3(%%rdx)", 0x1234);
+    EXPECT_EQ (word (0x1000), 0x1234C203u);
     EXPECT_DEATH (RUN ("xchgl %%eax, 0x30(%%rdx)", 0), "0x01030.*87 42 30");
 #undef RUN
 }
@@ -343,7 +351,9 @@ TEST_F (door_test, a_fault_of_the_programs_own_still_kills_it)
 {
     void *closed = mmap (nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     EXPECT_DEATH (*static_cast<volatile uint8_t *> (closed) = 1, "");
-    EXPECT_DEATH (reinterpret_cast<void (*) ()> (view) (), "") << "a jump is no access";
+    chassis->memory ().write (0, 4, 0xFFFFFFFF);
+    auto not_abort = [] (int status) { return WTERMSIG (status) != SIGABRT; };
+    EXPECT_EXIT (reinterpret_cast<void (*) ()> (view) (), not_abort, "") << "a jump is no access";
     auto map_without_descriptors = [] {
         for (int fd = 3; fd < 1024; fd++) {
             close (fd);
