@@ -78,12 +78,16 @@ struct card_t {
 
 // The board that the program runs on, and what its driver answers.
 struct board_t {
-    uint32_t brgclk = 66000000;          // Hz
-    bool device = true;                  // whether /dev/scanp can be opened
-    uint32_t buffer = 0x01F40000;        // request 1: physical address of the driver's buffers
-    uint32_t dpram = 0x00001000;         // request 2: offset of the reserved dual-port RAM
-    uint32_t cpcr = 0;                   // request 3: what it answers; not 0: the command is lost
-    enum class fill_t { zeros, ones, noise } fill = fill_t::zeros; // memory before the program runs
+    uint32_t brgclk = 66000000;   // Hz
+    bool device = true;           // whether /dev/scanp can be opened
+    uint32_t buffer = 0x01F40000; // request 1: physical address of the driver's buffers
+    uint32_t dpram = 0x00001000;  // request 2: offset of the reserved dual-port RAM
+    uint32_t cpcr = 0;            // request 3: what it answers; not 0: the command is lost
+    enum class fill_t {
+        zeros,
+        ones,
+        noise
+    } fill = fill_t::zeros; // memory before the program runs
 };
 
 // A whole chassis. Cards in slots 23 and 24 run at brgclk / 400 bit/s, all others at brgclk / 80,
