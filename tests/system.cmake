@@ -15,7 +15,6 @@ discover_tests (system_test PROPERTIES RESOURCE_LOCK port1971)
 
 # Two machines, of two byte orders: the target's daemon under this machine's client library and
 # command line, and the other way round. Needs a build for this machine.
-set (Q5_HOST_BUILD "" CACHE PATH "The build tree for this machine")
 if (NOT CMAKE_CROSSCOMPILING OR NOT EXISTS ${Q5_HOST_BUILD}/tests/system_test)
     return ()
 endif ()
