@@ -18,16 +18,10 @@ struct be32_t {
     }
 };
 
-// An unsigned 16-bit word in big-endian byte order.
+// An unsigned 16-bit word in big-endian byte order, for what is read and written in place only: see
+// scanp/mpc8260_io.h.
 struct be16_t {
     uint16_t raw;
-
-    be16_t () = default;
-    be16_t (uint16_t value) : raw (htobe16 (value)) {}
-    operator uint16_t () const
-    {
-        return be16toh (raw);
-    }
 };
 
 static_assert (sizeof (be32_t) == 4 && alignof (be32_t) == 4);
