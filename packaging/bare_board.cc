@@ -29,6 +29,6 @@ int ioctl (int, unsigned long request, ...) noexcept
 void *mmap (void *address, size_t length, int protection, int flags, int, off_t) noexcept
 {
     auto map = reinterpret_cast<void *(*)(void *, size_t, int, int, int, off_t)> (
-        dlsym (RTLD_NEXT, sizeof (off_t) > sizeof (long) ? "mmap64" : "mmap"));
+        dlsym (RTLD_NEXT, "mmap"));
     return map (address, length, protection, flags | MAP_ANONYMOUS, -1, 0);
 }
