@@ -12,14 +12,17 @@ constexpr int release = 2;
 constexpr int echo = 0x93;
 constexpr int ask = 0x33;
 
-// How many more writes of this process succeed, a thousand bytes each at the most; -1: all.
+// How many more writes of this process succeed, a thousand bytes each at the most; -1: all. The
+// next one fails, and so do all after it; or it writes nothing, once.
 static int writes_left = -1;
+static ssize_t failed_write = -1;
 
 extern "C" ssize_t write (int fd, const void *bytes, size_t size)
 {
     if (writes_left == 0) {
         errno = EPIPE;
-        return -1;
+        writes_left = failed_write == 0 ? -1 : 0;
+        return failed_write;
     }
     writes_left -= writes_left > 0;
     return syscall (SYS_write, fd, bytes, std::min<size_t> (size, 1000));
@@ -231,6 +234,9 @@ TEST_F (session, a_client_gone_stops_the_batch_and_what_ran_stays_done)
         EXPECT_EQ (num_transfers (), c.transfers);
         EXPECT_EQ (wire.received ().size (), c.received);
     }
+    failed_write = writes_left = 0;
+    EXPECT_NE (serve (one (3, ask, 4)), "") << "a write of nothing is a failure too";
+    failed_write = writes_left = -1;
 }
 
 TEST_F (session, a_reply_leaves_as_its_request_ends)
