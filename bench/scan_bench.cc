@@ -1,8 +1,8 @@
 // What the daemon's work costs on the emulated chassis: one transfer, by length and by the number
 // of register accesses; one batch through the session; one batch refused. Ratios within one run
 // count, not the times: perf stat or valgrind --tool=callgrind give instructions.
-#include "chassis/chassis.h"
-#include "chassis/door.h"
+#include "chassis/board/chassis.h"
+#include "chassis/launch/door.h"
 #include "net/exception.h"
 #include "scan/q5_scan_server.h"
 #include "scanp/scan_port.h"

@@ -1,8 +1,8 @@
 // The device layer in this process, on an emulated chassis, with a log of all that it does there.
 #pragma once
 
-#include "chassis/chassis.h"
-#include "chassis/door.h"
+#include "chassis/board/chassis.h"
+#include "chassis/launch/door.h"
 #include "scanp/scan_port.h"
 #include "scanp/scanp.h"
 #include "tests/support.h"

@@ -1,6 +1,6 @@
-if (NOT TARGET q5_chassis_core)
+if (NOT TARGET q5_chassis_door)
     return ()
 endif ()
 add_executable (chassis_test chassis_test.cc)
-target_link_libraries (chassis_test PRIVATE q5_scanp q5_chassis_core GTest::gtest_main)
+target_link_libraries (chassis_test PRIVATE q5_scanp q5_chassis_door GTest::gtest_main)
 discover_tests (chassis_test)

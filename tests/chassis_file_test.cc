@@ -1,4 +1,4 @@
-#include "chassis/chassis_file.h"
+#include "chassis/file/chassis_file.h"
 
 #include <fcntl.h>
 #include <filesystem>

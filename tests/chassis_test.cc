@@ -1,6 +1,6 @@
 // The emulated board and chassis under the device layer. Registers and words are literals, so that
 // a wrong name in the register map cannot hide on both sides.
-#include "chassis/trace.h"
+#include "chassis/bus/trace.h"
 #include "tests/board.h"
 
 #include <errno.h>

@@ -1,6 +1,6 @@
-if (NOT TARGET q5_chassis_core)
+if (NOT TARGET q5_chassis_door)
     return ()
 endif ()
 add_executable (scan_test scan_test.cc)
-target_link_libraries (scan_test PRIVATE q5_scan_server q5_chassis_core GTest::gtest_main)
+target_link_libraries (scan_test PRIVATE q5_scan_server q5_chassis_door GTest::gtest_main)
 discover_tests (scan_test)

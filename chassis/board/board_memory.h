@@ -1,0 +1,68 @@
+// The board's memory: the internal memory map, and the pages that hold the driver's two buffers.
+// One memory file holds both, so that the program and the emulated controller see the same bytes.
+#pragma once
+
+#include "chassis/bus/settings.h"
+
+#include <stddef.h>
+
+constexpr uint32_t DRIVER_BUFFERS_SIZE = 8192; // bytes: transmit, then receive
+
+class board_memory_t {
+  public:
+    // Throws std::system_error when the system gives no memory.
+    explicit board_memory_t (const board_t &board);
+    ~board_memory_t ();
+    board_memory_t (const board_memory_t &) = delete;
+    board_memory_t &operator= (const board_memory_t &) = delete;
+
+    // Big-endian words of the internal memory map; `width` is 1, 2 or 4. Bytes past its end read 0
+    // and are not written.
+    uint32_t read (uint32_t offset, int width) const;
+    void write (uint32_t offset, int width, uint32_t value);
+    uint32_t read32 (uint32_t offset) const
+    {
+        return read (offset, 4);
+    }
+    uint16_t read16 (uint32_t offset) const
+    {
+        return static_cast<uint16_t> (read (offset, 2));
+    }
+    void write16 (uint32_t offset, uint16_t value)
+    {
+        write (offset, 2, value);
+    }
+    // Counts, modulo 2^16.
+    void increment16 (uint32_t offset)
+    {
+        write16 (offset, static_cast<uint16_t> (read16 (offset) + 1));
+    }
+
+    // The byte at a physical address; null where the board has no memory.
+    uint8_t *physical (uint32_t address);
+
+    // Whether [phys, phys + length) lies in the internal memory map; in the pages of the buffers.
+    static bool is_internal (uint64_t phys, uint64_t length);
+    bool is_buffers (uint64_t phys, uint64_t length) const;
+
+    // A view of the board's memory for the program: the pages of the buffers as they are, those of
+    // the internal memory map closed to every access. Like mmap: MAP_FAILED and errno on failure,
+    // EPERM outside of the board's memory, EBADF when the program closed this object's descriptor.
+    // The view is unmapped when this object ends.
+    void *map (void *where, size_t length, int protection, int flags, uint64_t phys);
+
+  private:
+    struct view_t {
+        void *begin;
+        size_t length;
+    };
+    uint8_t *bytes_ = nullptr; // the internal memory map, then the pages of the buffers
+    size_t size_ = 0;
+    int file_ = -1;
+    uint64_t buffers_begin_ = 0; // physical, whole pages; equal to the end when there are none
+    uint64_t buffers_end_ = 0;
+    std::vector<view_t> views_;
+
+    void place_buffers (uint32_t address);
+    void fill (board_t::fill_t how);
+};

@@ -1,0 +1,45 @@
+// Prints what goes over the bus, one line a frame:
+//
+//     0.000000  to   slot  3 (code 17)  33 | 33 33 01 02 | 00
+//     0.000240  from slot  3 (code 17)  5A | 01 62 2A | 00
+//
+// The time of the first character in seconds, the direction, the address character, the data, the
+// closing address; what is missing is "--"; what went wrong follows in words.
+#pragma once
+
+#include "chassis/bus/observer.h"
+
+#include <optional>
+#include <stdio.h>
+#include <string>
+#include <vector>
+
+class trace_t final : public chassis_observer_t {
+  public:
+    // Writes to `file`, flushed after each line, which it does not own. `brgclk`: Hz.
+    trace_t (FILE *file, uint32_t brgclk) : file_ (file), brgclk_ (brgclk) {}
+
+    void character (const line_character_t &character) override;
+    void pins (uint64_t tick, const bus_pins_t &pins) override;
+
+  private:
+    struct frame_t {
+        uint64_t start;
+        int slot;
+        uint8_t code;
+        std::optional<uint8_t> address;
+        std::vector<uint8_t> data;
+        std::optional<uint8_t> closing;
+        std::vector<std::string> faults;
+    };
+    FILE *file_;
+    uint32_t brgclk_;
+    uint8_t code_ = 0;
+    bool line_held_low_ = false;
+    std::optional<frame_t> frames_[2]; // to the card, from the card
+
+    void add (frame_t &frame, const line_character_t &character);
+    void finish (bool from_card);
+    void print (const frame_t &frame, bool from_card);
+    void print_time (uint64_t tick);
+};

@@ -1,0 +1,248 @@
+#include "chassis/file/chassis_file.h"
+
+#include "chassis/bus/typed_message.h"
+#include "chassis/file/toml_section.h"
+
+#include <algorithm>
+#include <errno.h>
+#include <memory>
+#include <stdio.h>
+#include <string.h>
+
+static constexpr int64_t MINUTE = 60000000; // microseconds
+static constexpr int64_t MAX_ANSWER = 65536;
+static constexpr int64_t BUFFERS_SIZE = 0x2000;
+static constexpr int64_t IMMR_BEGIN = 0xF0000000;
+static constexpr int64_t IMMR_END = 0xF0040000;
+static constexpr int64_t UINT32_TOP = UINT32_MAX;
+
+static const keys_t TOP_KEYS = {"board", "card"};
+static const keys_t BOARD_KEYS = {"brgclk", "device", "buffer", "dpram", "cpcr", "memory"};
+static const keys_t CARD_KEYS = {"slot",  "delay",    "address", "bit_rate",
+                                 "fault", "fault_at", "answer"};
+static const keys_t ANSWER_KEYS = {"command", "hex",   "text",    "types", "fields",  "echo",
+                                   "repeat",  "delay", "address", "fault", "fault_at"};
+
+static const choices_t<board_t::fill_t> FILLS = {{"zeros", board_t::fill_t::zeros},
+                                                 {"ones", board_t::fill_t::ones},
+                                                 {"noise", board_t::fill_t::noise}};
+
+static const choices_t<fault_t> FAULTS = {{"none", fault_t::none},
+                                          {"silent", fault_t::silent},
+                                          {"late", fault_t::late},
+                                          {"break", fault_t::line_break},
+                                          {"framing", fault_t::framing},
+                                          {"overrun", fault_t::overrun},
+                                          {"noise", fault_t::noise},
+                                          {"wrong address", fault_t::wrong_address},
+                                          {"missing address", fault_t::missing_address},
+                                          {"missing end", fault_t::missing_end},
+                                          {"line low", fault_t::line_low},
+                                          {"endless transmitter", fault_t::endless_transmitter}};
+
+const char *fault_name (fault_t fault)
+{
+    auto choice = std::find_if (FAULTS.begin (), FAULTS.end (),
+                                [&] (const auto &c) { return c.second == fault; });
+    return choice->first;
+}
+
+static void read_board (const section_t &section, board_t &board)
+{
+    section.number ("brgclk", 100000, 1000000000, board.brgclk);
+    section.boolean ("device", board.device);
+    section.number ("buffer", 0, UINT32_TOP, board.buffer);
+    section.number ("dpram", 0, UINT32_TOP, board.dpram);
+    section.number ("cpcr", INT32_MIN, INT32_MAX, board.cpcr);
+    section.choice ("memory", FILLS, board.fill);
+    if (board.buffer + BUFFERS_SIZE > IMMR_BEGIN && board.buffer < IMMR_END) {
+        section.fail ("buffer", "found two buffers of 4096 bytes in the internal memory map, "
+                                "expected them outside 0xF0000000 to 0xF003FFFF");
+    }
+}
+
+static std::vector<uint8_t> typed_message (const section_t &section)
+{
+    const std::string types = section.text ("types");
+    const toml::array *fields = section.array ("fields", "an array with a value for each letter");
+    size_t count = fields ? fields->size () : 0;
+    std::vector<uint8_t> message = message_head (types);
+    if (count != types.size ()) {
+        section.fail (fields ? "fields" : "types",
+                      "found " + std::to_string (count) + " fields for " +
+                          std::to_string (types.size ()) + " letters, expected one for each");
+    }
+    for (size_t i = 0; i < count; i++) {
+        const toml::node &node = *fields->get (i);
+        try {
+            if (const auto *number = node.as_integer ()) {
+                append_field (message, types[i], number->get ());
+            } else if (const auto *text = node.as_string ()) {
+                append_field (message, types[i], text->get ());
+            } else {
+                throw message_error_t (found (node) + ", expected a number or a text");
+            }
+        } catch (const message_error_t &error) {
+            section.fail_at (node, "fields", error.what ());
+        }
+    }
+    return message;
+}
+
+// The one of hex, text and types that is given; empty: none, the answer is an echo alone.
+static std::string answer_form (const section_t &section, bool echo)
+{
+    std::string form;
+    for (const char *key : {"hex", "text", "types"}) {
+        if (section.has (key) && !form.empty ()) {
+            section.fail (key, "found beside " + form + ", expected only one of them");
+        }
+        form = section.has (key) ? key : form;
+    }
+    if (form.empty () && !echo) {
+        section.fail_whole ("", "found no content, expected hex (\"\" for an empty answer), text, "
+                                "types with fields, or echo = true");
+    }
+    if (form != "types" && section.has ("fields")) {
+        section.fail ("fields", "found without types, expected both or none");
+    }
+    return form;
+}
+
+static std::vector<uint8_t> answer_bytes (const section_t &section, const std::string &form)
+{
+    if (form == "text") {
+        const std::string text = section.text ("text");
+        return std::vector<uint8_t> (text.begin (), text.end ());
+    }
+    try {
+        return form == "types" ? typed_message (section) : bytes_from_hex (section.text ("hex"));
+    } catch (const message_error_t &error) {
+        section.fail (form, error.what ());
+    }
+}
+
+static void repeat_bytes (const section_t &section, const std::string &form,
+                          std::vector<uint8_t> &bytes)
+{
+    size_t times = 1;
+    section.number ("repeat", 1, MAX_ANSWER, times);
+    const std::vector<uint8_t> once = bytes;
+    if (once.size () * times > MAX_ANSWER) {
+        section.fail (times > 1 ? "repeat" : form,
+                      "found " + std::to_string (once.size () * times) +
+                          " bytes in all, expected at most " + std::to_string (MAX_ANSWER));
+    }
+    for (size_t i = 1; i < times; i++) {
+        bytes.insert (bytes.end (), once.begin (), once.end ());
+    }
+}
+
+static void read_answer (const section_t &section, card_t &card)
+{
+    int command = -1;
+    if (!section.number ("command", 0, 255, command)) {
+        section.fail_whole ("command", "missing, expected a number from 0 to 255");
+    }
+    if (card.answer.count (command)) {
+        section.fail ("command", "found " + std::to_string (command) +
+                                     " a second time, expected one answer for each command");
+    }
+    answer_t answer;
+    section.boolean ("echo", answer.echo);
+    const std::string form = answer_form (section, answer.echo);
+    if (!form.empty ()) {
+        answer.bytes = answer_bytes (section, form);
+    }
+    repeat_bytes (section, form, answer.bytes);
+    section.number ("delay", 0, MINUTE, answer.delay);
+    section.number ("address", 0, 255, answer.address);
+    section.number ("fault_at", 0, MAX_ANSWER - 1, answer.fault_at);
+    section.choice ("fault", FAULTS, answer.fault);
+    if (answer.fault == fault_t::line_low || answer.fault == fault_t::endless_transmitter) {
+        section.fail ("fault", "found \"" + std::string (fault_name (*answer.fault)) +
+                                   "\", expected it on the card: it begins before any command");
+    }
+    card.answer[command] = answer;
+}
+
+static void read_card (const section_t &section, chassis_settings_t &settings)
+{
+    int slot = -1;
+    if (!section.number ("slot", 0, 31, slot)) {
+        section.fail_whole ("slot", "missing, expected a number from 0 to 31");
+    }
+    if (slot == 21 || slot == 22 || slot == 25 || slot == 26 || slot == 31) {
+        section.fail ("slot",
+                      "found " + std::to_string (slot) +
+                          ", expected a slot that the chassis has (not 21, 22, 25, 26, 31)");
+    }
+    if (settings.cards.count (slot)) {
+        section.fail ("slot", "found " + std::to_string (slot) +
+                                  " a second time, expected one card for each slot");
+    }
+    card_t &card = settings.card (slot);
+    section.number ("delay", 0, MINUTE, card.delay);
+    section.number ("address", 0, 255, card.address);
+    section.number ("bit_rate", 100, 100000000, card.bit_rate);
+    section.number ("fault_at", 0, MAX_ANSWER - 1, card.fault_at);
+    section.choice ("fault", FAULTS, card.fault);
+    for (const section_t &answer : section.sections ("answer", ANSWER_KEYS)) {
+        read_answer (answer, card);
+    }
+}
+
+static toml::table parse_toml (const std::string &text, const std::string &name)
+{
+    try {
+        return toml::parse (text, name);
+    } catch (const toml::parse_error &error) {
+        throw chassis_file_error_t (name + ":" + std::to_string (error.source ().begin.line) +
+                                    ": TOML: " + std::string (error.description ()));
+    }
+}
+
+chassis_settings_t parse_chassis (const std::string &text, const std::string &name)
+{
+    const toml::table root = parse_toml (text, name);
+    const section_t file (root, "", name, TOP_KEYS);
+    chassis_settings_t settings;
+    if (auto board = file.section ("board", BOARD_KEYS)) {
+        read_board (*board, settings.board);
+    }
+    for (const section_t &card : file.sections ("card", CARD_KEYS)) {
+        read_card (card, settings);
+    }
+    return settings;
+}
+
+std::string read_chassis_text (const std::string &path)
+{
+    struct stat status;
+    if (stat (path.c_str (), &status) == 0 && !S_ISREG (status.st_mode)) {
+        throw chassis_file_error_t (path + ": not a regular file, expected a chassis file");
+    }
+    std::unique_ptr<FILE, int (*) (FILE *)> file (fopen (path.c_str (), "re"), fclose);
+    if (!file) {
+        throw chassis_file_error_t (path + ": cannot be read: " + strerror (errno));
+    }
+    std::string text;
+    char chunk[4096];
+    while (size_t length = fread (chunk, 1, sizeof (chunk), file.get ())) {
+        text.append (chunk, length);
+    }
+    if (ferror (file.get ())) {
+        throw chassis_file_error_t (path + ": cannot be read: " + strerror (errno));
+    }
+    return text;
+}
+
+chassis_settings_t load_chassis_file (const std::string &path)
+{
+    return parse_chassis (read_chassis_text (path), path);
+}
+
+chassis_settings_t builtin_chassis ()
+{
+    return parse_chassis (builtin_chassis_text (), "built-in chassis");
+}

@@ -1,0 +1,76 @@
+// The preloaded library's own part: makes the chassis that the environment asks for when the
+// program opens its first device.
+#include "chassis/bus/trace.h"
+#include "chassis/file/chassis_file.h"
+#include "chassis/launch/door.h"
+#include "chassis/trap/own_descriptor.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+// The program cannot go on without its board.
+[[noreturn]] static void fail (const std::string &why)
+{
+    fprintf (stderr, "q5_chassis: %s\n", why.c_str ());
+    _exit (2);
+}
+
+static std::string setting (const char *name)
+{
+    const char *value = getenv (name);
+    return value == nullptr ? "" : value;
+}
+
+// The launcher emptied it: all that it starts in turn, as a script does, share it.
+static FILE *append_to (const std::string &path)
+{
+    int fd = moved_out_of_the_way (
+        open (path.c_str (), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
+    return fd < 0 ? nullptr : fdopen (fd, "a");
+}
+
+// What is made here lives as long as the program.
+static void add_trace (chassis_t &chassis, const std::string &path)
+{
+    if (path.empty ()) {
+        return;
+    }
+    FILE *file = path == "-" ? stderr : append_to (path);
+    if (file == nullptr) {
+        fail (path + ": " + strerror (errno));
+    }
+    chassis.observe (new trace_t (file, chassis.brgclk ()));
+}
+
+static chassis_t *play_file (const std::string &path)
+{
+    auto *watch = new chassis_watch_t (path); // before the file is read: no edit gets lost between
+    auto *chassis = new chassis_t (load_chassis_file (path));
+    chassis->before_select = [chassis, watch] {
+        if (std::optional<chassis_settings_t> settings = watch->changed ()) {
+            chassis->set_cards (settings->cards);
+        }
+    };
+    return chassis;
+}
+
+static chassis_t *make_chassis ()
+{
+    try {
+        std::string file = setting ("Q5_CHASSIS_FILE");
+        chassis_t *chassis = file.empty () ? new chassis_t (builtin_chassis ()) : play_file (file);
+        add_trace (*chassis, setting ("Q5_CHASSIS_TRACE"));
+        door_set_fast (!setting ("Q5_CHASSIS_FAST").empty ());
+        return chassis;
+    } catch (const std::exception &error) {
+        fail (error.what ());
+    }
+}
+
+__attribute__ ((constructor)) static void announce ()
+{
+    door_on_first_open (make_chassis);
+}

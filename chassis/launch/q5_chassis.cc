@@ -1,0 +1,199 @@
+// Runs a program on an emulated board and chassis: checks everything that can be checked before
+// anything starts, then becomes the program, so that signals and the exit status are its own.
+
+#include "chassis/file/chassis_file.h"
+#include "chassis/launch/chassis_summary.h"
+#include "chassis/launch/preload_check.h"
+
+#include <CLI/CLI.hpp>
+#include <errno.h>
+#include <fcntl.h>
+#include <filesystem>
+#include <iostream>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+// Exit statuses; the latter two as a shell has them.
+static constexpr int BAD_REQUEST = 2;
+static constexpr int CANNOT_EXECUTE = 126;
+static constexpr int NOT_FOUND = 127;
+
+struct launch_t {
+    std::string file;
+    std::string trace;
+    bool fast = false;
+    bool example = false;
+    bool check = false;
+    std::vector<char *> program; // ends with a null
+};
+
+struct launch_error_t : std::runtime_error {
+    launch_error_t (int status, const std::string &message)
+        : std::runtime_error (message), status (status)
+    {}
+    int status;
+};
+
+// Leaves an empty trace behind, so that an old one is never taken for this run's.
+static void prepare_trace (const std::string &path, const std::string &chassis_file)
+{
+    if (path.empty () || path == "-") {
+        return;
+    }
+    std::error_code none;
+    if (fs::equivalent (path, chassis_file, none)) {
+        throw launch_error_t (BAD_REQUEST, path + ": is the chassis file; trace to another one");
+    }
+    int fd = open (path.c_str (), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0) {
+        throw launch_error_t (BAD_REQUEST, path + ": cannot be written: " + strerror (errno));
+    }
+    close (fd);
+}
+
+// In the build tree the library lies beside the launcher.
+static std::string find_library ()
+{
+    fs::path directory = fs::read_symlink ("/proc/self/exe").parent_path ();
+    fs::path built = directory / "libq5_chassis.so";
+    fs::path installed = (directory / Q5_INSTALLED_LIBRARY).lexically_normal ();
+    for (const fs::path &library : {built, installed}) {
+        if (!fs::exists (library)) {
+            continue;
+        }
+        if (library.string ().find_first_of (" :") != std::string::npos) {
+            throw launch_error_t (BAD_REQUEST, library.string () +
+                                                   ": cannot be preloaded from a path with a blank "
+                                                   "or a colon; move it");
+        }
+        return library;
+    }
+    throw launch_error_t (BAD_REQUEST, "neither " + built.string () + " nor " +
+                                           installed.string () + " exists; build or install it");
+}
+
+static void check_program (const std::string &name, const std::string &library)
+{
+    std::string program = find_program (name);
+    std::string obstacle = program.empty () ? "" : preload_obstacle (program, library);
+    if (!obstacle.empty ()) {
+        throw launch_error_t (CANNOT_EXECUTE, program + ": cannot run on the chassis: " + obstacle);
+    }
+}
+
+static void set_or_unset (const char *name, const std::string &value)
+{
+    if (value.empty ()) {
+        unsetenv (name);
+    } else {
+        setenv (name, value.c_str (), 1);
+    }
+}
+
+static std::string absolute (const std::string &path)
+{
+    return path.empty () || path == "-" ? path : fs::absolute (path).string ();
+}
+
+static void set_environment (const launch_t &launch, const std::string &library)
+{
+    set_or_unset ("Q5_CHASSIS_FILE", absolute (launch.file));
+    set_or_unset ("Q5_CHASSIS_TRACE", absolute (launch.trace));
+    set_or_unset ("Q5_CHASSIS_FAST", launch.fast ? "1" : "");
+    const char *others = getenv ("LD_PRELOAD");
+    set_or_unset ("LD_PRELOAD", others && *others ? library + ":" + others : library);
+}
+
+[[noreturn]] static void become (const launch_t &launch)
+{
+    std::string library = find_library ();
+    check_program (launch.program[0], library);
+    prepare_trace (launch.trace, launch.file);
+    set_environment (launch, library);
+    execvp (launch.program[0], launch.program.data ());
+    throw launch_error_t (errno == ENOENT ? NOT_FOUND : CANNOT_EXECUTE,
+                          std::string (launch.program[0]) + ": " + strerror (errno));
+}
+
+static int printed ()
+{
+    if (!std::cout.flush ()) {
+        throw launch_error_t (BAD_REQUEST, "standard output cannot be written");
+    }
+    return 0;
+}
+
+static int run (const launch_t &launch)
+{
+    if (launch.example) {
+        std::cout << builtin_chassis_text ();
+        return printed ();
+    }
+    chassis_settings_t settings =
+        launch.file.empty () ? builtin_chassis () : load_chassis_file (launch.file);
+    if (launch.check) {
+        print_summary (std::cout, settings);
+        return printed ();
+    }
+    if (launch.program.size () < 2) {
+        throw launch_error_t (BAD_REQUEST, "no program to run; put it behind --, as in "
+                                           "q5_chassis --fast -- q5_scand");
+    }
+    become (launch);
+}
+
+static std::string not_empty (const std::string &path)
+{
+    return path.empty () ? "expected a path, found nothing" : "";
+}
+
+static void add_options (CLI::App &app, launch_t &launch)
+{
+    app.add_option ("--file", launch.file, "the chassis to play (default: a built-in one)")
+        ->type_name ("CHASSIS.TOML")
+        ->check (not_empty);
+    app.add_option ("--trace", launch.trace, "write every frame to FILE; - is standard error")
+        ->type_name ("FILE")
+        ->check (not_empty);
+    app.add_flag ("--fast", launch.fast, "skip the program's sleeps; the bus does not notice");
+    app.add_flag ("--example", launch.example, "print the built-in chassis file and end");
+    app.add_flag ("--check", launch.check, "print what is in the chassis and end");
+    app.set_version_flag ("--version", "q5_chassis " Q5_VERSION);
+    app.footer ("Usage in full: q5_chassis [OPTIONS] -- PROGRAM [ARGS...]");
+}
+
+// The options end at the first "--"; what follows is the program's alone.
+static std::vector<std::string> split_off_program (char **argv, launch_t &launch)
+{
+    std::vector<std::string> options;
+    for (argv++; *argv && strcmp (*argv, "--") != 0; argv++) {
+        options.insert (options.begin (), *argv);
+    }
+    for (argv += *argv ? 1 : 0; *argv; argv++) {
+        launch.program.push_back (*argv);
+    }
+    launch.program.push_back (nullptr);
+    return options;
+}
+
+int main (int, char **argv)
+{
+    launch_t launch;
+    CLI::App app ("Runs a program on an emulated board and chassis.", "q5_chassis");
+    add_options (app, launch);
+    try {
+        app.parse (split_off_program (argv, launch));
+        return run (launch);
+    } catch (const CLI::ParseError &error) {
+        return app.exit (error) == 0 ? 0 : BAD_REQUEST;
+    } catch (const launch_error_t &error) {
+        std::cerr << "q5_chassis: " << error.what () << "\n";
+        return error.status;
+    } catch (const std::exception &error) {
+        std::cerr << "q5_chassis: " << error.what () << "\n";
+        return BAD_REQUEST;
+    }
+}
