@@ -17,7 +17,7 @@ class install : public testing::Test {
 
     void SetUp () override
     {
-        run ("env -u DESTDIR " Q5_CMAKE " --install " Q5_BUILD " --component client-dev --prefix " +
+        run ("unset DESTDIR; " Q5_CMAKE " --install " Q5_BUILD " --component client-dev --prefix " +
              root);
     }
 
@@ -28,10 +28,11 @@ class install : public testing::Test {
         EXPECT_EQ (outcome.status, 0) << line << "\n" << outcome.output << outcome.errors;
         return outcome.output;
     }
-    // Where the installed file is; empty when it is nowhere.
+    // Where the installed file is.
     std::string folder_of (const std::string &file) const
     {
-        return run ("find " + root + " -name " + file + " -printf %h");
+        std::string found = run ("find " + root + " -name " + file + " -printf %h");
+        return found.empty () ? throw std::runtime_error (file + " is not installed") : found;
     }
 };
 

@@ -8,7 +8,7 @@ if (CMAKE_CROSSCOMPILING)
     # An emulator cannot enter one: this machine's program does, before it.
     set (own_network ${Q5_HOST_BUILD}/tests/own_network)
     if (NOT EXISTS ${own_network})
-        set (own_network env)
+        set (own_network /usr/bin/env)
     endif ()
 else ()
     add_executable (own_network own_network.cc own_network_run.cc)
