@@ -1,4 +1,5 @@
 #include "chassis/file/chassis_file.h"
+#include "chassis/file/chassis_watch.h"
 
 #include <fcntl.h>
 #include <filesystem>
