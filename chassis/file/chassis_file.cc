@@ -2,6 +2,7 @@
 
 #include "chassis/bus/slots.h"
 #include "chassis/bus/typed_message.h"
+#include "chassis/file/file_limits.h"
 #include "chassis/file/toml_section.h"
 #include "scanp/mpc8260.h"
 #include "scanp/scanp_driver.h"
@@ -206,6 +207,7 @@ static toml::table parse_toml (const std::string &text, const std::string &name)
 
 chassis_settings_t parse_chassis (const std::string &text, const std::string &name)
 {
+    check_nesting (text, name);
     const toml::table root = parse_toml (text, name);
     const section_t file (root, "", name, top_keys);
     chassis_settings_t settings;
@@ -232,6 +234,10 @@ std::string read_chassis_text (const std::string &path)
     char chunk[4096];
     while (size_t length = fread (chunk, 1, sizeof (chunk), file.get ())) {
         text.append (chunk, length);
+        if (text.size () > max_file_size) {
+            throw chassis_file_error_t (path + ": longer than " + std::to_string (max_file_size) +
+                                        " bytes, expected a chassis file");
+        }
     }
     if (ferror (file.get ())) {
         throw chassis_file_error_t (path + ": cannot be read: " + strerror (errno));

@@ -1,6 +1,8 @@
 // What is wrong with a chassis file.
 #pragma once
 
+#include "chassis/bus/one_line.h"
+
 #include <stdexcept>
 #include <string>
 
@@ -8,5 +10,6 @@
 // key when the text is not TOML at all, and "FILE: why" when there is no text to read.
 class chassis_file_error_t : public std::runtime_error {
   public:
-    using std::runtime_error::runtime_error;
+    explicit chassis_file_error_t (const std::string &what) : std::runtime_error (one_line (what))
+    {}
 };

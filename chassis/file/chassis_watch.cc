@@ -3,15 +3,9 @@
 #include "chassis/file/chassis_file.h"
 
 #include <errno.h>
-#include <stdio.h>
 #include <string.h>
 #include <time.h>
 #include <tuple>
-
-static void report (const std::string &message)
-{
-    fputs (("q5_chassis: " + message + "\n").c_str (), stderr);
-}
 
 static auto identity (const struct stat &s)
 {
@@ -48,7 +42,7 @@ chassis_watch_t::chassis_watch_t (std::string path) : path_ (std::move (path))
 void chassis_watch_t::report_missing (const std::string &why)
 {
     if (!missing_) {
-        report (why + "; the old chassis stays");
+        complain (why + "; the old chassis stays");
     }
     missing_ = true;
 }
@@ -88,8 +82,8 @@ void chassis_watch_t::keep_board (chassis_settings_t &settings)
     }
     bool differs = values (*board_) != values (settings.board);
     if (differs && !board_reported_) {
-        report (path_ + ": board: changed, but a running board stays as it is; start the program "
-                        "again to change it");
+        complain (path_ + ": board: changed, but a running board stays as it is; start the program "
+                          "again to change it");
     }
     board_reported_ = differs;
     settings.board = *board_;
@@ -113,7 +107,7 @@ std::optional<chassis_settings_t> chassis_watch_t::changed ()
         keep_board (settings);
         return settings;
     } catch (const chassis_file_error_t &error) {
-        report (std::string (error.what ()) + "; the old chassis stays");
+        complain (std::string (error.what ()) + "; the old chassis stays");
         return std::nullopt;
     }
 }

@@ -16,7 +16,7 @@
 // The program cannot go on without its board.
 [[noreturn]] static void fail (const std::string &why)
 {
-    fprintf (stderr, "q5_chassis: %s\n", why.c_str ());
+    complain (why);
     _exit (2);
 }
 

@@ -180,6 +180,21 @@ static std::vector<std::string> split_off_program (char **argv, launch_t &launch
     return options;
 }
 
+// What --help and --version print is no refusal.
+static int refused (const CLI::App &app, const CLI::ParseError &error)
+{
+    if (error.get_exit_code () == 0) {
+        return app.exit (error);
+    }
+    std::vector<std::string> unknown = app.remaining ();
+    if (!unknown.empty () && unknown[0].rfind ('-', 0) != 0) {
+        complain (unknown[0] + " stands before --; type: q5_chassis [OPTIONS] -- " + unknown[0]);
+    } else {
+        complain (std::string (error.what ()) + "; q5_chassis --help lists the options");
+    }
+    return bad_request;
+}
+
 int main (int, char **argv)
 {
     launch_t launch;
@@ -189,12 +204,12 @@ int main (int, char **argv)
         app.parse (split_off_program (argv, launch));
         return run (launch);
     } catch (const CLI::ParseError &error) {
-        return app.exit (error) == 0 ? 0 : bad_request;
+        return refused (app, error);
     } catch (const launch_error_t &error) {
-        std::cerr << "q5_chassis: " << error.what () << "\n";
+        complain (error.what ());
         return error.status;
     } catch (const std::exception &error) {
-        std::cerr << "q5_chassis: " << error.what () << "\n";
+        complain (error.what ());
         return bad_request;
     }
 }
