@@ -1,10 +1,10 @@
 // Apart from the server so that a daemon carries no resolver.
 #include "net/exception.h"
+#include "net/kp_resolve.h"
 #include "net/kp_server.h"
 
 #include <arpa/inet.h>
 #include <errno.h>
-#include <netdb.h>
 #include <netinet/in.h>
 #include <string.h>
 #include <sys/socket.h>
@@ -20,17 +20,6 @@ kp_client_t::kp_client_t (const char *host, int32_t port) : port (port)
     memcpy (this->host, host, length);
 }
 
-static bool resolve (const char *host, in_addr *address)
-{
-    const hostent *found = gethostbyname (host);
-    if (found) {
-        memcpy (address, found->h_addr_list[0], found->h_length);
-        return true;
-    }
-    address->s_addr = inet_addr (host);
-    return address->s_addr != INADDR_NONE;
-}
-
 int32_t kp_client_t::connect_to (const char *host, int32_t port)
 {
     ASSERT (76, host && port);
@@ -38,7 +27,7 @@ int32_t kp_client_t::connect_to (const char *host, int32_t port)
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_port = htons (static_cast<uint16_t> (port));
-    if (!resolve (host, &address.sin_addr)) {
+    if (!kp_resolve (host, &address.sin_addr)) {
         return -1;
     }
     int32_t fd = socket (AF_INET, SOCK_STREAM, 0);

@@ -1,10 +1,10 @@
 #include "scan/q5_scan_client.h"
 
 #include "net/exception.h"
+#include "scan/q5_scan_exchange.h"
 
 #include <algorithm>
 #include <string.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #define MODULE "q5_scan_server.cc"
@@ -27,20 +27,13 @@ bool q5_scan_client_t::write_request (int32_t fd, const q5_scan_command_t &c)
     return write_fully (fd, &m, sizeof (m));
 }
 
-static void check_command (const q5_scan_command_t *c)
-{
-    ASSERT (185, c->slot >= 0 && c->slot < Q5_SCAN_NUM_SLOTS);
-    ASSERT (186, !c->txlen || c->txbuf);
-    ASSERT (187, !c->rxlen || c->rxbuf);
-}
-
 // Each request's own transmit bytes stand right behind its header.
 bool q5_scan_client_t::write_interleaved (int32_t fd, int32_t num_commands,
                                           const q5_scan_command_t *commands)
 {
     for (int32_t i = 0; i < num_commands; i++) {
         const q5_scan_command_t *c = &commands[i];
-        check_command (c);
+        q5_scan_check_record (c);
         if (!write_request (fd, *c) || (c->txlen && !write_fully (fd, c->txbuf, c->txlen))) {
             return false;
         }
@@ -88,59 +81,33 @@ int32_t q5_scan_client_t::execute (int32_t num_commands, q5_scan_command_t *comm
 
 void q5_scan_client_t::check_batch (int32_t num_commands, const q5_scan_command_t *commands) const
 {
-    ASSERT (161, num_commands && commands);
-    ASSERT (201, num_commands > 0 && num_commands <= MAX_REQUESTS);
-    int32_t tx_count = 0;
-    for (const q5_scan_command_t *c = commands; c < commands + num_commands; c++) {
-        check_command (c);
-        ASSERT (206, c->txlen >= 0 && c->txlen <= Q5_SCAN_MAX_TX);
-        ASSERT (207, c->rxlen >= 0 && c->rxlen <= Q5_SCAN_MAX_RX);
-        ASSERT (208, c->txlen + tx_count <= Q5_SCAN_MAX_TX);
-        tx_count += c->txlen;
-    }
+    q5_scan_check_records (num_commands, commands);
 }
 
-bool q5_scan_client_t::write_batch (int32_t fd, int32_t num_commands,
-                                    const q5_scan_command_t *commands)
+static q5_scan_settings_t settings_of (const q5_scan_client_t &client)
 {
-    if (!write_word (fd, client_id) || !write_word (fd, num_commands)) {
-        return false;
-    }
-    for (int32_t i = 0; i < num_commands; i++) {
-        if (!write_request (fd, commands[i])) {
-            return false;
-        }
-    }
-    for (int32_t i = 0; i < num_commands; i++) {
-        const q5_scan_command_t &c = commands[i];
-        if (c.txlen && !write_fully (fd, c.txbuf, c.txlen)) {
-            return false;
-        }
-    }
-    return true;
+    q5_scan_settings_t settings;
+    settings.host.assign (client.host, strnlen (client.host, sizeof (client.host)));
+    settings.port = client.port;
+    settings.id = client.client_id;
+    return settings;
 }
 
 int32_t q5_scan_client_t::exchange_batch (int32_t fd, int32_t num_commands,
                                           q5_scan_command_t *commands)
 {
-    bool sent = write_batch (fd, num_commands, commands);
-    uint8_t first;
-    if (recv (fd, &first, sizeof (first), MSG_PEEK) != sizeof (first)) {
-        return -1;
-    }
-    return sent ? read_replies (fd, num_commands, commands) : 0;
+    q5_scan_outcome_t outcome =
+        q5_scan_exchange_on (fd, settings_of (*this), num_commands, commands);
+    return outcome.state == q5_scan_state_t::dropped ? -1 : outcome.num_replies;
 }
 
 int32_t q5_scan_client_t::execute_batch (int32_t num_commands, q5_scan_command_t *commands)
 {
     check_batch (num_commands, commands);
-    int32_t fd = connect_to (host, port);
-    if (fd < 0) {
-        return 0;
+    if (port == 0) {
+        throw_assertion ("kp_server.cc", 76, "host && port"); // as connect_to does
     }
-    int32_t count = exchange_batch (fd, num_commands, commands);
-    close (fd);
-    return count == num_commands;
+    return q5_scan_exchange_records (settings_of (*this), num_commands, commands).answered ();
 }
 
 int32_t q5_scan_client_t::change_owner (int32_t command)

@@ -1,6 +1,7 @@
 // The client side of the scan request protocol, and the build identity of a firmware image.
 #pragma once
 
+#include "net/exception.h"
 #include "net/kp_server.h"
 #include "scan/q5_scan_protocol.h"
 
@@ -17,12 +18,11 @@ struct q5_scan_command_t {
     int32_t result;       // output: bytes received, or a failure result
 };
 
-// Commands of the cards that the client side knows by number.
-constexpr int32_t Q5_SCAN_SEND_SHORT = 147;
-
 // One client of one daemon. Keeps no connection: each operation is one connection and one batch.
 // Every operation throws exception_t on a broken precondition and returns 0 when the network fails.
-// A program that uses it ignores or handles SIGPIPE: the daemon may close while a batch is sent.
+// A program that uses execute, or what is built on it, ignores or handles SIGPIPE: the daemon may
+// close while a batch is sent. Objects are independent: each thread uses one of its own. Time-outs,
+// reasons and results as values: q5_scan_batch.h.
 class q5_scan_client_t : public kp_client_t {
   public:
     int32_t client_id; // sent first in every batch; 2 unless the program writes it
@@ -36,9 +36,9 @@ class q5_scan_client_t : public kp_client_t {
     // gone out, and leaves the connection open.
     int32_t execute (int32_t num_commands, q5_scan_command_t *commands);
 
-    // The same records, checks and results, written in the order in which the daemon reads: all
-    // headers, then all transmit bytes. The whole batch is checked before the connection is opened,
-    // see check_batch, and no descriptor is ever left open.
+    // The same records, checks and results, sent with one write in the order in which the daemon
+    // reads: all headers, then all transmit bytes. The whole batch is checked before the connection
+    // is opened, see check_batch, no descriptor is ever left open, and no signal interrupts it.
     int32_t execute_batch (int32_t num_commands, q5_scan_command_t *commands);
 
     // The two halves of execute_batch, for a program that opens the connection itself and wants to
@@ -47,9 +47,9 @@ class q5_scan_client_t : public kp_client_t {
     // slots, lengths and the sum of the transmit lengths within the limits, no buffer missing.
     void check_batch (int32_t num_commands, const q5_scan_command_t *commands) const;
     // Sends a checked batch on the connection `fd`, which stays open, and reads the replies.
-    // Returns the number of records whose reply came whole, -1 when the connection ended before the
-    // first byte of a reply: the daemon dropped the batch. The records after the whole ones keep
-    // what they held, but for the result word of one whose data came short.
+    // Returns the number of records whose reply came whole, -1 when the connection was closed
+    // before the first byte of a reply: the daemon dropped the batch. The records after the whole
+    // ones keep what they held, but for the result word of one whose data came short.
     int32_t exchange_batch (int32_t fd, int32_t num_commands, q5_scan_command_t *commands);
 
     // Take and give back the bus for this client's id. Return 1 when the daemon granted it; 0 when
@@ -105,7 +105,6 @@ class q5_scan_client_t : public kp_client_t {
     bool write_word (int32_t fd, int32_t word);
     bool write_request (int32_t fd, const q5_scan_command_t &c);
     bool write_interleaved (int32_t fd, int32_t num_commands, const q5_scan_command_t *commands);
-    bool write_batch (int32_t fd, int32_t num_commands, const q5_scan_command_t *commands);
     bool read_reply (int32_t fd, q5_scan_command_t &c);
     int32_t read_replies (int32_t fd, int32_t num_commands, q5_scan_command_t *commands);
     int32_t change_owner (int32_t command);

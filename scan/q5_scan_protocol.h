@@ -24,6 +24,19 @@
 constexpr int32_t Q5_SCAN_CLAIM = 1;
 constexpr int32_t Q5_SCAN_RELEASE = 2;
 
+// Commands of the cards that the client side knows by number.
+constexpr int32_t Q5_SCAN_GET_TYPED = 51;   // answered with a typed message
+constexpr int32_t Q5_SCAN_GET_RAW = 83;     // answered with a raw block
+constexpr int32_t Q5_SCAN_SEND_SHORT = 147; // transmits a short message
+
+// Results of a request: the number of bytes received, or one of these. A claim or a release answers
+// 1, or -1 when another id holds the bus.
+constexpr int32_t Q5_SCAN_LINE_ERROR = -1;  // the answer came damaged
+constexpr int32_t Q5_SCAN_NO_SLOT = -2;     // no such slot, or its receive line is low
+constexpr int32_t Q5_SCAN_NO_ANSWER = -3;   // sent, but no answer was complete in time
+constexpr int32_t Q5_SCAN_BAD_ADDRESS = -4; // the answer came to the second address
+constexpr int32_t Q5_SCAN_NOT_SENT = -10;   // the request was not sent in time
+
 struct scan_request_t {
     be32_t slot;    // 0 to 31
     be32_t command; // claim, release, or a command of the card

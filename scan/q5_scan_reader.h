@@ -11,10 +11,6 @@ struct q5_scan_buffer_t {
     uint8_t data[Q5_SCAN_MAX_RX];
 };
 
-// Commands of the cards that fetch a reply.
-constexpr int32_t Q5_SCAN_GET_TYPED = 51;
-constexpr int32_t Q5_SCAN_GET_RAW = 83;
-
 // Fetch, then for each slot of interest begin its typed message or its raw block and take the
 // fields in the order that the type letters give. What a letter stands for is agreed between the
 // program and the cards.

@@ -5,10 +5,12 @@
 
 #include <algorithm>
 
-// What the protocol admits the device takes.
-static_assert (Q5_SCAN_MAX_TX == SCAN_PORT_MAX_TX && Q5_SCAN_MAX_RX == SCAN_PORT_MAX_RX);
-
 #define MODULE "q5_scan_server.cc"
+
+// Results of a transfer travel to the client unchanged.
+static_assert (Q5_SCAN_LINE_ERROR == SCAN_PORT_LINE_ERROR && Q5_SCAN_NO_SLOT == SCAN_PORT_NO_SLOT);
+static_assert (Q5_SCAN_NO_ANSWER == SCAN_PORT_NO_ANSWER && Q5_SCAN_NOT_SENT == SCAN_PORT_NOT_SENT);
+static_assert (Q5_SCAN_BAD_ADDRESS == SCAN_PORT_BAD_ADDRESS);
 
 q5_scan_server_t::q5_scan_server_t () : owner_id (0) {}
 

@@ -1,20 +1,22 @@
 add_executable (client_test client_test.cc)
-target_link_libraries (client_test PRIVATE q5_scan_client)
-discover_network_tests (client_test)
+target_link_libraries (client_test PRIVATE q5_scan_client GTest::gtest_main)
+discover_tests (client_test)
 
 # The client side, once with a signed and once with an unsigned char: processors differ in theirs.
 foreach (sign signed unsigned)
-    add_library (q5_scan_client_${sign} STATIC EXCLUDE_FROM_ALL ../scan/q5_scan_client.cc
-        ../scan/q5_scan_image.cc ../scan/q5_scan_reader.cc)
+    get_target_property (sources q5_scan_client SOURCES)
+    list (TRANSFORM sources PREPEND ../scan/)
+    add_library (q5_scan_client_${sign} STATIC EXCLUDE_FROM_ALL ${sources})
     target_compile_options (q5_scan_client_${sign} PUBLIC -f${sign}-char)
-    target_link_libraries (q5_scan_client_${sign} PUBLIC q5_net)
+    target_link_libraries (q5_scan_client_${sign} PUBLIC q5_net Threads::Threads)
 endforeach ()
 
 function (add_char_test name)
     foreach (sign signed unsigned)
         add_executable (${name}_${sign}_test ${name}_test.cc)
-        target_link_libraries (${name}_${sign}_test PRIVATE q5_scan_client_${sign})
-        discover_network_tests (${name}_${sign}_test TEST_SUFFIX .${sign}_char)
+        target_link_libraries (${name}_${sign}_test PRIVATE q5_scan_client_${sign}
+            GTest::gtest_main)
+        discover_tests (${name}_${sign}_test TEST_SUFFIX .${sign}_char)
     endforeach ()
 endfunction ()
 

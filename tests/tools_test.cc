@@ -3,10 +3,10 @@
 #include "tests/shell.h"
 #include "tools/batch.h"
 #include "tools/parse.h"
+#include "tools/types.h"
 #include "tools/watch.h"
 
 #include <gtest/gtest.h>
-#include <memory>
 
 using namespace std::string_literals;
 
@@ -81,7 +81,7 @@ static std::string batch_of (const std::string &text)
     std::ostringstream shown;
     std::string message = complaint ([&] {
         std::istringstream stream (text);
-        for (const request_t &r : read_batch (stream, "f")) {
+        for (const q5_scan_request_t &r : read_batch (stream, "f")) {
             shown << r.slot << ' ' << r.command << ' ' << r.rxlen << " [" << hex (r.tx) << "]; ";
         }
     });
@@ -126,14 +126,11 @@ TEST (batch_text, gives_requests_or_names_the_line_that_is_wrong)
 }
 
 // The row of a slot that sent this typed message and nothing else.
-static row_t row_for (const std::string &message, const type_map_t &types)
+static row_t row_for (const std::string &message, const q5_scan_types_t &types)
 {
-    auto reader = std::make_unique<q5_scan_reader_t> ("", 0);
-    memset (reader->typed_buffers, 'A', sizeof (reader->typed_buffers));
-    std::copy (message.begin (), message.end (), reader->typed_buffers[31].data);
-    reader->typed_buffers[31].count = message.size ();
+    auto bytes = reinterpret_cast<const uint8_t *> (message.data ());
     int32_t size = message.size ();
-    return rows_of ({{31, size, 0, decode_message (*reader, 31, types), {}}}, false)[1];
+    return rows_of ({{31, size, 0, q5_scan_decode (bytes, size, types), {}}}, false)[1];
 }
 
 TEST (typed_message, is_shown_as_far_as_it_is_sound)
@@ -155,16 +152,16 @@ TEST (typed_message, is_shown_as_far_as_it_is_sound)
         {"\x80zb"s, "problem: it announces 128 letters, and has 2 bytes behind that; left: 7a 62"},
     };
     for (auto &[message, fields] : messages) {
-        EXPECT_EQ (row_for (message, usual_types ())[4], fields)
+        EXPECT_EQ (row_for (message, q5_scan_usual_types ())[4], fields)
             << characters (reinterpret_cast<const uint8_t *> (message.data ()), message.size ());
     }
     std::string longest = "\1s" + std::string (4094, 'A');
-    EXPECT_TRUE (has (row_for (longest, usual_types ())[4], "has no end"));
+    EXPECT_TRUE (has (row_for (longest, q5_scan_usual_types ())[4], "has no end"));
 }
 
 TEST (types, give_letters_another_meaning)
 {
-    type_map_t types = parse_types ("A=bytes:2, b=string ,==rest");
+    q5_scan_types_t types = parse_types ("A=bytes:2, b=string ,==rest");
     EXPECT_EQ (row_for ("\3Ab=\1\2x\0\4"s, types)[4], "A=01 02 b=\"x\" ==04");
     EXPECT_EQ (row_for ("\1A\1"s, types)[4],
                "problem: letter A reaches beyond the payload; left: 01");

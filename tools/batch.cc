@@ -54,13 +54,13 @@ static std::string joined_words (const words_t &words, size_t *at)
                          "[BYTES], or claim, or release.");
 }
 
-static request_t bus_request (const words_t &words)
+static q5_scan_request_t bus_request (const words_t &words)
 {
     if (words.size () < 2 || is_option (words[1])) {
         parse_slot (words[0]);
         line_failure ("a command is missing behind the slot");
     }
-    request_t request;
+    q5_scan_request_t request;
     request.slot = parse_slot (words[0]);
     request.command = parse_word ("command", words[1]);
     request.rxlen = usual_rxlen (request.command);
@@ -86,7 +86,7 @@ static request_t bus_request (const words_t &words)
     return request;
 }
 
-static request_t send_request (const words_t &words)
+static q5_scan_request_t send_request (const words_t &words)
 {
     if (words.size () < 4) {
         line_failure ("send needs SLOT, FIRST and SECOND");
@@ -96,12 +96,12 @@ static request_t send_request (const words_t &words)
     if (at < words.size ()) {
         line_failure ("'" + words[at] + "' is not expected here");
     }
-    return short_request (parse_slot (words[1]), parse_number ("FIRST", words[2], 0, 255),
-                          parse_number ("SECOND", words[3], 0, 255),
-                          parse_bytes ("BYTES", unquoted (bytes), most_short_bytes));
+    return q5_scan_short_request (parse_slot (words[1]), parse_number ("FIRST", words[2], 0, 255),
+                                  parse_number ("SECOND", words[3], 0, 255),
+                                  parse_bytes ("BYTES", unquoted (bytes), Q5_SCAN_MAX_SHORT));
 }
 
-static request_t request_of (const words_t &words)
+static q5_scan_request_t request_of (const words_t &words)
 {
     if (words[0] == "send") {
         return send_request (words);
@@ -112,10 +112,11 @@ static request_t request_of (const words_t &words)
     if (words.size () > 1) {
         line_failure ("'" + words[1] + "' is not expected behind " + words[0]);
     }
-    return words[0] == "claim" ? claim_request () : release_request ();
+    return words[0] == "claim" ? q5_scan_claim_request () : q5_scan_release_request ();
 }
 
-static void append (std::vector<request_t> &requests, size_t *tx_count, request_t request)
+static void append (std::vector<q5_scan_request_t> &requests, size_t *tx_count,
+                    q5_scan_request_t request)
 {
     if (requests.size () == MAX_REQUESTS) {
         usage_failure ("this is the 101st request", "At most 100 fit into one batch: make two.");
@@ -128,9 +129,9 @@ static void append (std::vector<request_t> &requests, size_t *tx_count, request_
     requests.push_back (std::move (request));
 }
 
-std::vector<request_t> read_batch (std::istream &text, const std::string &name)
+std::vector<q5_scan_request_t> read_batch (std::istream &text, const std::string &name)
 {
-    std::vector<request_t> requests;
+    std::vector<q5_scan_request_t> requests;
     size_t tx_count = 0;
     int number = 0;
     for (std::string line; std::getline (text, line);) {
@@ -152,7 +153,7 @@ std::vector<request_t> read_batch (std::istream &text, const std::string &name)
     return requests;
 }
 
-std::vector<request_t> read_batch_file (const std::string &path)
+std::vector<q5_scan_request_t> read_batch_file (const std::string &path)
 {
     file_bytes_t file = read_file (path, most_text);
     std::istringstream text (std::string (file.bytes.get (), file.size));

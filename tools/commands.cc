@@ -3,6 +3,7 @@
 #include "tools/batch.h"
 #include "tools/images.h"
 #include "tools/parse.h"
+#include "tools/types.h"
 #include "tools/watch.h"
 
 #include <memory>
@@ -35,16 +36,17 @@ static std::string joined (const texts_t &texts)
     return text;
 }
 
-static request_t short_request_of (const words_t &words)
+static q5_scan_request_t short_request_of (const words_t &words)
 {
-    return short_request (parse_slot (words.slot), parse_number ("FIRST", words.first, 0, 255),
-                          parse_number ("SECOND", words.second, 0, 255),
-                          parse_bytes ("BYTES", joined (words.bytes), most_short_bytes));
+    return q5_scan_short_request (parse_slot (words.slot),
+                                  parse_number ("FIRST", words.first, 0, 255),
+                                  parse_number ("SECOND", words.second, 0, 255),
+                                  parse_bytes ("BYTES", joined (words.bytes), Q5_SCAN_MAX_SHORT));
 }
 
-static request_t bus_request_of (const CLI::App &command, const words_t &words)
+static q5_scan_request_t bus_request_of (const CLI::App &command, const words_t &words)
 {
-    request_t request;
+    q5_scan_request_t request;
     request.slot = parse_slot (words.slot);
     request.command = parse_word ("COMMAND", words.command);
     request.tx = parse_bytes ("--tx", words.tx, Q5_SCAN_MAX_TX);
@@ -57,13 +59,13 @@ void add_bus_commands (CLI::App &app, const globals_t &globals, choice_t &choice
 {
     words_pointer_t w = std::make_shared<words_t> ();
     add (app, choice, "claim", "take the bus: batches of other ids are dropped until the release",
-         [&globals] () { return run_requests (globals.target, {claim_request ()}); });
+         [&globals] () { return run_requests (globals.settings, {q5_scan_claim_request ()}); });
     add (app, choice, "release", "give the bus back",
-         [&globals] () { return run_requests (globals.target, {release_request ()}); });
+         [&globals] () { return run_requests (globals.settings, {q5_scan_release_request ()}); });
 
     CLI::App *send =
         add (app, choice, "send", "send the short message (command 147) to a slot",
-             [&globals, w] () { return run_requests (globals.target, {short_request_of (*w)}); });
+             [&globals, w] () { return run_requests (globals.settings, {short_request_of (*w)}); });
     send->add_option ("SLOT", w->slot, "0 to 31")->required ();
     send->add_option ("FIRST", w->first, "first byte, 0 to 255")->required ();
     send->add_option ("SECOND", w->second, "second byte, 0 to 255")->required ();
@@ -71,7 +73,7 @@ void add_bus_commands (CLI::App &app, const globals_t &globals, choice_t &choice
 
     CLI::App *run = add (app, choice, "run", "run one request", [&globals, &app, w] () {
         CLI::App *command = app.get_subcommand ("run");
-        return run_requests (globals.target, {bus_request_of (*command, *w)});
+        return run_requests (globals.settings, {bus_request_of (*command, *w)});
     });
     run->add_option ("SLOT", w->slot, "0 to 31")->required ();
     run->add_option ("COMMAND", w->command, "the card sees its low 8 bits; 1 claims, 2 releases")
@@ -80,16 +82,17 @@ void add_bus_commands (CLI::App &app, const globals_t &globals, choice_t &choice
     run->add_option ("--rx", w->rx, "bytes wanted back, up to 4096 (the default)")->type_name ("N");
 
     CLI::App *batch =
-        add (app, choice, "batch", "run many requests in one batch, one a line",
-             [&globals, w] () { return run_requests (globals.target, read_batch_file (w->file)); });
+        add (app, choice, "batch", "run many requests in one batch, one a line", [&globals, w] () {
+            return run_requests (globals.settings, read_batch_file (w->file));
+        });
     batch->add_option ("FILE", w->file,
                        "SLOT COMMAND [--tx HEX] [--rx N] a line; - or none: "
                        "standard input");
 }
 
-static type_map_t types_of (const CLI::App &command, const words_t &words)
+static q5_scan_types_t types_of (const CLI::App &command, const words_t &words)
 {
-    return command.count ("--types") > 0 ? parse_types (words.types) : usual_types ();
+    return command.count ("--types") > 0 ? parse_types (words.types) : q5_scan_usual_types ();
 }
 
 static void add_table_options (CLI::App &command, words_t &words)
@@ -103,14 +106,14 @@ static void add_table_options (CLI::App &command, words_t &words)
     command.add_flag ("--full", words.full, "cut nothing in the table");
 }
 
-static report_t fetch (const globals_t &globals, const type_map_t &types, const words_t &words)
+static report_t fetch (const globals_t &globals, const q5_scan_types_t &types, const words_t &words)
 {
     std::vector<slot_report_t> slots =
-        fetch_slots (globals.target, parse_slots (words.slots), types);
+        fetch_slots (globals.settings, parse_slots (words.slots), types);
     return report_of (slots, rows_of (slots, words.full));
 }
 
-static report_t watch (const globals_t &globals, const type_map_t &types, const words_t &words)
+static report_t watch (const globals_t &globals, const q5_scan_types_t &types, const words_t &words)
 {
     watch_options_t options;
     options.slots = parse_slots (words.slots);
@@ -119,7 +122,7 @@ static report_t watch (const globals_t &globals, const type_map_t &types, const 
     options.as_json = globals.as_json;
     options.interval = parse_interval (words.interval);
     options.count = parse_number ("--count", words.count, 0, INT32_MAX);
-    return watch (globals.target, options);
+    return watch (globals.settings, options);
 }
 
 void add_chassis_commands (CLI::App &app, const globals_t &globals, choice_t &choice)

@@ -9,7 +9,7 @@
 
 // What stands before or behind the command.
 struct globals_t {
-    target_t target;
+    q5_scan_settings_t settings;
     bool as_json = false;
 };
 

@@ -1,10 +1,11 @@
 #include "tools/fetch.h"
 
+#include "scan/q5_scan_result.h"
 #include "tools/parse.h"
-#include "tools/results.h"
+#include "tools/session.h"
+#include "tools/types.h"
 
 #include <algorithm>
-#include <memory>
 #include <set>
 
 constexpr size_t most_field_text = 60; // characters of one field in a row
@@ -22,55 +23,33 @@ std::vector<int32_t> parse_slots (const std::vector<std::string> &texts)
     return {slots.begin (), slots.end ()};
 }
 
-// The reader holds the buffers and takes messages apart; the batch asks for the chosen slots only.
-static std::vector<q5_scan_command_t> records_for (q5_scan_reader_t &reader,
-                                                   const std::vector<int32_t> &slots)
+std::vector<slot_report_t> fetch_slots (const q5_scan_settings_t &settings,
+                                        const std::vector<int32_t> &slots,
+                                        const q5_scan_types_t &types)
 {
-    std::vector<q5_scan_command_t> records;
-    for (int32_t command : {Q5_SCAN_GET_TYPED, Q5_SCAN_GET_RAW}) {
-        for (int32_t slot : slots) {
-            q5_scan_command_t c = {};
-            reader.init_command (&c, command, slot, nullptr);
-            records.push_back (c);
-        }
-    }
-    return records;
-}
-
-static int32_t bytes_held (const q5_scan_command_t &c)
-{
-    return std::min (c.result, c.rxlen);
-}
-
-std::vector<slot_report_t> fetch_slots (const target_t &target, const std::vector<int32_t> &slots,
-                                        const type_map_t &types)
-{
-    auto reader = std::make_unique<q5_scan_reader_t> (target.host.c_str (), target.port);
-    reader->client_id = target.id;
-    std::vector<q5_scan_command_t> records = records_for (*reader, slots);
-    exchange_t done = exchange_records (*reader, records);
-    if (done.failure) {
-        throw *done.failure;
+    std::vector<q5_scan_request_t> replies;
+    q5_scan_fetch_t fetch;
+    fetch.slots = slots;
+    q5_scan_outcome_t outcome = q5_scan_fetch (settings, fetch, replies);
+    if (!outcome.answered ()) {
+        throw failure_of (outcome);
     }
     std::vector<slot_report_t> reports;
     for (size_t i = 0; i < slots.size (); i++) {
-        const q5_scan_command_t &typed = records[i];
-        const q5_scan_command_t &raw = records[slots.size () + i];
-        reader->typed_buffers[slots[i]].count = bytes_held (typed);
-        slot_report_t report = {slots[i], typed.result, raw.result, {}, {}};
-        report.message = decode_message (*reader, slots[i], types);
-        report.raw.assign (raw.rxbuf, raw.rxbuf + std::max (bytes_held (raw), 0));
-        reports.push_back (report);
+        const q5_scan_request_t &typed = replies[i], &raw = replies[slots.size () + i];
+        reports.push_back ({slots[i], typed.result, raw.result,
+                            q5_scan_decode (typed.rx.data (), typed.rx.size (), types), raw.rx});
     }
     return reports;
 }
 
-static std::string fields_text (const message_t &message, size_t limit)
+static std::string fields_text (const q5_scan_message_t &message, size_t limit)
 {
     std::vector<std::string> parts;
-    for (const field_t &field : message.fields) {
-        std::string letter = printable (std::string (1, static_cast<char> (field.letter)));
-        parts.push_back (letter + "=" + shortened (field.text, limit));
+    for (const q5_scan_field_t &field : message.fields) {
+        std::string letter (1, static_cast<char> (field.letter));
+        const std::string &name = field.type.name.empty () ? letter : field.type.name;
+        parts.push_back (printable (name) + "=" + shortened (text_of (field), limit));
     }
     if (!message.problem.empty ()) {
         parts.push_back ("problem: " + message.problem + ";");
@@ -90,7 +69,7 @@ static row_t raw_cells (const slot_report_t &slot, bool full)
 {
     if (slot.raw_result < 0) {
         bool is_told = slot.raw_result == slot.typed_result;
-        return {is_told ? "-" : "(" + state_of (slot.raw_result) + ")", ""};
+        return {is_told ? "-" : "(" + q5_scan_describe (slot.raw_result).state + ")", ""};
     }
     size_t size = full ? slot.raw.size () : std::min (slot.raw.size (), most_raw_bytes);
     std::string more;
@@ -103,7 +82,8 @@ static row_t raw_cells (const slot_report_t &slot, bool full)
 
 static row_t row_of (const slot_report_t &slot, bool full)
 {
-    row_t row = {std::to_string (slot.slot), state_of (slot.typed_result), "-", "-", "-"};
+    row_t row = {std::to_string (slot.slot), q5_scan_describe (slot.typed_result).state, "-", "-",
+                 "-"};
     if (slot.typed_result >= 0) {
         row[2] = std::to_string (slot.message.length);
         row[3] = printable (slot.message.letters);
@@ -127,17 +107,20 @@ std::vector<row_t> rows_of (const std::vector<slot_report_t> &slots, bool full)
 static void add_meaning (json_t &object, int32_t result, const std::string &prefix)
 {
     if (result < 0) {
-        object[prefix + "meaning"] = meaning_of (result).meaning;
-        object[prefix + "look_at"] = meaning_of (result).look_at;
+        object[prefix + "meaning"] = q5_scan_describe (result).meaning;
+        object[prefix + "look_at"] = q5_scan_describe (result).look_at;
     }
 }
 
 static json_t json_of (const slot_report_t &slot)
 {
     json_t fields = json_t::array ();
-    for (const field_t &field : slot.message.fields) {
+    for (const q5_scan_field_t &field : slot.message.fields) {
         std::string letter (1, static_cast<char> (field.letter));
-        fields.push_back ({{"letter", letter}, {"value", field.value}});
+        fields.push_back ({{"letter", letter}, {"value", json_of (field)}});
+        if (!field.type.name.empty ()) {
+            fields.back ()["name"] = field.type.name;
+        }
     }
     json_t problem;
     if (!slot.message.problem.empty ()) {
@@ -147,7 +130,7 @@ static json_t json_of (const slot_report_t &slot)
     bytes_t letter_bytes (letters.begin (), letters.end ());
     json_t object = {
         {"slot", slot.slot},
-        {"state", state_of (slot.typed_result)},
+        {"state", q5_scan_describe (slot.typed_result).state},
         {"result", slot.typed_result},
         {"length", slot.message.length},
         {"types", letters},
@@ -155,7 +138,7 @@ static json_t json_of (const slot_report_t &slot)
         {"fields", fields},
         {"problem", problem},
         {"left_hex", hex_digits (slot.message.left.data (), slot.message.left.size ())},
-        {"raw_state", state_of (slot.raw_result)},
+        {"raw_state", q5_scan_describe (slot.raw_result).state},
         {"raw_result", slot.raw_result},
         {"raw_hex", hex_digits (slot.raw.data (), slot.raw.size ())},
         {"raw_text", characters (slot.raw.data (), slot.raw.size ())}};

@@ -1,8 +1,10 @@
 // What the cards of a chassis say about themselves: the typed message and the raw block of each.
 #pragma once
 
-#include "tools/decode.h"
-#include "tools/session.h"
+#include "scan/q5_scan_fetch.h"
+#include "scan/q5_scan_message.h"
+#include "tools/output.h"
+#include "tools/report.h"
 
 #include <stdint.h>
 #include <string>
@@ -12,14 +14,15 @@ struct slot_report_t {
     int32_t slot;
     int32_t typed_result;
     int32_t raw_result;
-    message_t message;
+    q5_scan_message_t message;
     bytes_t raw;
 };
 
 // Fetches from the slots (each once) in one batch. Throws failure_t unless every request was
 // answered; a slot that failed is an answer.
-std::vector<slot_report_t> fetch_slots (const target_t &target, const std::vector<int32_t> &slots,
-                                        const type_map_t &types);
+std::vector<slot_report_t> fetch_slots (const q5_scan_settings_t &settings,
+                                        const std::vector<int32_t> &slots,
+                                        const q5_scan_types_t &types);
 
 // The slots named, each once and in order; all of them when none is named. Throws failure_t.
 std::vector<int32_t> parse_slots (const std::vector<std::string> &texts);

@@ -26,9 +26,9 @@ static bool wants_json (int argc, char **argv)
 static report_t run (const choice_t &choice, globals_t &globals, const std::string &port,
                      const std::string &id)
 {
-    globals.target.port = parse_number ("--port", port, 1, 65535);
-    globals.target.id = parse_word ("--id", id);
-    check_target (globals.target);
+    globals.settings.port = parse_number ("--port", port, 1, 65535);
+    globals.settings.id = parse_word ("--id", id);
+    check_host (globals.settings.host);
     return choice.work ();
 }
 
@@ -51,9 +51,9 @@ static std::string what_is_wrong (const CLI::App &app, const CLI::ParseError &e)
 static report_t parse_and_run (CLI::App &app, int argc, char **argv, choice_t &choice,
                                globals_t &globals)
 {
-    std::string port = std::to_string (globals.target.port);
-    std::string id = std::to_string (globals.target.id);
-    app.add_option ("--host", globals.target.host, "where the daemon runs (default 127.0.0.1)")
+    std::string port = std::to_string (globals.settings.port);
+    std::string id = std::to_string (globals.settings.id);
+    app.add_option ("--host", globals.settings.host, "where the daemon runs (default 127.0.0.1)")
         ->type_name ("HOST");
     app.add_option ("--port", port, "its TCP port (default 1971)")->type_name ("PORT");
     app.add_option ("--id", id, "the client id that the batch carries (default 2)")

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <fcntl.h>
 #include <signal.h>
 #include <stdio.h>
 #include <sys/ioctl.h>
@@ -15,13 +16,17 @@ static const char *const end_screen = "\033[J";
 
 static const int ending_signals[] = {SIGINT, SIGTERM, SIGHUP};
 static volatile sig_atomic_t signal_seen = 0;
+static int note_fds[2] = {-1, -1}; // a pipe that is closed at its writing end by the signal
 
 static void note_signal (int)
 {
+    bool is_first = !signal_seen;
     signal_seen = 1;
+    if (is_first) {
+        close (note_fds[1]);
+    }
 }
 
-// Without SA_RESTART: a read that waits for the daemon ends as well.
 static void handle_signals (void (*handler) (int))
 {
     struct sigaction action = {};
@@ -34,12 +39,19 @@ static void handle_signals (void (*handler) (int))
 terminal_t::terminal_t () : in_place (isatty (STDOUT_FILENO))
 {
     signal_seen = 0;
+    if (pipe2 (note_fds, O_CLOEXEC) < 0) {
+        note_fds[0] = note_fds[1] = -1;
+    }
     handle_signals (note_signal);
 }
 
 terminal_t::~terminal_t ()
 {
     handle_signals (SIG_DFL);
+    close (note_fds[0]);
+    if (!signal_seen) {
+        close (note_fds[1]);
+    }
 }
 
 // A line that fills the width leaves the cursor on its last character, so it is cleared before.
@@ -92,6 +104,11 @@ void terminal_t::pause (double seconds) const
     for (double left = seconds; left > 0 && !interrupted (); left -= slice) {
         std::this_thread::sleep_for (duration<double> (std::min (left, slice)));
     }
+}
+
+int terminal_t::interrupted_fd () const
+{
+    return note_fds[0];
 }
 
 bool terminal_t::interrupted () const

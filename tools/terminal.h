@@ -19,6 +19,8 @@ class terminal_t {
     // Returns early, within a tenth of a second, when interrupted.
     void pause (double seconds) const;
     bool interrupted () const;
+    // Can be read once interrupted; -1 without it.
+    int interrupted_fd () const;
 
   private:
     const bool in_place;

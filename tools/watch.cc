@@ -38,13 +38,15 @@ namespace {
 // What goes on between the first round and the last.
 class watcher_t {
   public:
-    watcher_t (const target_t &target, const watch_options_t &options)
-        : target (target), options (options)
-    {}
+    watcher_t (const q5_scan_settings_t &settings, const watch_options_t &options)
+        : settings (settings), options (options)
+    {
+        this->settings.cancel_fd = terminal.interrupted_fd ();
+    }
     report_t run ();
 
   private:
-    const target_t &target;
+    q5_scan_settings_t settings;
     const watch_options_t &options;
     terminal_t terminal;
     std::vector<row_t> before;
@@ -60,10 +62,11 @@ class watcher_t {
 
 } // namespace
 
-static std::string title_of (const target_t &target, int32_t round, const report_t &report)
+static std::string title_of (const q5_scan_settings_t &settings, int32_t round,
+                             const report_t &report)
 {
-    return target.host + ":" + std::to_string (target.port) + "  round " + std::to_string (round) +
-           (report.failure ? "  " + printable (report.failure->what) : "");
+    return settings.host + ":" + std::to_string (settings.port) + "  round " +
+           std::to_string (round) + (report.failure ? "  " + printable (report.failure->what) : "");
 }
 
 void watcher_t::show (const report_t &report, const std::vector<row_t> &rows)
@@ -72,7 +75,7 @@ void watcher_t::show (const report_t &report, const std::vector<row_t> &rows)
         print ("watch", report, true);
         return;
     }
-    std::vector<std::string> lines = {title_of (target, round, report)};
+    std::vector<std::string> lines = {title_of (settings, round, report)};
     if (!rows.empty ()) {
         std::vector<std::string> table = marked_lines (before, rows);
         lines.insert (lines.end (), table.begin (), table.end ());
@@ -88,7 +91,7 @@ report_t watcher_t::run ()
         std::vector<row_t> rows = before;
         report = {};
         try {
-            std::vector<slot_report_t> slots = fetch_slots (target, options.slots, options.types);
+            std::vector<slot_report_t> slots = fetch_slots (settings, options.slots, options.types);
             rows = rows_of (slots, options.full);
             report = report_of (slots, rows);
         } catch (failure_t &failure) {
@@ -113,7 +116,7 @@ report_t watcher_t::run ()
     return report;
 }
 
-report_t watch (const target_t &target, const watch_options_t &options)
+report_t watch (const q5_scan_settings_t &settings, const watch_options_t &options)
 {
-    return watcher_t (target, options).run ();
+    return watcher_t (settings, options).run ();
 }

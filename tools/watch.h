@@ -9,7 +9,7 @@
 
 struct watch_options_t {
     std::vector<int32_t> slots;
-    type_map_t types;
+    q5_scan_types_t types;
     bool full = false;
     bool as_json = false; // one object a round, each on its own line
     double interval = 1;  // seconds between the end of a round and the next, 0 to 3600
@@ -23,7 +23,7 @@ double parse_interval (const std::string &text);
 // that differs from the round before begins with "*". Ends after `count` rounds with the status of
 // the last one, or on Ctrl-C with 0. A first round that fails ends it; a later one is shown, and
 // the next one tried.
-report_t watch (const target_t &target, const watch_options_t &options);
+report_t watch (const q5_scan_settings_t &settings, const watch_options_t &options);
 
 // The table, with a column before it that marks the rows (but the heading) that are not in
 // `before`.

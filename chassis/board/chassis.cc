@@ -1,8 +1,6 @@
 #include "chassis/board/chassis.h"
 
 #include "chassis/board/pins.h"
-#include "chassis/bus/slots.h"
-#include "scanp/scanp_driver.h"
 
 #include <algorithm>
 #include <errno.h>
@@ -51,15 +49,15 @@ void chassis_t::tell (const line_character_t &character)
 
 // The driver
 
-std::optional<int32_t> chassis_t::driver_request (unsigned long request, uint32_t argument)
+std::optional<int32_t> chassis_t::driver_request (unsigned request, uint32_t argument)
 {
     const board_t &board = settings_.board;
     switch (request) {
-    case SCANP_GET_PHYS_MEM:
+    case 1:
         return static_cast<int32_t> (board.buffer);
-    case SCANP_GET_DPMEM_OFFSET:
+    case 2:
         return static_cast<int32_t> (board.dpram);
-    case SCANP_DO_CPCR_COMMAND:
+    case 3:
         command (argument);
         return static_cast<int32_t> (board.cpcr);
     default:

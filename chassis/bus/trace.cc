@@ -1,7 +1,5 @@
 #include "chassis/bus/trace.h"
 
-#include "base/hex.h"
-
 constexpr size_t longest_shown = 32; // data characters; of more, the ends
 constexpr size_t shown_at_start = 16;
 constexpr size_t shown_at_end = 8;
@@ -99,26 +97,31 @@ void trace_t::finish (bool from_card)
     }
 }
 
-// A blank follows what is there.
-static std::string shown (const std::vector<uint8_t> &bytes, size_t begin, size_t end)
+static std::string hex (const std::vector<uint8_t> &bytes, size_t begin, size_t end)
 {
-    return begin == end ? "" : hex_text (bytes.data () + begin, end - begin) + " ";
+    std::string text;
+    for (size_t i = begin; i < end; i++) {
+        char digits[4];
+        snprintf (digits, sizeof (digits), "%02X ", bytes[i]);
+        text += digits;
+    }
+    return text;
 }
 
-static std::string shown (const std::vector<uint8_t> &bytes)
+static std::string hex (const std::vector<uint8_t> &bytes)
 {
     size_t count = bytes.size ();
     if (count <= longest_shown) {
-        return shown (bytes, 0, count);
+        return hex (bytes, 0, count);
     }
     size_t hidden = count - shown_at_start - shown_at_end;
-    return shown (bytes, 0, shown_at_start) + "... " + std::to_string (hidden) + " more ... " +
-           shown (bytes, count - shown_at_end, count);
+    return hex (bytes, 0, shown_at_start) + "... " + std::to_string (hidden) + " more ... " +
+           hex (bytes, count - shown_at_end, count);
 }
 
-static std::string shown (std::optional<uint8_t> byte)
+static std::string hex (std::optional<uint8_t> byte)
 {
-    return byte ? hex_text (&*byte, 1) + " " : "-- ";
+    return byte ? hex ({*byte}, 0, 1) : "-- ";
 }
 
 void trace_t::print_time (uint64_t tick)
@@ -134,8 +137,7 @@ void trace_t::print (const frame_t &frame, bool from_card)
     if (frame.slot >= 0) {
         where = (frame.slot < 10 ? "slot  " : "slot ") + std::to_string (frame.slot);
     }
-    std::string text =
-        shown (frame.address) + "| " + shown (frame.data) + "| " + shown (frame.closing);
+    std::string text = hex (frame.address) + "| " + hex (frame.data) + "| " + hex (frame.closing);
     text.pop_back ();
     for (const std::string &fault : frame.faults) {
         text += "  " + fault;

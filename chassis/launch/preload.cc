@@ -2,9 +2,7 @@
 // program opens its first device.
 #include "chassis/bus/trace.h"
 #include "chassis/file/chassis_file.h"
-#include "chassis/file/chassis_watch.h"
 #include "chassis/launch/door.h"
-#include "chassis/launch/environment.h"
 #include "chassis/trap/own_descriptor.h"
 
 #include <errno.h>
@@ -16,7 +14,7 @@
 // The program cannot go on without its board.
 [[noreturn]] static void fail (const std::string &why)
 {
-    complain (why);
+    fprintf (stderr, "q5_chassis: %s\n", why.c_str ());
     _exit (2);
 }
 
@@ -62,10 +60,10 @@ static chassis_t *play_file (const std::string &path)
 static chassis_t *make_chassis ()
 {
     try {
-        std::string file = setting (FILE_VARIABLE);
+        std::string file = setting ("Q5_CHASSIS_FILE");
         chassis_t *chassis = file.empty () ? new chassis_t (builtin_chassis ()) : play_file (file);
-        add_trace (*chassis, setting (TRACE_VARIABLE));
-        door_set_fast (!setting (FAST_VARIABLE).empty ());
+        add_trace (*chassis, setting ("Q5_CHASSIS_TRACE"));
+        door_set_fast (!setting ("Q5_CHASSIS_FAST").empty ());
         return chassis;
     } catch (const std::exception &error) {
         fail (error.what ());

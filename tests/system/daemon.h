@@ -1,7 +1,6 @@
 // The daemon that ships, as a process of its own on the emulated chassis, driven over TCP.
 #pragma once
 
-#include "tests/shell.h"
 #include "tests/support.h"
 
 #include <optional>
@@ -10,7 +9,8 @@
 #include <sys/types.h>
 #include <vector>
 
-// What to start.
+// What to start. The daemon runs under q5_chassis, or under an emulator of its processor when the
+// environment of the test names one (see tests/system.cmake).
 struct daemon_options_t {
     std::string chassis = "";  // text of a chassis file; empty: the built-in chassis
     bool fast = true;          // sleeps are skipped
@@ -21,8 +21,8 @@ struct daemon_options_t {
 // One daemon, ended with the object. One at a time: the port is fixed.
 class daemon_t {
   public:
-    shell_t shell;
-    pid_t pid;
+    pid_t pid = -1;
+    std::string folder; // of its own, removed at the end
 
     explicit daemon_t (const daemon_options_t &options = {});
     ~daemon_t ();
@@ -40,11 +40,17 @@ class daemon_t {
     int end (int signal);
 
   private:
-    size_t num_read = 0; // bytes of standard output
+    int output = -1;
+    std::string unread;
+
+    std::string command (const daemon_options_t &options) const;
+    void start (const daemon_options_t &options);
+    bool wait_until_listening ();
+    void clean_up ();
 };
 
-// Waits until something listens on the daemon's port; false when the process ends before.
-bool wait_until_listening (pid_t process);
+// Whether some process listens on the daemon's port.
+bool daemon_is_listening ();
 
 // One connection to the daemon.
 class connection_t {
