@@ -5,6 +5,9 @@
 
 #include <algorithm>
 
+// What the protocol admits the device takes.
+static_assert (Q5_SCAN_MAX_TX == SCAN_PORT_MAX_TX && Q5_SCAN_MAX_RX == SCAN_PORT_MAX_RX);
+
 #define MODULE "q5_scan_server.cc"
 
 // Results of a transfer travel to the client unchanged.

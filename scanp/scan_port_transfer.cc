@@ -4,6 +4,8 @@
 
 #include <unistd.h>
 
+static_assert (SCAN_PORT_MAX_TX == SCAN_BUF_SIZE - 2 && SCAN_PORT_MAX_RX == SCAN_BUF_SIZE);
+
 constexpr uint32_t num_slots = 32;
 constexpr int8_t no_code = -1;
 

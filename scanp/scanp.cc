@@ -6,16 +6,10 @@
 #undef NDEBUG
 #include <assert.h>
 #include <fcntl.h>
-#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/types.h>
 
 scan_port_state_t scan_port_state;
-
-// The driver's requests.
-constexpr unsigned long SCANP_GET_PHYS_MEM = _IO ('s', 1);
-constexpr unsigned long SCANP_GET_DPMEM_OFFSET = _IO ('s', 2);
-constexpr unsigned long SCANP_DO_CPCR_COMMAND = _IO ('s', 3);
 
 constexpr uint32_t PAGE_SIZE = 4096;
 constexpr uint32_t PAGE_MASK = PAGE_SIZE - 1;

@@ -3,11 +3,11 @@
 #pragma once
 
 #include "scanp/mpc8260.h"
+#include "scanp/scanp_driver.h"
 
 #include <stdint.h>
 
-constexpr uint32_t SCAN_BUF_SIZE = 4096; // bytes, each of the driver's two buffers
-constexpr int SCAN_NUM_BDS = 4;          // descriptors in each direction
+constexpr int SCAN_NUM_BDS = 4; // descriptors in each direction
 
 // The scan port as scan_port_init found it; zero before. One for the process, read by every
 // transfer.

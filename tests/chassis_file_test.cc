@@ -1,4 +1,5 @@
 #include "chassis/file/chassis_file.h"
+#include "chassis/file/chassis_watch.h"
 
 #include <fcntl.h>
 #include <filesystem>
@@ -34,6 +35,10 @@ static bytes_t answer_of (const std::string &lines)
 TEST (ChassisFile, NamesFileLineAndKeyOfWhatIsWrong)
 {
     const std::string long_types = "types = '" + std::string (128, 'b') + "'";
+    std::string deep_key = "a";
+    for (int i = 0; i < 200000; i++) {
+        deep_key += ".'a'";
+    }
     // What the message begins with.
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"\n[board]\nbrgclk = 1", "3: board.brgclk: found 1, expected a number from 100000 to "},
@@ -48,6 +53,10 @@ TEST (ChassisFile, NamesFileLineAndKeyOfWhatIsWrong)
         {"[[card]]\nslot = 4\n[[card]]\nslot = 4", "4: card.slot: found 4 a second time"},
         {"[[card]]\nslot = 4\nspeed = 5", "3: card.speed: unknown key, expected one of: slot, "},
         {"[[card]]\nslot = \n", "2: TOML:"},
+        {"\na = " + std::string (200000, '['), "2: TOML: found more than 16 levels"},
+        {"a = [{b=\"\"\"\"\"\"\"\", " + deep_key + " = 1}]", "1: TOML: found more than 16 levels"},
+        {"a = \"\"\"\n[[[[[[[[[[[[[[[[[\\\"\"\"\"\"\n[b] # [[[[[[[[[[[[[[[[", "1: a: unknown key"},
+        {"\"\\u001B[1m\\n\u009B\u00E4\" = 1", "1: \\x1B[1m\\n\\xC2\\x9B\u00E4: unknown"},
         {answering (""), "3: card.answer: found no content, expected hex"},
         {answering ("hex = ''\n[[card.answer]]\ncommand = 7"), "7: card.answer.command: found 7 a"},
         {answering ("text = ''\nhex = ''"), "5: card.answer.text: found beside hex"},

@@ -118,7 +118,9 @@ TEST_F (chassis_test, commands_only_work_when_whole_and_in_time)
         {0x08C10004, -10},    {0x08C00000, good}, {0x88C10000, good}, {0x04C10000, good},
         {0x08810000, good},   {0x08C10010, good}};
     for (const auto &[word, result] : while_enabled) {
-        EXPECT_EQ (play (0, [&, word = word] { chassis->driver_request (3, word); }), result)
+        EXPECT_EQ (
+            play (0, [&, word = word] { chassis->driver_request (SCANP_DO_CPCR_COMMAND, word); }),
+            result)
             << word;
     }
     // The first descriptor is done, the second under way.

@@ -6,9 +6,7 @@ if (NOT CMAKE_CROSSCOMPILING)
         Q5_CMAKE="${CMAKE_COMMAND}" Q5_COMPILER="${CMAKE_CXX_COMPILER}"
         Q5_FLAGS="${CMAKE_CXX_FLAGS}" Q5_BUILD="${PROJECT_BINARY_DIR}"
         Q5_PROGRAM="${CMAKE_CURRENT_SOURCE_DIR}/installed")
-    target_link_libraries (install_test PRIVATE GTest::gtest_main)
+    target_link_libraries (install_test PRIVATE q5_shell GTest::gtest_main)
     add_dependencies (install_test q5_net q5_scan_client)
     discover_tests (install_test)
 endif ()
-
-include (system/protocol_doc.cmake)

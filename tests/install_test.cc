@@ -1,9 +1,8 @@
 // Installs the client side of this build into an empty folder and uses it as a stranger would.
+#include "tests/shell.h"
+
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <sstream>
-#include <stdlib.h>
 
 namespace fs = std::filesystem;
 
@@ -13,35 +12,27 @@ static const std::string expected =
 
 class install : public testing::Test {
   public:
-    std::string folder, root;
+    shell_t shell;
+    std::string folder = shell.folder, root = folder + "/root";
 
     void SetUp () override
     {
-        std::string name = fs::temp_directory_path () / "q5_install.XXXXXX";
-        folder = mkdtemp (name.data ());
-        root = folder + "/root";
         run ("unset DESTDIR; " Q5_CMAKE " --install " Q5_BUILD " --component client-dev --prefix " +
              root);
     }
-    void TearDown () override
-    {
-        fs::remove_all (folder);
-    }
 
-    // Output of a shell command that is to succeed.
-    std::string run (const std::string &command) const
+    // Output of a command line that is to succeed.
+    std::string run (const std::string &line) const
     {
-        std::string log = folder + "/log";
-        int status = system (("{ " + command + "; } >" + log + " 2>&1").c_str ());
-        std::ostringstream text;
-        text << std::ifstream (log).rdbuf ();
-        EXPECT_EQ (status, 0) << command << "\n" << text.str ();
-        return text.str ();
+        outcome_t outcome = shell.run (line);
+        EXPECT_EQ (outcome.status, 0) << line << "\n" << outcome.output << outcome.errors;
+        return outcome.output;
     }
-    // Where the installed file is; empty when it is nowhere.
+    // Where the installed file is.
     std::string folder_of (const std::string &file) const
     {
-        return run ("find " + root + " -name " + file + " -printf %h");
+        std::string found = run ("find " + root + " -name " + file + " -printf %h");
+        return found.empty () ? throw std::runtime_error (file + " is not installed") : found;
     }
 };
 

@@ -1,27 +1,25 @@
 // The launcher as a whole program.
+#include "tests/shell.h"
+
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <link.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <sys/wait.h>
 
 namespace fs = std::filesystem;
 
 struct Launcher : testing::Test {
-    std::string folder = testing::TempDir () + "q5_launcher_XXXXXX";
+    shell_t shell;
+    std::string folder = shell.folder + "/work";
     int status = -1;
 
     void SetUp () override
     {
-        ASSERT_NE (mkdtemp (folder.data ()), nullptr);
         fs::current_path (folder);
     }
     void TearDown () override
     {
         fs::current_path ("/");
-        fs::remove_all (folder);
     }
     static void write (const std::string &name, const std::string &text)
     {
@@ -31,13 +29,9 @@ struct Launcher : testing::Test {
     // Runs a command line; returns what it printed.
     std::string run (const std::string &command)
     {
-        std::string output;
-        FILE *pipe = popen (("exec 2>&1; " + command).c_str (), "r");
-        for (int c; (c = fgetc (pipe)) != EOF;) {
-            output += static_cast<char> (c);
-        }
-        status = WEXITSTATUS (pclose (pipe));
-        return output;
+        outcome_t outcome = shell.run (command);
+        status = outcome.status;
+        return outcome.output + outcome.errors;
     }
 };
 

@@ -12,14 +12,13 @@ else ()
         COMMAND ${scripts}/unit ${CMAKE_COMMAND} ${PROJECT_BINARY_DIR})
     add_test (NAME ${tree}/packaging.recipes
         COMMAND ${scripts}/recipes ${PROJECT_SOURCE_DIR} ${PROJECT_VERSION})
-    add_test (NAME ${tree}/packaging.size COMMAND ${PROJECT_SOURCE_DIR}/packaging/size)
-    set_tests_properties (${tree}/packaging.size PROPERTIES RESOURCE_LOCK port1971
+    add_test (NAME ${tree}/packaging.size COMMAND ${own_network} ${PROJECT_SOURCE_DIR}/packaging/size)
+    set_tests_properties (${tree}/packaging.size PROPERTIES
         PASS_REGULAR_EXPRESSION "this machine, shared C.. runtime +[0-9]+ kB resident")
     if (TARGET q5_chassis)
         add_test (NAME ${tree}/packaging.init
-            COMMAND ${scripts}/init ${PROJECT_SOURCE_DIR}/packaging/init/q5_scand
+            COMMAND ${own_network} ${scripts}/init ${PROJECT_SOURCE_DIR}/packaging/init/q5_scand
             $<TARGET_FILE:q5_chassis> $<TARGET_FILE:q5_scand>)
-        set_property (TEST ${tree}/packaging.init PROPERTY RESOURCE_LOCK port1971)
     endif ()
 endif ()
 add_test (NAME ${tree}/packaging.packages COMMAND ${scripts}/packages ${CMAKE_CPACK_COMMAND}

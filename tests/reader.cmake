@@ -1,6 +1,6 @@
 add_executable (client_test client_test.cc)
-target_link_libraries (client_test PRIVATE q5_scan_client GTest::gtest_main)
-discover_tests (client_test)
+target_link_libraries (client_test PRIVATE q5_scan_client)
+discover_network_tests (client_test)
 
 # The client side, once with a signed and once with an unsigned char: processors differ in theirs.
 foreach (sign signed unsigned)
@@ -14,9 +14,8 @@ endforeach ()
 function (add_char_test name)
     foreach (sign signed unsigned)
         add_executable (${name}_${sign}_test ${name}_test.cc)
-        target_link_libraries (${name}_${sign}_test PRIVATE q5_scan_client_${sign}
-            GTest::gtest_main)
-        discover_tests (${name}_${sign}_test TEST_SUFFIX .${sign}_char)
+        target_link_libraries (${name}_${sign}_test PRIVATE q5_scan_client_${sign})
+        discover_network_tests (${name}_${sign}_test TEST_SUFFIX .${sign}_char)
     endforeach ()
 endfunction ()
 

@@ -1,15 +1,12 @@
-// Whole command lines, run in a folder of their own where q5_scan is in the path.
+// Command lines that a test runs: in a folder of their own, bounded in time, with the programs of
+// this build in the path.
 #pragma once
 
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <stdlib.h>
 #include <string>
-#include <sys/wait.h>
+#include <sys/types.h>
 
 struct outcome_t {
-    int status;
+    int status; // as a shell has it: 128 and more for a signal
     std::string output;
     std::string errors;
 };
@@ -19,40 +16,27 @@ inline bool has (const std::string &text, const std::string &part)
     return text.find (part) != std::string::npos;
 }
 
+std::string text_of (const std::string &path);
+
+// Waits for the end of what `start` started, and ends it with all that it started in turn once the
+// time is up. Returns what waitpid reports.
+int wait_for (pid_t child, int milliseconds);
+
 class shell_t {
   public:
-    std::string folder;
+    std::string folder; // removed at the end
 
-    shell_t ()
-    {
-        char name[] = "/tmp/q5_scan.XXXXXX";
-        folder = mkdtemp (name);
-        std::filesystem::create_directory (folder + "/work");
-        std::ofstream (folder + "/q5_scan") << "#!/bin/sh\nexec " Q5_SCAN_COMMAND " \"$@\"\n";
-        std::filesystem::permissions (folder + "/q5_scan", std::filesystem::perms::owner_all);
-    }
-    ~shell_t ()
-    {
-        std::filesystem::remove_all (folder);
-    }
+    shell_t ();
+    ~shell_t ();
     shell_t (const shell_t &) = delete;
 
-    outcome_t run (const std::string &line) const
-    {
-        write ("../line", line + "\n");
-        std::string command = "cd " + folder + "/work && PATH=" + folder +
-                              ":$PATH sh ../line >../output 2>../errors </dev/null";
-        int status = std::system (command.c_str ());
-        return {WEXITSTATUS (status), read ("../output"), read ("../errors")};
-    }
-    void write (const std::string &name, const std::string &text) const
-    {
-        std::ofstream (folder + "/work/" + name) << text;
-    }
-    std::string read (const std::string &name) const
-    {
-        std::ostringstream text;
-        text << std::ifstream (folder + "/work/" + name).rdbuf ();
-        return text.str ();
-    }
+    // Runs the line in folder/work, without input, for two minutes at most.
+    outcome_t run (const std::string &line) const;
+    // Starts it there as a process group, which dies with this thread at the latest. What it prints
+    // goes to the files `name`.output and `name`.errors of the folder.
+    pid_t start (const std::string &line, const std::string &name) const;
+
+    // Files of folder/work.
+    void write (const std::string &name, const std::string &text) const;
+    std::string read (const std::string &name) const;
 };

@@ -2,23 +2,29 @@
 if (NOT TARGET q5_scan)
     return ()
 endif ()
-string (REPLACE ";" " " emulator "${CMAKE_CROSSCOMPILING_EMULATOR}")
-set (program "Q5_SCAN_COMMAND=\"${emulator} $<TARGET_FILE:q5_scan>\"")
 
 add_executable (tools_test tools_test.cc)
-target_compile_definitions (tools_test PRIVATE ${program})
-target_link_libraries (tools_test PRIVATE q5_scan_tool GTest::gtest_main)
-add_dependencies (tools_test q5_scan)
-discover_tests (tools_test)
+target_link_libraries (tools_test PRIVATE q5_shell q5_scan_tool)
+discover_network_tests (tools_test)
 
-if (TARGET q5_chassis AND TARGET q5_chassis_preload)
+if (TARGET q5_test_daemon)
     add_executable (tools_system_test system/tools_system_test.cc system/examples_test.cc)
-    target_compile_definitions (tools_system_test PRIVATE ${program}
-        Q5_SOURCES="${PROJECT_SOURCE_DIR}" Q5_EMULATOR="${emulator}"
-        Q5_LAUNCHER="$<TARGET_FILE:q5_chassis>" Q5_DAEMON="$<TARGET_FILE:q5_scand>"
-        Q5_MAN_PAGES="${PROJECT_BINARY_DIR}/packaging/man")
-    target_link_libraries (tools_system_test PRIVATE
-        q5_test_daemon q5_scan_tool GTest::gtest_main)
-    add_dependencies (tools_system_test q5_scan)
-    discover_tests (tools_system_test PROPERTIES RESOURCE_LOCK port1971)
+    target_compile_definitions (tools_system_test PRIVATE
+        Q5_SOURCES="${PROJECT_SOURCE_DIR}" Q5_MAN_PAGES="${PROJECT_BINARY_DIR}/packaging/man")
+    target_link_libraries (tools_system_test PRIVATE q5_test_daemon q5_scan_tool)
+    discover_network_tests (tools_system_test)
+endif ()
+
+# Sessions with the programs, and what they print. The build looks at the folder itself, so that a
+# new file becomes a test.
+if (TARGET q5_test_daemon)
+    set (transcripts ${CMAKE_CURRENT_SOURCE_DIR}/transcripts)
+    file (GLOB sessions CONFIGURE_DEPENDS ${transcripts}/*.txt)
+    add_executable (transcript_test transcript_test.cc)
+    target_compile_definitions (transcript_test PRIVATE Q5_TRANSCRIPTS="${transcripts}")
+    set_property (TARGET transcript_test PROPERTY LINK_DEPENDS ${sessions})
+    target_link_libraries (transcript_test PRIVATE q5_test_daemon)
+    discover_network_tests (transcript_test NO_PRETTY_VALUES)
+    add_custom_target (renew COMMAND ${CMAKE_COMMAND} -E env Q5_RENEW=1
+        $<TARGET_FILE:transcript_test> USES_TERMINAL)
 endif ()

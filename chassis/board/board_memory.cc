@@ -2,6 +2,7 @@
 
 #include "chassis/trap/own_descriptor.h"
 #include "scanp/mpc8260.h"
+#include "scanp/scanp_driver.h"
 
 #include <errno.h>
 #include <string.h>
@@ -50,7 +51,7 @@ board_memory_t::~board_memory_t ()
 // 0 and what reaches past the top of the address space are failure values, not addresses.
 void board_memory_t::place_buffers (uint32_t address)
 {
-    uint64_t end = static_cast<uint64_t> (address) + DRIVER_BUFFERS_SIZE;
+    uint64_t end = static_cast<uint64_t> (address) + SCAN_BUFFERS_SIZE;
     if (address == 0 || end > address_space) {
         return;
     }

@@ -6,8 +6,6 @@
 
 #include <stddef.h>
 
-constexpr uint32_t DRIVER_BUFFERS_SIZE = 8192; // bytes: transmit, then receive
-
 class board_memory_t {
   public:
     // Throws std::system_error when the system gives no memory.

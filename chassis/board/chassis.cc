@@ -1,6 +1,8 @@
 #include "chassis/board/chassis.h"
 
 #include "chassis/board/pins.h"
+#include "chassis/bus/slots.h"
+#include "scanp/scanp_driver.h"
 
 #include <algorithm>
 #include <errno.h>
@@ -49,15 +51,15 @@ void chassis_t::tell (const line_character_t &character)
 
 // The driver
 
-std::optional<int32_t> chassis_t::driver_request (unsigned request, uint32_t argument)
+std::optional<int32_t> chassis_t::driver_request (unsigned long request, uint32_t argument)
 {
     const board_t &board = settings_.board;
     switch (request) {
-    case 1:
+    case SCANP_GET_PHYS_MEM:
         return static_cast<int32_t> (board.buffer);
-    case 2:
+    case SCANP_GET_DPMEM_OFFSET:
         return static_cast<int32_t> (board.dpram);
-    case 3:
+    case SCANP_DO_CPCR_COMMAND:
         command (argument);
         return static_cast<int32_t> (board.cpcr);
     default:

@@ -42,13 +42,13 @@ class chassis_t final : public register_file_t {
         return settings_.board.brgclk;
     }
 
-    // The driver of /dev/scanp: whether it is there, and the answer to one of its requests, 1 to 3;
-    // nothing for any other request.
+    // The driver of /dev/scanp: whether it is there, and the answer to one of its requests (see
+    // scanp_driver.h); nothing for any other request.
     bool has_device () const
     {
         return settings_.board.device;
     }
-    std::optional<int32_t> driver_request (unsigned request, uint32_t argument);
+    std::optional<int32_t> driver_request (unsigned long request, uint32_t argument);
 
     // One access of the program to the internal memory map, in big-endian words of 1, 2, 4 bytes.
     uint32_t read (uint32_t offset, int width) override;

@@ -47,29 +47,3 @@ bool line_drivers_are_on (const board_memory_t &memory)
     return all_clear (memory, PPARB, pins) && all_clear (memory, PSORB, pins) &&
            all_set (memory, PDIRB, pins);
 }
-
-// The back plane's wiring.
-int slot_of_code (uint8_t code)
-{
-    if (code <= 19) {
-        return 20 - code;
-    }
-    switch (code) {
-    case 22:
-        return 23;
-    case 23:
-        return 24;
-    case 26:
-        return 27;
-    case 27:
-        return 28;
-    case 28:
-        return 29;
-    case 29:
-        return 30;
-    case 31:
-        return 0;
-    default:
-        return -1;
-    }
-}

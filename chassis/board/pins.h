@@ -12,6 +12,3 @@ bool rxd3_is_connected (const board_memory_t &memory);
 bool rxd3_reads_latch (const board_memory_t &memory);
 // PB8 and PB14 are general-purpose outputs: the line drivers of the bus are on.
 bool line_drivers_are_on (const board_memory_t &memory);
-
-// The slot that a code on PC25 to PC31 selects; -1: none.
-int slot_of_code (uint8_t code);

@@ -28,9 +28,12 @@ enum class fault_t {
     endless_transmitter // the card holds up the transmitter (CTS) as long as it is selected
 };
 
+// Data characters of one frame, at most. A longer request is not understood.
+constexpr uint32_t MAX_CARD_DATA = 65536;
+
 // What a card sends back for one command.
 struct answer_t {
-    std::vector<uint8_t> bytes; // the data characters, of any number
+    std::vector<uint8_t> bytes; // the data characters, at most MAX_CARD_DATA
     bool echo = false;          // the request's own data follow `bytes`
 
     // Each replaces the card's own value for this answer alone.
@@ -80,9 +83,9 @@ struct card_t {
 struct board_t {
     uint32_t brgclk = 66000000;   // Hz
     bool device = true;           // whether /dev/scanp can be opened
-    uint32_t buffer = 0x01F40000; // request 1: physical address of the driver's buffers
-    uint32_t dpram = 0x00001000;  // request 2: offset of the reserved dual-port RAM
-    uint32_t cpcr = 0;            // request 3: what it answers; not 0: the command is lost
+    uint32_t buffer = 0x01F40000; // physical address of the driver's buffers
+    uint32_t dpram = 0x00001000;  // offset of the reserved dual-port RAM
+    uint32_t cpcr = 0;            // what it answers to a CP command; not 0: the command is lost
     enum class fill_t {
         zeros,
         ones,

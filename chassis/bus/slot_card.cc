@@ -1,13 +1,12 @@
 #include "chassis/bus/slot_card.h"
 
+#include "chassis/bus/slots.h"
+
 #include <algorithm>
 
-constexpr uint64_t usual_divider = 80;      // BRGCLK ticks a bit
-constexpr uint64_t slow_divider = 400;      // slots 23 and 24
-constexpr uint32_t late_delay = 200000;     // microseconds
-constexpr uint8_t closing_address = 0x00;   // ends a frame in either direction
-constexpr uint8_t nobodys_address = 0x3C;   // the controller listens to others
-constexpr size_t longest_request = 0x10000; // characters; more spoil the frame
+constexpr uint32_t late_delay = 200000;   // microseconds
+constexpr uint8_t closing_address = 0x00; // ends a frame in either direction
+constexpr uint8_t nobodys_address = 0x3C; // the controller listens to others
 constexpr int break_bits = 2 * BITS_PER_CHARACTER;
 
 static bit_time_t bit_time_of (int slot, const card_t &settings, uint32_t brgclk)
@@ -15,7 +14,7 @@ static bit_time_t bit_time_of (int slot, const card_t &settings, uint32_t brgclk
     if (settings.bit_rate != 0) {
         return {brgclk, settings.bit_rate};
     }
-    return {slot == 23 || slot == 24 ? slow_divider : usual_divider, 1};
+    return {divider_of_slot (slot), 1};
 }
 
 slot_card_t::slot_card_t (int slot, const card_t &settings, uint32_t brgclk, uint64_t now)
@@ -52,7 +51,7 @@ line_fault_t slot_card_t::hear (const line_character_t &character)
 void slot_card_t::take (const line_character_t &character)
 {
     if (!character.address) {
-        spoiled_ = spoiled_ || data_.size () >= longest_request;
+        spoiled_ = spoiled_ || data_.size () >= MAX_CARD_DATA;
         if (open_ && !spoiled_) {
             data_.push_back (character.value);
         }

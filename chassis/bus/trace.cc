@@ -1,5 +1,7 @@
 #include "chassis/bus/trace.h"
 
+#include "base/hex.h"
+
 constexpr size_t longest_shown = 32; // data characters; of more, the ends
 constexpr size_t shown_at_start = 16;
 constexpr size_t shown_at_end = 8;
@@ -97,31 +99,26 @@ void trace_t::finish (bool from_card)
     }
 }
 
-static std::string hex (const std::vector<uint8_t> &bytes, size_t begin, size_t end)
+// A blank follows what is there.
+static std::string shown (const std::vector<uint8_t> &bytes, size_t begin, size_t end)
 {
-    std::string text;
-    for (size_t i = begin; i < end; i++) {
-        char digits[4];
-        snprintf (digits, sizeof (digits), "%02X ", bytes[i]);
-        text += digits;
-    }
-    return text;
+    return begin == end ? "" : hex_text (bytes.data () + begin, end - begin) + " ";
 }
 
-static std::string hex (const std::vector<uint8_t> &bytes)
+static std::string shown (const std::vector<uint8_t> &bytes)
 {
     size_t count = bytes.size ();
     if (count <= longest_shown) {
-        return hex (bytes, 0, count);
+        return shown (bytes, 0, count);
     }
     size_t hidden = count - shown_at_start - shown_at_end;
-    return hex (bytes, 0, shown_at_start) + "... " + std::to_string (hidden) + " more ... " +
-           hex (bytes, count - shown_at_end, count);
+    return shown (bytes, 0, shown_at_start) + "... " + std::to_string (hidden) + " more ... " +
+           shown (bytes, count - shown_at_end, count);
 }
 
-static std::string hex (std::optional<uint8_t> byte)
+static std::string shown (std::optional<uint8_t> byte)
 {
-    return byte ? hex ({*byte}, 0, 1) : "-- ";
+    return byte ? hex_text (&*byte, 1) + " " : "-- ";
 }
 
 void trace_t::print_time (uint64_t tick)
@@ -137,7 +134,8 @@ void trace_t::print (const frame_t &frame, bool from_card)
     if (frame.slot >= 0) {
         where = (frame.slot < 10 ? "slot  " : "slot ") + std::to_string (frame.slot);
     }
-    std::string text = hex (frame.address) + "| " + hex (frame.data) + "| " + hex (frame.closing);
+    std::string text =
+        shown (frame.address) + "| " + shown (frame.data) + "| " + shown (frame.closing);
     text.pop_back ();
     for (const std::string &fault : frame.faults) {
         text += "  " + fault;

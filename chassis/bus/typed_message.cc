@@ -2,18 +2,18 @@
 
 #include <ctype.h>
 
-static constexpr size_t MAX_TYPES = 127;
-static constexpr size_t MAX_QUOTED = 40;
+static constexpr size_t max_types = 127;
+static constexpr size_t max_quoted = 40;
 
 std::string quoted (const std::string &text)
 {
-    std::string line = text.substr (0, MAX_QUOTED);
+    std::string line = text.substr (0, max_quoted);
     for (char &c : line) {
         if (iscntrl (static_cast<unsigned char> (c))) {
             c = '.';
         }
     }
-    return '"' + line + (text.size () > MAX_QUOTED ? "...\"" : "\"");
+    return '"' + line + (text.size () > max_quoted ? "...\"" : "\"");
 }
 
 static int hex_digit (char c)
@@ -46,9 +46,9 @@ std::vector<uint8_t> bytes_from_hex (const std::string &text)
 
 std::vector<uint8_t> message_head (const std::string &types)
 {
-    if (types.size () > MAX_TYPES) {
+    if (types.size () > max_types) {
         throw message_error_t ("found " + std::to_string (types.size ()) +
-                               " type letters, expected at most " + std::to_string (MAX_TYPES));
+                               " type letters, expected at most " + std::to_string (max_types));
     }
     size_t unknown = types.find_first_not_of ("bhisx");
     if (unknown != std::string::npos) {

@@ -1,33 +1,35 @@
 #include "chassis/file/chassis_file.h"
 
+#include "chassis/bus/slots.h"
 #include "chassis/bus/typed_message.h"
+#include "chassis/file/file_limits.h"
 #include "chassis/file/toml_section.h"
+#include "scanp/mpc8260.h"
+#include "scanp/scanp_driver.h"
 
 #include <algorithm>
 #include <errno.h>
 #include <memory>
 #include <stdio.h>
 #include <string.h>
+#include <sys/stat.h>
 
-static constexpr int64_t MINUTE = 60000000; // microseconds
-static constexpr int64_t MAX_ANSWER = 65536;
-static constexpr int64_t BUFFERS_SIZE = 0x2000;
-static constexpr int64_t IMMR_BEGIN = 0xF0000000;
-static constexpr int64_t IMMR_END = 0xF0040000;
-static constexpr int64_t UINT32_TOP = UINT32_MAX;
+static constexpr int64_t minute = 60000000; // microseconds
+static constexpr int64_t max_answer = MAX_CARD_DATA;
+static constexpr int64_t uint32_top = UINT32_MAX;
 
-static const keys_t TOP_KEYS = {"board", "card"};
-static const keys_t BOARD_KEYS = {"brgclk", "device", "buffer", "dpram", "cpcr", "memory"};
-static const keys_t CARD_KEYS = {"slot",  "delay",    "address", "bit_rate",
+static const keys_t top_keys = {"board", "card"};
+static const keys_t board_keys = {"brgclk", "device", "buffer", "dpram", "cpcr", "memory"};
+static const keys_t card_keys = {"slot",  "delay",    "address", "bit_rate",
                                  "fault", "fault_at", "answer"};
-static const keys_t ANSWER_KEYS = {"command", "hex",   "text",    "types", "fields",  "echo",
+static const keys_t answer_keys = {"command", "hex",   "text",    "types", "fields",  "echo",
                                    "repeat",  "delay", "address", "fault", "fault_at"};
 
-static const choices_t<board_t::fill_t> FILLS = {{"zeros", board_t::fill_t::zeros},
+static const choices_t<board_t::fill_t> fills = {{"zeros", board_t::fill_t::zeros},
                                                  {"ones", board_t::fill_t::ones},
                                                  {"noise", board_t::fill_t::noise}};
 
-static const choices_t<fault_t> FAULTS = {{"none", fault_t::none},
+static const choices_t<fault_t> faults = {{"none", fault_t::none},
                                           {"silent", fault_t::silent},
                                           {"late", fault_t::late},
                                           {"break", fault_t::line_break},
@@ -42,7 +44,7 @@ static const choices_t<fault_t> FAULTS = {{"none", fault_t::none},
 
 const char *fault_name (fault_t fault)
 {
-    auto choice = std::find_if (FAULTS.begin (), FAULTS.end (),
+    auto choice = std::find_if (faults.begin (), faults.end (),
                                 [&] (const auto &c) { return c.second == fault; });
     return choice->first;
 }
@@ -51,11 +53,12 @@ static void read_board (const section_t &section, board_t &board)
 {
     section.number ("brgclk", 100000, 1000000000, board.brgclk);
     section.boolean ("device", board.device);
-    section.number ("buffer", 0, UINT32_TOP, board.buffer);
-    section.number ("dpram", 0, UINT32_TOP, board.dpram);
+    section.number ("buffer", 0, uint32_top, board.buffer);
+    section.number ("dpram", 0, uint32_top, board.dpram);
     section.number ("cpcr", INT32_MIN, INT32_MAX, board.cpcr);
-    section.choice ("memory", FILLS, board.fill);
-    if (board.buffer + BUFFERS_SIZE > IMMR_BEGIN && board.buffer < IMMR_END) {
+    section.choice ("memory", fills, board.fill);
+    constexpr int64_t immr_end = int64_t{IMMR_BASE} + IMMR_SIZE;
+    if (int64_t{board.buffer} + SCAN_BUFFERS_SIZE > IMMR_BASE && board.buffer < immr_end) {
         section.fail ("buffer", "found two buffers of 4096 bytes in the internal memory map, "
                                 "expected them outside 0xF0000000 to 0xF003FFFF");
     }
@@ -126,12 +129,12 @@ static void repeat_bytes (const section_t &section, const std::string &form,
                           std::vector<uint8_t> &bytes)
 {
     size_t times = 1;
-    section.number ("repeat", 1, MAX_ANSWER, times);
+    section.number ("repeat", 1, max_answer, times);
     const std::vector<uint8_t> once = bytes;
-    if (once.size () * times > MAX_ANSWER) {
+    if (once.size () * times > max_answer) {
         section.fail (times > 1 ? "repeat" : form,
                       "found " + std::to_string (once.size () * times) +
-                          " bytes in all, expected at most " + std::to_string (MAX_ANSWER));
+                          " bytes in all, expected at most " + std::to_string (max_answer));
     }
     for (size_t i = 1; i < times; i++) {
         bytes.insert (bytes.end (), once.begin (), once.end ());
@@ -155,10 +158,10 @@ static void read_answer (const section_t &section, card_t &card)
         answer.bytes = answer_bytes (section, form);
     }
     repeat_bytes (section, form, answer.bytes);
-    section.number ("delay", 0, MINUTE, answer.delay);
+    section.number ("delay", 0, minute, answer.delay);
     section.number ("address", 0, 255, answer.address);
-    section.number ("fault_at", 0, MAX_ANSWER - 1, answer.fault_at);
-    section.choice ("fault", FAULTS, answer.fault);
+    section.number ("fault_at", 0, max_answer - 1, answer.fault_at);
+    section.choice ("fault", faults, answer.fault);
     if (answer.fault == fault_t::line_low || answer.fault == fault_t::endless_transmitter) {
         section.fail ("fault", "found \"" + std::string (fault_name (*answer.fault)) +
                                    "\", expected it on the card: it begins before any command");
@@ -172,7 +175,7 @@ static void read_card (const section_t &section, chassis_settings_t &settings)
     if (!section.number ("slot", 0, 31, slot)) {
         section.fail_whole ("slot", "missing, expected a number from 0 to 31");
     }
-    if (slot == 21 || slot == 22 || slot == 25 || slot == 26 || slot == 31) {
+    if (!slot_exists (slot)) {
         section.fail ("slot",
                       "found " + std::to_string (slot) +
                           ", expected a slot that the chassis has (not 21, 22, 25, 26, 31)");
@@ -182,12 +185,12 @@ static void read_card (const section_t &section, chassis_settings_t &settings)
                                   " a second time, expected one card for each slot");
     }
     card_t &card = settings.card (slot);
-    section.number ("delay", 0, MINUTE, card.delay);
+    section.number ("delay", 0, minute, card.delay);
     section.number ("address", 0, 255, card.address);
     section.number ("bit_rate", 100, 100000000, card.bit_rate);
-    section.number ("fault_at", 0, MAX_ANSWER - 1, card.fault_at);
-    section.choice ("fault", FAULTS, card.fault);
-    for (const section_t &answer : section.sections ("answer", ANSWER_KEYS)) {
+    section.number ("fault_at", 0, max_answer - 1, card.fault_at);
+    section.choice ("fault", faults, card.fault);
+    for (const section_t &answer : section.sections ("answer", answer_keys)) {
         read_answer (answer, card);
     }
 }
@@ -204,13 +207,14 @@ static toml::table parse_toml (const std::string &text, const std::string &name)
 
 chassis_settings_t parse_chassis (const std::string &text, const std::string &name)
 {
+    check_nesting (text, name);
     const toml::table root = parse_toml (text, name);
-    const section_t file (root, "", name, TOP_KEYS);
+    const section_t file (root, "", name, top_keys);
     chassis_settings_t settings;
-    if (auto board = file.section ("board", BOARD_KEYS)) {
+    if (auto board = file.section ("board", board_keys)) {
         read_board (*board, settings.board);
     }
-    for (const section_t &card : file.sections ("card", CARD_KEYS)) {
+    for (const section_t &card : file.sections ("card", card_keys)) {
         read_card (card, settings);
     }
     return settings;
@@ -230,6 +234,10 @@ std::string read_chassis_text (const std::string &path)
     char chunk[4096];
     while (size_t length = fread (chunk, 1, sizeof (chunk), file.get ())) {
         text.append (chunk, length);
+        if (text.size () > max_file_size) {
+            throw chassis_file_error_t (path + ": longer than " + std::to_string (max_file_size) +
+                                        " bytes, expected a chassis file");
+        }
     }
     if (ferror (file.get ())) {
         throw chassis_file_error_t (path + ": cannot be read: " + strerror (errno));

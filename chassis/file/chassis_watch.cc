@@ -1,15 +1,11 @@
+#include "chassis/file/chassis_watch.h"
+
 #include "chassis/file/chassis_file.h"
 
 #include <errno.h>
-#include <stdio.h>
 #include <string.h>
 #include <time.h>
 #include <tuple>
-
-static void report (const std::string &message)
-{
-    fputs (("q5_chassis: " + message + "\n").c_str (), stderr);
-}
 
 static auto identity (const struct stat &s)
 {
@@ -32,11 +28,11 @@ static bool is_settled (const struct stat &s)
            (now.tv_sec == s.st_ctim.tv_sec + 1 && now.tv_nsec >= s.st_ctim.tv_nsec);
 }
 
-chassis_watch_t::chassis_watch_t (std::string path) : path (std::move (path))
+chassis_watch_t::chassis_watch_t (std::string path) : path_ (std::move (path))
 {
     try {
         if (may_have_changed () && read_new_text ()) {
-            board = parse_chassis (*text, this->path).board;
+            board_ = parse_chassis (*text_, path_).board;
         }
     } catch (const chassis_file_error_t &) {
         // Whoever loads the file reports it.
@@ -45,52 +41,52 @@ chassis_watch_t::chassis_watch_t (std::string path) : path (std::move (path))
 
 void chassis_watch_t::report_missing (const std::string &why)
 {
-    if (!missing) {
-        report (why + "; the old chassis stays");
+    if (!missing_) {
+        complain (why + "; the old chassis stays");
     }
-    missing = true;
+    missing_ = true;
 }
 
 // The stamp is taken before the text, so that an edit in between shows at the next call.
 bool chassis_watch_t::may_have_changed ()
 {
     struct stat now;
-    if (stat (path.c_str (), &now) != 0) {
-        report_missing (path + ": " + strerror (errno));
+    if (stat (path_.c_str (), &now) != 0) {
+        report_missing (path_ + ": " + strerror (errno));
         return false;
     }
-    bool same = identity (now) == identity (stamp);
-    if (same && settled && !missing) {
+    bool same = identity (now) == identity (stamp_);
+    if (same && settled_ && !missing_) {
         return false;
     }
-    stamp = now;
-    settled = is_settled (now);
+    stamp_ = now;
+    settled_ = is_settled (now);
     return true;
 }
 
 bool chassis_watch_t::read_new_text ()
 {
-    std::string now = read_chassis_text (path);
-    missing = false;
-    if (now == text) {
+    std::string now = read_chassis_text (path_);
+    missing_ = false;
+    if (now == text_) {
         return false;
     }
-    text = std::move (now);
+    text_ = std::move (now);
     return true;
 }
 
 void chassis_watch_t::keep_board (chassis_settings_t &settings)
 {
-    if (!board) {
-        board = settings.board;
+    if (!board_) {
+        board_ = settings.board;
     }
-    bool differs = values (*board) != values (settings.board);
-    if (differs && !board_reported) {
-        report (path + ": board: changed, but a running board stays as it is; start the program "
-                       "again to change it");
+    bool differs = values (*board_) != values (settings.board);
+    if (differs && !board_reported_) {
+        complain (path_ + ": board: changed, but a running board stays as it is; start the program "
+                          "again to change it");
     }
-    board_reported = differs;
-    settings.board = *board;
+    board_reported_ = differs;
+    settings.board = *board_;
 }
 
 std::optional<chassis_settings_t> chassis_watch_t::changed ()
@@ -107,11 +103,11 @@ std::optional<chassis_settings_t> chassis_watch_t::changed ()
         return std::nullopt;
     }
     try {
-        chassis_settings_t settings = parse_chassis (*text, path);
+        chassis_settings_t settings = parse_chassis (*text_, path_);
         keep_board (settings);
         return settings;
     } catch (const chassis_file_error_t &error) {
-        report (std::string (error.what ()) + "; the old chassis stays");
+        complain (std::string (error.what ()) + "; the old chassis stays");
         return std::nullopt;
     }
 }

@@ -3,9 +3,10 @@
 #pragma once
 
 #include "chassis/bus/typed_message.h"
-#include "chassis/file/chassis_file.h"
+#include "chassis/file/chassis_file_error.h"
 
 #include <algorithm>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <toml++/toml.h>
@@ -43,9 +44,9 @@ class section_t {
   public:
     section_t (const toml::table &table, std::string path, const std::string &file,
                const keys_t &known)
-        : table (table), path (std::move (path)), file (file)
+        : table_ (table), path_ (std::move (path)), file_ (file)
     {
-        for (const auto &[key, node] : table) {
+        for (const auto &[key, node] : table_) {
             std::string name (key.str ());
             if (std::find (known.begin (), known.end (), name) == known.end ()) {
                 fail (key.source (), full (name), "unknown key, expected one of: " + join (known));
@@ -55,18 +56,18 @@ class section_t {
 
     bool has (const std::string &key) const
     {
-        return table.contains (key);
+        return table_.contains (key);
     }
 
     [[noreturn]] void fail (const std::string &key, const std::string &why) const
     {
-        fail (table.get (key)->source (), full (key), why);
+        fail (table_.get (key)->source (), full (key), why);
     }
 
     // For what is missing: the line is the section's own.
     [[noreturn]] void fail_whole (const std::string &key, const std::string &why) const
     {
-        fail (table.source (), full (key), why);
+        fail (table_.source (), full (key), why);
     }
 
     [[noreturn]] void fail_at (const toml::node &node, const std::string &key,
@@ -78,7 +79,7 @@ class section_t {
     template <typename value_t>
     bool number (const char *key, int64_t low, int64_t high, value_t &value) const
     {
-        const toml::node *node = table.get (key);
+        const toml::node *node = table_.get (key);
         if (!node) {
             return false;
         }
@@ -102,7 +103,7 @@ class section_t {
 
     void boolean (const char *key, bool &value) const
     {
-        if (const toml::node *node = table.get (key)) {
+        if (const toml::node *node = table_.get (key)) {
             if (!node->is_boolean ()) {
                 fail (key, found (*node) + ", expected true or false");
             }
@@ -113,7 +114,7 @@ class section_t {
     // An empty text when the key is not there.
     std::string text (const char *key) const
     {
-        const toml::node *node = table.get (key);
+        const toml::node *node = table_.get (key);
         if (node && !node->is_string ()) {
             fail (key, found (*node) + ", expected a text in quotes");
         }
@@ -135,13 +136,13 @@ class section_t {
             }
             names.push_back (name);
         }
-        fail (key, found (*table.get (key)) + ", expected one of: " + join (names));
+        fail (key, found (*table_.get (key)) + ", expected one of: " + join (names));
     }
 
     // Null when the key is not there.
     const toml::array *array (const char *key, const char *expected) const
     {
-        const toml::node *node = table.get (key);
+        const toml::node *node = table_.get (key);
         if (node && !node->is_array ()) {
             fail (key, found (*node) + ", expected " + expected);
         }
@@ -157,7 +158,7 @@ class section_t {
                 if (!node.is_table ()) {
                     fail_at (node, key, found (node) + ", expected " + expected);
                 }
-                list.emplace_back (*node.as_table (), full (key), file, known);
+                list.emplace_back (*node.as_table (), full (key), file_, known);
             }
         }
         return list;
@@ -165,30 +166,30 @@ class section_t {
 
     std::optional<section_t> section (const char *key, const keys_t &known) const
     {
-        const toml::node *node = table.get (key);
+        const toml::node *node = table_.get (key);
         if (!node) {
             return std::nullopt;
         }
         if (!node->is_table ()) {
             fail (key, found (*node) + ", expected one [" + full (key) + "] section");
         }
-        return section_t (*node->as_table (), full (key), file, known);
+        return section_t (*node->as_table (), full (key), file_, known);
     }
 
   private:
     std::string full (const std::string &key) const
     {
-        return path.empty () || key.empty () ? path + key : path + "." + key;
+        return path_.empty () || key.empty () ? path_ + key : path_ + "." + key;
     }
 
     [[noreturn]] void fail (const toml::source_region &where, const std::string &key,
                             const std::string &why) const
     {
-        throw chassis_file_error_t (file + ":" + std::to_string (where.begin.line) + ": " + key +
+        throw chassis_file_error_t (file_ + ":" + std::to_string (where.begin.line) + ": " + key +
                                     ": " + why);
     }
 
-    const toml::table &table;
-    std::string path;
-    const std::string &file;
+    const toml::table &table_;
+    std::string path_;
+    const std::string &file_;
 };

@@ -1,5 +1,6 @@
 #include "chassis/launch/chassis_summary.h"
 
+#include "chassis/bus/slots.h"
 #include "chassis/file/chassis_file.h"
 
 #include <iomanip>
@@ -25,8 +26,8 @@ static std::string commands_text (const card_t &card)
 
 static void print_board (std::ostream &out, const board_t &board)
 {
-    out << "board: BRGCLK " << board.brgclk << " Hz, slots at " << board.brgclk / 80
-        << " bit/s, slots 23 and 24 at " << board.brgclk / 400 << " bit/s"
+    out << "board: BRGCLK " << board.brgclk << " Hz, slots at " << board.brgclk / USUAL_DIVIDER
+        << " bit/s, slots 23 and 24 at " << board.brgclk / SLOW_DIVIDER << " bit/s"
         << (board.device ? "" : ", no device") << "\n";
 }
 

@@ -2,7 +2,6 @@
 
 #include "chassis/trap/own_descriptor.h"
 
-#include <algorithm>
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -11,7 +10,6 @@
 #include <stdio.h>
 #include <string.h>
 #include <string>
-#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <time.h>
 #include <unistd.h>
@@ -19,7 +17,6 @@
 static chassis_t *attached;
 static chassis_t *(*make_chassis) ();
 static bool is_fast;
-static int latest_flags[4];
 static pthread_t opener;
 
 // A descriptor of a device leads to a memory file that bears the device's name.
@@ -46,11 +43,6 @@ void door_on_first_open (chassis_t *(*make) ())
 void door_set_fast (bool fast)
 {
     is_fast = fast;
-}
-
-int door_flags (int ago)
-{
-    return latest_flags[ago];
 }
 
 static void attach_on_first_open ()
@@ -81,8 +73,6 @@ static int open_device (const char *path, int flags, open_t *next_open)
         errno = ENOENT;
         return -1;
     }
-    std::copy_backward (latest_flags, latest_flags + 3, latest_flags + 4);
-    latest_flags[0] = flags;
     opener = pthread_self ();
     int file = moved_out_of_the_way (memfd_create (path, MFD_CLOEXEC));
     std::string link = "/proc/self/fd/" + std::to_string (file);
@@ -106,14 +96,12 @@ static int open_any (const char *path, int flags, unsigned mode, open_t *next_op
 
 static int request (unsigned long number, uintptr_t argument)
 {
-    static const unsigned long numbers[] = {_IO ('s', 1), _IO ('s', 2), _IO ('s', 3)};
-    for (unsigned i = 0; i < 3; i++) {
-        if (static_cast<uint32_t> (number) == numbers[i]) {
-            return *attached->driver_request (i + 1, static_cast<uint32_t> (argument));
-        }
+    std::optional<int32_t> answer =
+        attached->driver_request (static_cast<uint32_t> (number), static_cast<uint32_t> (argument));
+    if (!answer) {
+        errno = ENOTTY;
     }
-    errno = ENOTTY;
-    return -1;
+    return answer.value_or (-1);
 }
 
 // A shared writable mapping needs a descriptor open for both, as with any file.

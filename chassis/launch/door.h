@@ -16,6 +16,3 @@ void door_on_first_open (chassis_t *(*make) ());
 // Whether sleeping only moves the chassis's time, in no time at all. Otherwise it sleeps as well.
 // It is the thread that opened a device last whose sleep moves the time: a chassis serves one.
 void door_set_fast (bool fast);
-
-// The flags of the latest opens of a device, 0 the last one, 3 the fourth to last.
-int door_flags (int ago);

@@ -2,7 +2,9 @@
 // program opens its first device.
 #include "chassis/bus/trace.h"
 #include "chassis/file/chassis_file.h"
+#include "chassis/file/chassis_watch.h"
 #include "chassis/launch/door.h"
+#include "chassis/launch/environment.h"
 #include "chassis/trap/own_descriptor.h"
 
 #include <errno.h>
@@ -14,7 +16,7 @@
 // The program cannot go on without its board.
 [[noreturn]] static void fail (const std::string &why)
 {
-    fprintf (stderr, "q5_chassis: %s\n", why.c_str ());
+    complain (why);
     _exit (2);
 }
 
@@ -60,10 +62,10 @@ static chassis_t *play_file (const std::string &path)
 static chassis_t *make_chassis ()
 {
     try {
-        std::string file = setting ("Q5_CHASSIS_FILE");
+        std::string file = setting (FILE_VARIABLE);
         chassis_t *chassis = file.empty () ? new chassis_t (builtin_chassis ()) : play_file (file);
-        add_trace (*chassis, setting ("Q5_CHASSIS_TRACE"));
-        door_set_fast (!setting ("Q5_CHASSIS_FAST").empty ());
+        add_trace (*chassis, setting (TRACE_VARIABLE));
+        door_set_fast (!setting (FAST_VARIABLE).empty ());
         return chassis;
     } catch (const std::exception &error) {
         fail (error.what ());

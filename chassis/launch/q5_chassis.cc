@@ -3,6 +3,7 @@
 
 #include "chassis/file/chassis_file.h"
 #include "chassis/launch/chassis_summary.h"
+#include "chassis/launch/environment.h"
 #include "chassis/launch/preload_check.h"
 
 #include <CLI/CLI.hpp>
@@ -17,9 +18,9 @@
 namespace fs = std::filesystem;
 
 // Exit statuses; the latter two as a shell has them.
-static constexpr int BAD_REQUEST = 2;
-static constexpr int CANNOT_EXECUTE = 126;
-static constexpr int NOT_FOUND = 127;
+static constexpr int bad_request = 2;
+static constexpr int cannot_execute = 126;
+static constexpr int not_found = 127;
 
 struct launch_t {
     std::string file;
@@ -45,11 +46,11 @@ static void prepare_trace (const std::string &path, const std::string &chassis_f
     }
     std::error_code none;
     if (fs::equivalent (path, chassis_file, none)) {
-        throw launch_error_t (BAD_REQUEST, path + ": is the chassis file; trace to another one");
+        throw launch_error_t (bad_request, path + ": is the chassis file; trace to another one");
     }
     int fd = open (path.c_str (), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (fd < 0) {
-        throw launch_error_t (BAD_REQUEST, path + ": cannot be written: " + strerror (errno));
+        throw launch_error_t (bad_request, path + ": cannot be written: " + strerror (errno));
     }
     close (fd);
 }
@@ -65,13 +66,13 @@ static std::string find_library ()
             continue;
         }
         if (library.string ().find_first_of (" :") != std::string::npos) {
-            throw launch_error_t (BAD_REQUEST, library.string () +
+            throw launch_error_t (bad_request, library.string () +
                                                    ": cannot be preloaded from a path with a blank "
                                                    "or a colon; move it");
         }
         return library;
     }
-    throw launch_error_t (BAD_REQUEST, "neither " + built.string () + " nor " +
+    throw launch_error_t (bad_request, "neither " + built.string () + " nor " +
                                            installed.string () + " exists; build or install it");
 }
 
@@ -80,7 +81,7 @@ static void check_program (const std::string &name, const std::string &library)
     std::string program = find_program (name);
     std::string obstacle = program.empty () ? "" : preload_obstacle (program, library);
     if (!obstacle.empty ()) {
-        throw launch_error_t (CANNOT_EXECUTE, program + ": cannot run on the chassis: " + obstacle);
+        throw launch_error_t (cannot_execute, program + ": cannot run on the chassis: " + obstacle);
     }
 }
 
@@ -100,9 +101,9 @@ static std::string absolute (const std::string &path)
 
 static void set_environment (const launch_t &launch, const std::string &library)
 {
-    set_or_unset ("Q5_CHASSIS_FILE", absolute (launch.file));
-    set_or_unset ("Q5_CHASSIS_TRACE", absolute (launch.trace));
-    set_or_unset ("Q5_CHASSIS_FAST", launch.fast ? "1" : "");
+    set_or_unset (FILE_VARIABLE, absolute (launch.file));
+    set_or_unset (TRACE_VARIABLE, absolute (launch.trace));
+    set_or_unset (FAST_VARIABLE, launch.fast ? "1" : "");
     const char *others = getenv ("LD_PRELOAD");
     set_or_unset ("LD_PRELOAD", others && *others ? library + ":" + others : library);
 }
@@ -114,14 +115,14 @@ static void set_environment (const launch_t &launch, const std::string &library)
     prepare_trace (launch.trace, launch.file);
     set_environment (launch, library);
     execvp (launch.program[0], launch.program.data ());
-    throw launch_error_t (errno == ENOENT ? NOT_FOUND : CANNOT_EXECUTE,
+    throw launch_error_t (errno == ENOENT ? not_found : cannot_execute,
                           std::string (launch.program[0]) + ": " + strerror (errno));
 }
 
 static int printed ()
 {
     if (!std::cout.flush ()) {
-        throw launch_error_t (BAD_REQUEST, "standard output cannot be written");
+        throw launch_error_t (bad_request, "standard output cannot be written");
     }
     return 0;
 }
@@ -139,7 +140,7 @@ static int run (const launch_t &launch)
         return printed ();
     }
     if (launch.program.size () < 2) {
-        throw launch_error_t (BAD_REQUEST, "no program to run; put it behind --, as in "
+        throw launch_error_t (bad_request, "no program to run; put it behind --, as in "
                                            "q5_chassis --fast -- q5_scand");
     }
     become (launch);
@@ -179,6 +180,21 @@ static std::vector<std::string> split_off_program (char **argv, launch_t &launch
     return options;
 }
 
+// What --help and --version print is no refusal.
+static int refused (const CLI::App &app, const CLI::ParseError &error)
+{
+    if (error.get_exit_code () == 0) {
+        return app.exit (error);
+    }
+    std::vector<std::string> unknown = app.remaining ();
+    if (!unknown.empty () && unknown[0].rfind ('-', 0) != 0) {
+        complain (unknown[0] + " stands before --; type: q5_chassis [OPTIONS] -- " + unknown[0]);
+    } else {
+        complain (std::string (error.what ()) + "; q5_chassis --help lists the options");
+    }
+    return bad_request;
+}
+
 int main (int, char **argv)
 {
     launch_t launch;
@@ -188,12 +204,12 @@ int main (int, char **argv)
         app.parse (split_off_program (argv, launch));
         return run (launch);
     } catch (const CLI::ParseError &error) {
-        return app.exit (error) == 0 ? 0 : BAD_REQUEST;
+        return refused (app, error);
     } catch (const launch_error_t &error) {
-        std::cerr << "q5_chassis: " << error.what () << "\n";
+        complain (error.what ());
         return error.status;
     } catch (const std::exception &error) {
-        std::cerr << "q5_chassis: " << error.what () << "\n";
-        return BAD_REQUEST;
+        complain (error.what ());
+        return bad_request;
     }
 }

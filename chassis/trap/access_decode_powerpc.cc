@@ -76,7 +76,7 @@ static uint32_t reversed (uint32_t value, int width)
     return __builtin_bswap32 (value) >> 8 * (4 - width);
 }
 
-static uint32_t loaded (const form_t &form, accessed_place_t &place)
+static uint32_t loaded (const form_t &form, const register_place_t &place)
 {
     uint32_t value = place.read (form.width);
     if (form.reversed) {
@@ -85,13 +85,13 @@ static uint32_t loaded (const form_t &form, accessed_place_t &place)
     return form.sign ? static_cast<uint32_t> (static_cast<int16_t> (value)) : value;
 }
 
-static void store (const form_t &form, accessed_place_t &place, uint32_t value)
+static void store (const form_t &form, const register_place_t &place, uint32_t value)
 {
     value &= form.width == 4 ? 0xFFFFFFFF : (1u << 8 * form.width) - 1;
     place.write (form.width, form.reversed ? reversed (value, form.width) : value);
 }
 
-bool carry_out_access (ucontext_t &context, uintptr_t address, accessed_place_t &place)
+bool carry_out_access (ucontext_t &context, uintptr_t address, const register_place_t &place)
 {
     auto *registers = context.uc_mcontext.uc_regs->gregs;
     uint32_t instruction = instruction_at (context);

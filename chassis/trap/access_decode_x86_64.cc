@@ -1,5 +1,7 @@
 #include "chassis/trap/access_decode.h"
 
+#include "base/hex.h"
+
 #include <optional>
 #include <stdio.h>
 #include <string.h>
@@ -32,7 +34,7 @@ constexpr int operation_test = 8;    // not one of theirs
 
 class instruction_t {
   public:
-    instruction_t (ucontext_t &context, accessed_place_t &place)
+    instruction_t (ucontext_t &context, const register_place_t &place)
         : registers_ (context.uc_mcontext.gregs), place_ (place),
           next_ (reinterpret_cast<const uint8_t *> (registers_[REG_RIP]))
     {}
@@ -40,7 +42,7 @@ class instruction_t {
 
   private:
     greg_t *registers_;
-    accessed_place_t &place_;
+    const register_place_t &place_;
     const uint8_t *next_;
     bool operand_16_ = false;
     bool has_rex_ = false;
@@ -307,7 +309,7 @@ uint64_t instruction_t::compute (int operation, uint64_t left, uint64_t right, i
 
 } // namespace
 
-bool carry_out_access (ucontext_t &context, uintptr_t, accessed_place_t &place)
+bool carry_out_access (ucontext_t &context, uintptr_t, const register_place_t &place)
 {
     return instruction_t (context, place).carry_out ();
 }
@@ -326,12 +328,7 @@ std::string describe_instruction (const ucontext_t &context)
 {
     constexpr int shown = 8; // longer than the part that tells
     auto *code = reinterpret_cast<const uint8_t *> (program_counter (context));
-    char text[64];
-    int length = snprintf (text, sizeof (text), "at %p, bytes", static_cast<const void *> (code));
-    std::string result (text, static_cast<size_t> (length));
-    for (int i = 0; i < shown; i++) {
-        snprintf (text, sizeof (text), " %02X", code[i]);
-        result += text;
-    }
-    return result;
+    char place[32];
+    snprintf (place, sizeof (place), "at %p, bytes ", static_cast<const void *> (code));
+    return place + hex_text (code, shown);
 }

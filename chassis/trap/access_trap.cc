@@ -19,23 +19,6 @@ static std::vector<trapped_view_t> &views ()
 
 static struct sigaction previous_action;
 
-namespace {
-struct register_place_t final : accessed_place_t {
-    register_file_t &registers;
-    uint32_t offset;
-
-    register_place_t (register_file_t &file, uint32_t at) : registers (file), offset (at) {}
-    uint32_t read (int width) override
-    {
-        return registers.read (offset, width);
-    }
-    void write (int width, uint32_t value) override
-    {
-        registers.write (offset, width, value);
-    }
-};
-} // namespace
-
 static const trapped_view_t *find_view (const uint8_t *address)
 {
     for (const trapped_view_t &view : views ()) {
@@ -88,7 +71,7 @@ static void on_fault (int signal, siginfo_t *info, void *raw_context)
     }
     int saved_errno = errno;
     uint32_t offset = view->offset + static_cast<uint32_t> (address - view->begin);
-    register_place_t place (*view->registers, offset);
+    const register_place_t place{*view->registers, offset};
     if (!carry_out_access (context, reinterpret_cast<uintptr_t> (address), place)) {
         give_up (context, offset);
     }

@@ -3,17 +3,9 @@
 // register file, and stepped over. All this happens in the accessing thread, at the instruction.
 #pragma once
 
+#include "chassis/trap/register_file.h"
+
 #include <stddef.h>
-#include <stdint.h>
-
-// Device registers: big-endian words of 1, 2 or 4 bytes at an offset.
-struct register_file_t {
-    virtual uint32_t read (uint32_t offset, int width) = 0;
-    virtual void write (uint32_t offset, int width, uint32_t value) = 0;
-
-  protected:
-    ~register_file_t () = default;
-};
 
 struct trapped_view_t {
     uint8_t *begin; // closed pages: PROT_NONE

@@ -2,163 +2,85 @@
 
 #include <arpa/inet.h>
 #include <filesystem>
-#include <fstream>
 #include <netinet/in.h>
-#include <poll.h>
 #include <signal.h>
-#include <sstream>
 #include <stdexcept>
-#include <stdlib.h>
 #include <sys/wait.h>
 
 constexpr int port = 1971;
-constexpr int limit = 10000; // milliseconds
+constexpr int limit = 30000; // milliseconds
 
-static std::string setting (const char *name, const char *otherwise)
+static bool is_listening ()
 {
-    const char *value = getenv (name);
-    return value ? value : otherwise;
+    return has (text_of ("/proc/net/tcp"), " 00000000:07B3 00000000:0000 0A");
 }
 
-static std::string text_of (const std::string &path)
+bool wait_until_listening (pid_t process)
 {
-    std::ostringstream text;
-    text << std::ifstream (path).rdbuf ();
-    return text.str ();
-}
-
-bool daemon_is_listening ()
-{
-    std::ifstream sockets ("/proc/net/tcp");
-    for (std::string line; std::getline (sockets, line);) {
-        if (line.find (" 00000000:07B3 00000000:0000 0A") != std::string::npos) {
+    siginfo_t ended = {};
+    for (int waited = 0; waited < limit && ended.si_pid == 0; waited += 5) {
+        if (is_listening ()) {
             return true;
         }
+        usleep (5000);
+        waitid (P_PID, process, &ended, WEXITED | WNOHANG | WNOWAIT);
     }
     return false;
 }
 
+static std::string command (const daemon_options_t &options)
+{
+    return std::string (options.close_output ? "mkfifo out; : <out & exec >out; wait; " : "") +
+           "exec q5_chassis" + (options.fast ? " --fast" : "") +
+           (options.chassis.empty () ? "" : " --file chassis.toml") + " -- q5_scand";
+}
+
 daemon_t::daemon_t (const daemon_options_t &options)
 {
-    if (options.wait && daemon_is_listening ()) {
+    if (options.wait && is_listening ()) {
         throw std::runtime_error ("port 1971 is taken: end the program that listens there");
     }
-    char name[] = "/tmp/q5_scand.XXXXXX";
-    folder = mkdtemp (name);
-    if (!options.chassis.empty ()) {
-        plug (options.chassis);
-    }
-    start (options);
-    if (options.wait && !wait_until_listening ()) {
-        std::string reason = errors ();
-        clean_up ();
-        throw std::runtime_error ("the daemon does not listen: " + reason);
+    plug (options.chassis);
+    pid = shell.start (command (options), "daemon");
+    if (options.wait && !wait_until_listening (pid)) {
+        end (SIGKILL);
+        throw std::runtime_error ("the daemon does not listen: " + errors ());
     }
 }
 
 daemon_t::~daemon_t ()
 {
-    clean_up ();
-}
-
-void daemon_t::clean_up ()
-{
     if (pid > 0) {
         end (SIGKILL);
     }
-    if (output >= 0) {
-        close (output);
-    }
-    std::filesystem::remove_all (folder);
-}
-
-static std::string quoted (const std::string &path)
-{
-    return "'" + path + "'";
-}
-
-// Where an emulator runs the program, what the launcher would do is told to the emulator.
-std::string daemon_t::command (const daemon_options_t &options) const
-{
-    std::string emulator = setting ("Q5_TEST_EMULATOR", Q5_EMULATOR);
-    bool native = emulator.empty ();
-    auto option = [&] (bool wanted, const std::string &word, const std::string &variable) {
-        return wanted ? (native ? " " + word : " -E " + variable) : "";
-    };
-    return "exec " +
-           (native ? quoted (setting ("Q5_TEST_LAUNCHER", Q5_LAUNCHER))
-                   : emulator + " -E LD_PRELOAD=" + setting ("Q5_TEST_PRELOAD", Q5_PRELOAD)) +
-           option (options.fast, "--fast", "Q5_CHASSIS_FAST=1") +
-           option (!options.chassis.empty (), "--file " + folder + "/chassis.toml",
-                   "Q5_CHASSIS_FILE=" + folder + "/chassis.toml") +
-           (native ? " -- " : " ") + quoted (setting ("Q5_TEST_DAEMON", Q5_DAEMON)) + " 2>" +
-           folder + "/errors";
-}
-
-void daemon_t::start (const daemon_options_t &options)
-{
-    int pipe_ends[2];
-    if (pipe2 (pipe_ends, O_CLOEXEC) != 0) {
-        throw std::runtime_error ("no pipe");
-    }
-    pid = fork ();
-    if (pid == 0) {
-        // The one server object is never destroyed; a leak checker is not to count it.
-        setenv ("ASAN_OPTIONS", "detect_leaks=0", 0);
-        dup2 (pipe_ends[1], 1);
-        execl ("/bin/sh", "sh", "-c", command (options).c_str (), nullptr);
-        _exit (127);
-    }
-    close (pipe_ends[1]);
-    output = pipe_ends[0];
-    if (options.close_output) {
-        close (output);
-        output = -1;
-    }
-}
-
-bool daemon_t::wait_until_listening ()
-{
-    for (int waited = 0; waited < limit; waited += 5) {
-        if (daemon_is_listening ()) {
-            return true;
-        }
-        if (waitpid (pid, nullptr, WNOHANG) == pid) {
-            pid = -1;
-            return false;
-        }
-        usleep (5000);
-    }
-    return false;
 }
 
 std::optional<std::string> daemon_t::line (int milliseconds)
 {
-    while (unread.find ('\n') == std::string::npos) {
-        pollfd ready = {output, POLLIN, 0};
-        char buffer[512];
-        ssize_t size =
-            poll (&ready, 1, milliseconds) == 1 ? read (output, buffer, sizeof (buffer)) : 0;
-        if (size <= 0) {
+    for (int waited = 0;; waited += 5) {
+        std::string text = text_of (shell.folder + "/daemon.output").substr (num_read);
+        size_t end = text.find ('\n');
+        if (end != std::string::npos) {
+            num_read += end + 1;
+            return text.substr (0, end);
+        }
+        if (waited >= milliseconds) {
             return std::nullopt;
         }
-        unread.append (buffer, size);
+        usleep (5000);
     }
-    size_t end = unread.find ('\n');
-    std::string first = unread.substr (0, end);
-    unread.erase (0, end + 1);
-    return first;
 }
 
 std::string daemon_t::errors () const
 {
-    return text_of (folder + "/errors");
+    return text_of (shell.folder + "/daemon.errors");
 }
 
 void daemon_t::plug (const std::string &chassis) const
 {
-    std::ofstream (folder + "/chassis.new") << chassis;
-    std::filesystem::rename (folder + "/chassis.new", folder + "/chassis.toml");
+    shell.write ("chassis.new", chassis);
+    std::filesystem::rename (shell.folder + "/work/chassis.new",
+                             shell.folder + "/work/chassis.toml");
 }
 
 int daemon_t::num_descriptors () const
@@ -170,13 +92,10 @@ int daemon_t::num_descriptors () const
 
 int daemon_t::end (int signal)
 {
-    int status = -1;
     if (signal != 0) {
         kill (pid, signal);
     }
-    for (int waited = 0; waited < limit && waitpid (pid, &status, WNOHANG) == 0; waited += 5) {
-        usleep (5000);
-    }
+    int status = wait_for (pid, limit);
     pid = -1;
     return status;
 }

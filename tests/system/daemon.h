@@ -1,6 +1,7 @@
 // The daemon that ships, as a process of its own on the emulated chassis, driven over TCP.
 #pragma once
 
+#include "tests/shell.h"
 #include "tests/support.h"
 
 #include <optional>
@@ -9,8 +10,7 @@
 #include <sys/types.h>
 #include <vector>
 
-// What to start. The daemon runs under q5_chassis, or under an emulator of its processor when the
-// environment of the test names one (see tests/system.cmake).
+// What to start.
 struct daemon_options_t {
     std::string chassis = "";  // text of a chassis file; empty: the built-in chassis
     bool fast = true;          // sleeps are skipped
@@ -21,8 +21,8 @@ struct daemon_options_t {
 // One daemon, ended with the object. One at a time: the port is fixed.
 class daemon_t {
   public:
-    pid_t pid = -1;
-    std::string folder; // of its own, removed at the end
+    shell_t shell;
+    pid_t pid;
 
     explicit daemon_t (const daemon_options_t &options = {});
     ~daemon_t ();
@@ -40,17 +40,11 @@ class daemon_t {
     int end (int signal);
 
   private:
-    int output = -1;
-    std::string unread;
-
-    std::string command (const daemon_options_t &options) const;
-    void start (const daemon_options_t &options);
-    bool wait_until_listening ();
-    void clean_up ();
+    size_t num_read = 0; // bytes of standard output
 };
 
-// Whether some process listens on the daemon's port.
-bool daemon_is_listening ();
+// Waits until something listens on the daemon's port; false when the process ends before.
+bool wait_until_listening (pid_t process);
 
 // One connection to the daemon.
 class connection_t {

@@ -1,7 +1,6 @@
 // Runs the examples of README, docs and man pages, and compares what they show. In Markdown an
 // example is a ```console block, in a man page stands between .EX and .EE; its commands begin with
 // "$ ". A line "..." stands for any lines.
-#include "tests/shell.h"
 #include "tests/system/daemon.h"
 
 #include <fstream>
@@ -55,15 +54,6 @@ static bool starts_chassis (const block_t &block)
     return block.front ().command.rfind ("q5_chassis ", 0) == 0;
 }
 
-// Where the chassis can be started as well.
-struct chassis_shell_t : shell_t {
-    chassis_shell_t ()
-    {
-        fs::create_symlink (Q5_LAUNCHER, folder + "/q5_chassis");
-        fs::create_symlink (Q5_DAEMON, folder + "/q5_scand");
-    }
-};
-
 // A command that starts the daemon has no output here when that answers; it is ended then.
 static outcome_t run_example (const shell_t &shell, const std::string &command)
 {
@@ -91,7 +81,7 @@ static int run_examples (const fs::path &page, bool with_chassis)
         if (block.empty () || starts_chassis (block) != with_chassis) {
             continue;
         }
-        chassis_shell_t shell;
+        shell_t shell;
         for (const example_t &example : block) {
             outcome_t outcome = run_example (shell, example.command);
             EXPECT_TRUE (matches (example.output, outcome.output))
@@ -116,17 +106,13 @@ TEST (examples, show_what_happens)
 
 TEST (examples, start_a_chassis)
 {
-    if (*Q5_EMULATOR) {
-        GTEST_SKIP () << "the launcher runs programs of its own machine";
-    }
-    ASSERT_FALSE (daemon_is_listening ());
     EXPECT_GE (run_examples (Q5_MAN_PAGES "/q5_scand.8", true), 1);
     EXPECT_GE (run_examples (Q5_MAN_PAGES "/q5_chassis.1", true), 3);
     EXPECT_GE (run_examples (Q5_SOURCES "/README.md", true), 2);
     EXPECT_GE (run_examples (Q5_SOURCES "/docs/chassis.md", true), 4);
     for (const char *file : {"'/^.EX/,/^.EE/{//!p}' " Q5_MAN_PAGES "/q5_chassis.toml.5",
                              "'/^```toml/,/^```$/{//!p}' " Q5_SOURCES "/docs/chassis.md"}) {
-        outcome_t outcome = chassis_shell_t ().run (
+        outcome_t outcome = shell_t ().run (
             std::string ("sed -n ") + file +
             " >chassis.toml; q5_chassis --file chassis.toml --check | grep '^   3 '");
         EXPECT_EQ (outcome.status, 0) << file << outcome.errors;

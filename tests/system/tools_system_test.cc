@@ -1,5 +1,4 @@
 // The command line against the daemon on the emulated chassis.
-#include "tests/shell.h"
 #include "tests/system/daemon.h"
 
 #include <gtest/gtest.h>
@@ -13,15 +12,14 @@ static std::string card (const std::string &value)
 TEST (command_line, watches_until_it_is_interrupted)
 {
     daemon_t daemon ({card ("1")});
-    shell_t shell;
+    const shell_t &shell = daemon.shell;
     shell.write ("plugged", card ("2"));
     outcome_t outcome =
         shell.run ("q5_scan watch 9 --interval 0.01 > shown & watching=$!\n"
                    "wait_for () { for i in $(seq 1000); do grep -q \"$1\" shown && return; sleep "
                    "0.01; done; }\n"
-                   "wait_for b=1\ncp plugged " +
-                   daemon.folder + "/new; mv " + daemon.folder + "/new " + daemon.folder +
-                   "/chassis.toml\nwait_for b=2\nkill -TERM $watching\nwait $watching");
+                   "wait_for b=1\nmv plugged chassis.toml\nwait_for b=2\n"
+                   "kill -TERM $watching\nwait $watching");
     EXPECT_EQ (outcome.status, 0) << outcome.errors;
     std::string shown = shell.read ("shown");
     EXPECT_TRUE (has (shown, "round 1\n   SLOT  STATE")) << shown;

@@ -1,0 +1,6 @@
+// What the launcher hands to the preloaded library: names in the program's environment.
+#pragma once
+
+constexpr const char *FILE_VARIABLE = "Q5_CHASSIS_FILE";
+constexpr const char *TRACE_VARIABLE = "Q5_CHASSIS_TRACE";
+constexpr const char *FAST_VARIABLE = "Q5_CHASSIS_FAST";

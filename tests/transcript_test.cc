@@ -1,0 +1,140 @@
+// Plays the sessions of tests/transcripts and compares what they print, whole; writes them anew
+// when the environment has Q5_RENEW. CONTRIBUTING.md describes their form.
+#include "tests/system/daemon.h"
+
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <string.h>
+
+namespace fs = std::filesystem;
+
+static bool starts (const std::string &line, const char *mark)
+{
+    return line.rfind (mark, 0) == 0;
+}
+
+static std::string replaced (std::string text, const std::string &part, const std::string &by)
+{
+    for (size_t at = 0; (at = text.find (part, at)) != std::string::npos; at += by.size ()) {
+        text.replace (at, part.size (), by);
+    }
+    return text;
+}
+
+// Output as the transcript has it: each line behind its mark, one that would read as something else
+// behind a backslash, control characters as their pictures.
+static std::string shown (const std::string &output, const std::string &mark)
+{
+    std::istringstream lines (output);
+    std::string text;
+    for (std::string line; std::getline (lines, line);) {
+        bool is_taken = mark.empty () && !line.empty () && strchr ("#$&>!?\\", line[0]);
+        text += mark + (is_taken ? "\\" : "");
+        for (char c : line) {
+            bool is_control = c >= 0 && c < ' ';
+            text += is_control ? "\xE2\x90" + std::string (1, '\x80' + c) : std::string (1, c);
+        }
+        text += "\n";
+    }
+    return text + (output.empty () || output.back () == '\n' ? "" : "\\ no end of line\n");
+}
+
+static std::string play (const shell_t &shell, const std::string &command)
+{
+    outcome_t outcome = shell.run (command);
+    std::string text = shown (outcome.output, "") + shown (outcome.errors, "! ");
+    text += outcome.status == 0 ? "" : "? " + std::to_string (outcome.status) + "\n";
+    return replaced (text, shell.folder + "/work", "FOLDER");
+}
+
+// A daemon in the background of a session.
+struct background_t {
+    const shell_t &shell;
+    pid_t pid = -1;
+
+    ~background_t ()
+    {
+        end ();
+    }
+    void end ()
+    {
+        if (pid > 0) {
+            wait_for (pid, 0);
+        }
+        pid = -1;
+    }
+    void start (const std::string &command)
+    {
+        end ();
+        pid = shell.start ("exec >log 2>&1; exec " + command, "background");
+        EXPECT_TRUE (wait_until_listening (pid)) << command << "\n" << shell.read ("log");
+    }
+};
+
+// The transcript as a run of its commands writes it.
+static std::string written_by_run (std::istream &transcript)
+{
+    shell_t shell;
+    fs::copy (Q5_TRANSCRIPTS "/files", shell.folder + "/work");
+    background_t background{shell};
+    std::string text, command;
+    auto finish = [&] {
+        text += command.empty () ? "" : play (shell, command);
+        command = "";
+    };
+    for (std::string line; std::getline (transcript, line);) {
+        if (starts (line, "> ")) {
+            command += "\n" + line.substr (2);
+        } else if (starts (line, "#") || starts (line, "$ ") || starts (line, "& ")) {
+            finish ();
+            command = starts (line, "$ ") ? line.substr (2) : "";
+        } else {
+            continue; // what was printed when the transcript was written
+        }
+        text += line + "\n";
+        if (starts (line, "& ")) {
+            background.start (line.substr (2));
+        }
+    }
+    finish ();
+    return text;
+}
+
+// What `diff` says of the file and of what it should be.
+static std::string difference (const fs::path &file, const std::string &text)
+{
+    shell_t shell;
+    shell.write ("now", text);
+    return shell.run ("diff -u --label expected --label now '" + file.string () + "' now").output;
+}
+
+struct transcript : testing::TestWithParam<std::string> {};
+
+TEST_P (transcript, holds)
+{
+    const fs::path file = Q5_TRANSCRIPTS "/" + GetParam () + ".txt";
+    std::ifstream expected (file);
+    std::string text = written_by_run (expected);
+    ASSERT_NE (text, "") << file;
+    if (getenv ("Q5_RENEW") && !HasFailure ()) {
+        std::ofstream (file) << text;
+    }
+    EXPECT_EQ (difference (file, text), "")
+        << "If that is wanted: Q5_RENEW=1 ctest -R transcript, and look at git diff.";
+}
+
+static std::vector<std::string> names ()
+{
+    std::vector<std::string> all;
+    for (const fs::directory_entry &entry : fs::directory_iterator (Q5_TRANSCRIPTS)) {
+        if (entry.path ().extension () == ".txt") {
+            all.push_back (entry.path ().stem ());
+        }
+    }
+    return all;
+}
+
+INSTANTIATE_TEST_SUITE_P (all, transcript, testing::ValuesIn (names ()),
+                          [] (auto &info) { return info.param; });
