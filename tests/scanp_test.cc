@@ -1,9 +1,9 @@
 #include "tests/board.h"
+#include "tests/expected.h"
 
 #include <fcntl.h>
 #include <numeric>
-
-using lines_t = std::vector<std::string>;
+#include <utility>
 
 class scanp : public board_test {};
 
@@ -81,66 +81,29 @@ TEST_F (scanp, maps_whole_pages_and_leaves_the_descriptor_open)
     EXPECT_EQ (num_descriptors (), before + 5) << "after a failure too";
 }
 
-// One register in the set-up: cleared and set bits of a read and a write each, or a plain write.
-struct step_t {
-    char kind; // 'c' clear, 's' set, 'w' write
-    int width; // bits
-    uint32_t offset;
-    uint32_t value;
-};
-
-static const std::vector<step_t> set_up = {
-    {'c', 32, 0x10D24, 0x00820000}, {'c', 32, 0x10D28, 0x00820000}, {'s', 32, 0x10D20, 0x00820000},
-    {'c', 32, 0x10D64, 0xC0},       {'c', 32, 0x10D6C, 0xC0},       {'c', 32, 0x10D68, 0xC0},
-    {'s', 32, 0x10D60, 0x80},       {'c', 32, 0x10D60, 0x40},       {'s', 32, 0x10D64, 0xC0},
-    {'c', 32, 0x10D44, 0xFF},       {'c', 32, 0x10D4C, 0xFF},       {'c', 32, 0x10D48, 0xFF},
-    {'s', 32, 0x10D40, 0xFF},       {'c', 32, 0x10D50, 0x7F},       {'s', 32, 0x10D50, 0x80},
-    {'w', 32, 0x119FC, 0x00010012}, {'c', 32, 0x11B08, 0xFF00},     {'s', 32, 0x11B08, 0x1B00},
-    {'w', 32, 0x11A44, 0x20},       {'w', 32, 0x11A40, 0x00028004}, {'w', 16, 0x11A48, 0xBC00},
-    {'w', 16, 0x11A4E, 0x7E7E},     {'w', 16, 0x08202, 0x1000},     {'w', 16, 0x08200, 0x1020},
-    {'w', 8, 0x08204, 0x10},        {'w', 8, 0x08205, 0x10},        {'w', 16, 0x08206, 0x1000},
-    {'w', 16, 0x08210, 0x1020},     {'w', 16, 0x08220, 0x1000},     {'w', 16, 0x08238, 0},
-    {'w', 16, 0x0823C, 0},          {'w', 16, 0x0823E, 0},          {'w', 16, 0x08240, 0},
-    {'w', 16, 0x08242, 0},          {'w', 16, 0x08244, 0},          {'w', 16, 0x08248, 0x005A},
-    {'w', 16, 0x0824A, 0x00A5},     {'w', 16, 0x0824E, 0},          {'w', 16, 0x08250, 0x8000},
-    {'w', 16, 0x08252, 0x8000},     {'w', 16, 0x08254, 0x8000},     {'w', 16, 0x08256, 0x8000},
-    {'w', 16, 0x08258, 0x8000},     {'w', 16, 0x0825A, 0x8000},     {'w', 16, 0x0825C, 0x8000},
-    {'w', 16, 0x0825E, 0x8000},     {'w', 16, 0x08260, 0xC0FF},     {'w', 16, 0x11A50, 0xFFFF},
-    {'w', 16, 0x11A54, 0},
-};
+// What the log holds, as the text of a file; the log begins anew.
+static std::string taken (board_log_t &log)
+{
+    std::string text;
+    for (const std::string &line : std::exchange (log.lines, {})) {
+        text += line + "\n";
+    }
+    return text;
+}
 
 TEST_F (scanp, the_set_up_programs_every_register_in_order_whatever_memory_held)
 {
+    std::string text;
     for (board_t::fill_t fill :
          {board_t::fill_t::zeros, board_t::fill_t::ones, board_t::fill_t::noise}) {
         settings.board.fill = fill;
         power_up ();
-        std::map<uint32_t, uint32_t> model; // of the 32-bit registers
-        lines_t expected;
-        auto add = [&] (const step_t &step) {
-            uint32_t value = step.value;
-            if (step.kind != 'w') {
-                uint32_t before =
-                    model.count (step.offset) ? model[step.offset] : word (step.offset);
-                expected.push_back (access_line ({step.offset, 4, before, false}));
-                value = step.kind == 'c' ? before & ~value : before | value;
-                model[step.offset] = value;
-            }
-            expected.push_back (access_line ({step.offset, step.width / 8, value, true}));
-        };
-        std::for_each (set_up.begin (), set_up.end (), add);
-        for (uint32_t bd : {0x1020, 0x1028, 0x1030, 0x1038, 0x1000, 0x1008, 0x1010, 0x1018}) {
-            add ({'w', 16, bd + 2, 0});
-            add ({'w', 32, bd + 4, 0});
-            add ({'w', 16, bd, 0x2000});
-        }
-        add ({'c', 32, 0x10D50, 0x7F});
-        add ({'s', 32, 0x10D50, 0x80});
         int before = num_descriptors ();
         scan_port_init ();
-        EXPECT_EQ (log->lines, expected);
+        text += taken (*log) + "\n";
         EXPECT_EQ (num_descriptors (), before + 4) << "the driver's and three of /dev/mem";
     }
+    expect_file ("expected/set_up.txt", text);
     const int sync = O_RDWR | O_SYNC; // for the two buffers, not for the registers
     const std::vector<int> flags = {O_RDWR, O_RDWR, sync, sync};
     for (int i = 0; i < 4; i++) {
@@ -206,19 +169,7 @@ TEST_F (transfer, does_every_access_in_order_and_the_poll_when_it_must_wait)
     start ();
     const uint8_t tx[] = {1, 2};
     EXPECT_EQ (scan_port_transfer (3, 0x193, 2, tx, 16, rx), 2);
-    // Slot and rate, descriptors, the line, start, one sleep, stop, four looks at the answer.
-    const lines_t expected = {
-        "w32 11A40 00028004", "w16 11A50 FFFF",     "w16 08242 0000",     "w32 119FC 00010008",
-        "r32 10D50 00000080", "w32 10D50 00000080", "r32 10D50 00000080", "w32 10D50 00000091",
-        "r32 10D50 00000091", "w32 10D50 00000011", "w32 01024 01F41000", "w16 01020 A000",
-        "w32 01004 01F40000", "w16 01002 0001",     "w16 01000 8400",     "w32 0100C 01F40000",
-        "w16 0100A 0004",     "w16 01008 8000",     "w32 01014 01F40004", "w16 01012 0001",
-        "w16 01010 A400",     "r32 10D70 00000040", "command 08C10000",   "command 08C10000",
-        "r32 11A40 00028004", "w32 11A40 00028024", "r32 11A40 00028024", "w32 11A40 00028034",
-        "r16 01010 A400",     "r16 01010 2400",     "r16 01020 2480",     "w32 11A40 00028004",
-        "r16 01020 2480",     "r16 01020 2480",     "r16 01020 2480",     "r16 08242 0000",
-        "r32 10D50 00000011", "w32 10D50 00000091", "r16 01022 0002"};
-    EXPECT_EQ (log->lines, expected);
+    expect_file ("expected/transfer.txt", taken (*log));
     EXPECT_EQ (microseconds (), 10000u);
     EXPECT_EQ (bytes_t (scan_port_state.tx_buf, scan_port_state.tx_buf + 5),
                (bytes_t{0x93, 0x93, 1, 2, 0}));

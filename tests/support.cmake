@@ -1,5 +1,12 @@
 # What tests of whole programs and of the network share.
 
+# Outputs that are kept as files and compared whole. Written anew by the target `renew`.
+add_compile_definitions (Q5_EXPECTED="${CMAKE_CURRENT_SOURCE_DIR}")
+if (NOT CMAKE_CROSSCOMPILING)
+    add_custom_target (renew COMMAND ${CMAKE_COMMAND} -E env Q5_RENEW=1
+        ${CMAKE_CTEST_COMMAND} -R "transcript|set_up|every_access" USES_TERMINAL)
+endif ()
+
 # A network of their own, for all tests of a program.
 add_library (q5_own_network STATIC EXCLUDE_FROM_ALL own_network.cc own_network_main.cc)
 target_compile_definitions (q5_own_network PRIVATE Q5_SOURCES="${PROJECT_SOURCE_DIR}")

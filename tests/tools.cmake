@@ -18,13 +18,9 @@ endif ()
 # Sessions with the programs, and what they print. The build looks at the folder itself, so that a
 # new file becomes a test.
 if (TARGET q5_test_daemon)
-    set (transcripts ${CMAKE_CURRENT_SOURCE_DIR}/transcripts)
-    file (GLOB sessions CONFIGURE_DEPENDS ${transcripts}/*.txt)
+    file (GLOB sessions CONFIGURE_DEPENDS transcripts/*.txt)
     add_executable (transcript_test transcript_test.cc)
-    target_compile_definitions (transcript_test PRIVATE Q5_TRANSCRIPTS="${transcripts}")
     set_property (TARGET transcript_test PROPERTY LINK_DEPENDS ${sessions})
     target_link_libraries (transcript_test PRIVATE q5_test_daemon)
     discover_network_tests (transcript_test NO_PRETTY_VALUES)
-    add_custom_target (renew COMMAND ${CMAKE_COMMAND} -E env Q5_RENEW=1
-        $<TARGET_FILE:transcript_test> USES_TERMINAL)
 endif ()

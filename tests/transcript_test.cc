@@ -1,5 +1,6 @@
 // Plays the sessions of tests/transcripts and compares what they print, whole; writes them anew
 // when the environment has Q5_RENEW. CONTRIBUTING.md describes their form.
+#include "tests/expected.h"
 #include "tests/system/daemon.h"
 
 #include <filesystem>
@@ -77,7 +78,7 @@ struct background_t {
 static std::string written_by_run (std::istream &transcript)
 {
     shell_t shell;
-    fs::copy (Q5_TRANSCRIPTS "/files", shell.folder + "/work");
+    fs::copy (Q5_EXPECTED "/transcripts/files", shell.folder + "/work");
     background_t background{shell};
     std::string text, command;
     auto finish = [&] {
@@ -102,33 +103,21 @@ static std::string written_by_run (std::istream &transcript)
     return text;
 }
 
-// What `diff` says of the file and of what it should be.
-static std::string difference (const fs::path &file, const std::string &text)
-{
-    shell_t shell;
-    shell.write ("now", text);
-    return shell.run ("diff -u --label expected --label now '" + file.string () + "' now").output;
-}
-
 struct transcript : testing::TestWithParam<std::string> {};
 
 TEST_P (transcript, holds)
 {
-    const fs::path file = Q5_TRANSCRIPTS "/" + GetParam () + ".txt";
-    std::ifstream expected (file);
+    const std::string file = "transcripts/" + GetParam () + ".txt";
+    std::ifstream expected (Q5_EXPECTED "/" + file);
     std::string text = written_by_run (expected);
     ASSERT_NE (text, "") << file;
-    if (getenv ("Q5_RENEW") && !HasFailure ()) {
-        std::ofstream (file) << text;
-    }
-    EXPECT_EQ (difference (file, text), "")
-        << "If that is wanted: Q5_RENEW=1 ctest -R transcript, and look at git diff.";
+    expect_file (file, text);
 }
 
 static std::vector<std::string> names ()
 {
     std::vector<std::string> all;
-    for (const fs::directory_entry &entry : fs::directory_iterator (Q5_TRANSCRIPTS)) {
+    for (const fs::directory_entry &entry : fs::directory_iterator (Q5_EXPECTED "/transcripts")) {
         if (entry.path ().extension () == ".txt") {
             all.push_back (entry.path ().stem ());
         }
