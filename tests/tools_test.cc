@@ -47,6 +47,17 @@ TEST (numbers, are_decimal_or_hex_and_never_wrap)
                    "n '"s + text + "' is out of range");
     }
     EXPECT_EQ (parse_slot ("31"), 31);
+    EXPECT_EQ (parse_slots ({"23,3-5", "4", "31-31"}), (std::vector<int32_t>{3, 4, 5, 23, 31}));
+    EXPECT_EQ (parse_slots ({}).size (), 32u);
+    for (const char *text : {"3-", "-3", "5-4", "3,,4", "3-32", "", "1-2-3"}) {
+        EXPECT_NE (complaint ([&] { parse_slots ({text}); }), "") << text;
+    }
+    EXPECT_EQ (parse_seconds ("s", "0.0001", 9).count (), 1);
+    EXPECT_EQ (parse_seconds ("s", "9", 9).count (), 9000);
+    for (const char *text : {"", "-1", "9.1", "nan", "1s"}) {
+        EXPECT_EQ (complaint ([&] { parse_seconds ("s", text, 9); }),
+                   "s '"s + text + "' is no number of seconds");
+    }
     EXPECT_EQ (complaint ([] { parse_slot ("-1"); }), "slot '-1' is out of range");
 }
 
@@ -112,6 +123,7 @@ TEST (batch_text, gives_requests_or_names_the_line_that_is_wrong)
         {"claim 3", "f:1: '3' is not expected behind claim"},
         {"send 3 1", "f:1: send needs SLOT, FIRST and SECOND"},
         {"send 3 1 256", "f:1: SECOND '256' is out of range"},
+        {"send 3 10 2", "f:1: FIRST '10' could be meant as decimal or as hex"},
         {"send 3 1 2 --rx 4", "f:1: '--rx' is not expected here"},
         {times (100, "3 5\n"), times (100, "3 5 4096 []; ")},
         {times (101, "3 5\n"), "f:101: this is the 101st request"},
@@ -130,7 +142,7 @@ static row_t row_for (const std::string &message, const q5_scan_types_t &types)
 {
     auto bytes = reinterpret_cast<const uint8_t *> (message.data ());
     int32_t size = message.size ();
-    return rows_of ({{31, size, 0, q5_scan_decode (bytes, size, types), {}}}, false)[1];
+    return row_of ({31, size, 0, q5_scan_decode (bytes, size, types), {}}, false);
 }
 
 TEST (typed_message, is_shown_as_far_as_it_is_sound)
@@ -177,7 +189,7 @@ TEST (json, holds_any_bytes)
 {
     report_t report;
     report.json["type"] = "\xFF\"\\\n\x01"s;
-    json_t back = json_t::parse (json_line ("identity", report));
+    json_t back = json_t::parse (json_line ({"identity"}, report));
     EXPECT_EQ (back["type"], "\xEF\xBF\xBD\"\\\n\x01");
     EXPECT_EQ (back["exit_status"], 0);
 }
@@ -221,7 +233,7 @@ TEST (program, ends_with_the_right_status)
         {"q5_scan --port 0 claim", 2, "--port '0' is out of range"},
         {"q5_scan --host $(printf 'a%.0s' $(seq 300)) claim", 2, "300 characters"},
         {"q5_scan --json run 3", 2,
-         "{\"command\":\"run\",\"ok\":false,\"exit_status\":2,\"error\":{\"kind\":\"usage\""},
+         "{\"command\":\"run\",\"ok\":false,\"exit_status\":2,\"time\":\"2"},
         {"q5_scan watch --interval nan", 2, "--interval 'nan'"},
         {"q5_scan batch missing", 2, "'missing' cannot be read: No such file"},
         {"q5_scan batch zeros", 2, "zeros has more than 1048576 bytes"},
@@ -281,18 +293,22 @@ TEST (program, sends_one_batch_and_tells_what_became_of_it)
         std::vector<const char *> texts; // somewhere in what it says
     };
     const bytes_t run = words ({9, 1, 3, 51, 4096, 0}), two_bytes = {0xFF, '"'};
-    const bytes_t fetch = words ({2, 2, 31, 51, 4096, 0, 31, 83, 4096, 0});
+    const bytes_t fetch = words ({2, 1, 31, 51, 4096, 0});
     const std::vector<case_t> cases = {
         {"run 3 51 --id 9", {}, 4, run, {"another id holds the bus (this batch went out as id 9)"}},
-        {"--json fetch 31", {}, 4, fetch, {"\"exit_status\":4,\"error\":{\"kind\":\"dropped\""}},
-        {"fetch 31", words ({-3, 8, 3}), 3, fetch, {"closed the connection after 1 of 2 replies"}},
-        {"fetch 31", {0, 0}, 3, fetch, {"closed the connection after 0 of 2 replies"}},
+        {"--json fetch 31", {}, 4, fetch, {"\"error\":{\"kind\":\"dropped\""}},
+        {"fetch 31", {0, 0}, 3, fetch, {"closed the connection after 0 of 1 replies"}},
+        {"fetch 30 31",
+         words ({-1}),
+         3,
+         words ({2, 2, 30, 51, 4096, 0, 31, 51, 4096, 0}),
+         {"30    line error", "31    not answered", "after 1 of 2 replies"}},
         {"run 3 51 --id 9", words ({8, 3}), 3, run, {"after 0 of 1 replies"}},
-        {"--json fetch 31",
-         words ({INT32_MAX}) + bytes_t (4096, 1) + words ({-99}),
-         1,
+        {"--json --timeout 0.3 fetch 31",
+         words ({INT32_MAX}) + bytes_t (4096, 1),
+         3,
          fetch,
-         {"\"result\":2147483647", "\"length\":4094", "\"unknown result -99\""}},
+         {"\"result\":2147483647", "\"length\":4094", "\"raw_state\":\"not asked\""}},
         {"--id -7 batch - <<E\n3 5 --tx 0a --rx 2\n4 -6 --tx 0b0c --rx 0\nclaim\nE",
          words ({3}) + two_bytes + words ({-2, -1}),
          1,
@@ -300,17 +316,14 @@ TEST (program, sends_one_batch_and_tells_what_became_of_it)
          {"slot 3 command 5: 3 bytes received, 2 fetched\n    0000  ff 22 ",
           "slot 4 command -6: failed (-2)", "claim: refused (-1), another id holds the bus"}},
         {"--id 0 claim", words ({1}), 0, words ({0, 1, 0, 1, 0, 0}), {"id 0 holds nothing"}},
-        {"fetch 0 2 --types A=byte",
-         words ({-1, -2, -3, -4}),
+        {"fetch 0 2-5 --types A=byte",
+         words ({-1, -2, -3, -4, -10}),
          1,
-         words ({2, 4, 0, 51, 4096, 0, 2, 51, 4096, 0, 0, 83, 4096, 0, 2, 83, 4096, 0}),
-         {"line error", "no such slot, or line low", "no card, or silent", "wrong address"}},
-        {"--json=true fetch 31",
-         words ({2}) + bytes_t{1, 0xFF} + words ({-3}),
-         1,
-         fetch,
-         {"\"types_hex\":\"ff\"", "\"raw_meaning\":\"the request went out"}},
-        {"fetch 31", words ({-10, 0}), 1, fetch, {"not sent"}},
+         words ({2,  5,    0, 51, 4096, 0,    2, 51, 4096, 0,    3,
+                 51, 4096, 0, 4,  51,   4096, 0, 5,  51,   4096, 0}),
+         {"line error", "no such slot, or line low", "no card, or silent", "wrong address",
+          "not sent"}},
+        {"fetch 31", words ({-3}), 1, fetch, {"no card"}},
     };
     for (const case_t &c : cases) {
         bytes_t sent;

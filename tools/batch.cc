@@ -96,8 +96,8 @@ static q5_scan_request_t send_request (const words_t &words)
     if (at < words.size ()) {
         line_failure ("'" + words[at] + "' is not expected here");
     }
-    return q5_scan_short_request (parse_slot (words[1]), parse_number ("FIRST", words[2], 0, 255),
-                                  parse_number ("SECOND", words[3], 0, 255),
+    return q5_scan_short_request (parse_slot (words[1]), parse_plain_byte ("FIRST", words[2]),
+                                  parse_plain_byte ("SECOND", words[3]),
                                   parse_bytes ("BYTES", unquoted (bytes), Q5_SCAN_MAX_SHORT));
 }
 

@@ -7,16 +7,11 @@
 #include <functional>
 #include <string>
 
-// What stands before or behind the command.
-struct globals_t {
-    q5_scan_settings_t settings;
-    bool as_json = false;
-};
-
 // What the chosen command does, set by the parser; its name is in `name`.
 struct choice_t {
     std::string name;
     std::function<report_t ()> work;
+    bool uses_daemon = false;
 };
 
 // Adds every command to `app`. Parsing sets `choice`; `globals` is read when its work runs.

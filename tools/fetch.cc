@@ -1,46 +1,69 @@
 #include "tools/fetch.h"
 
 #include "scan/q5_scan_result.h"
-#include "tools/parse.h"
 #include "tools/session.h"
 #include "tools/types.h"
 
 #include <algorithm>
-#include <set>
+#include <map>
 
 constexpr size_t most_field_text = 60; // characters of one field in a row
 constexpr size_t most_raw_bytes = 16;
 
-std::vector<int32_t> parse_slots (const std::vector<std::string> &texts)
+// Slots without a code on the bus.
+static bool is_no_slot (int32_t slot)
 {
-    std::set<int32_t> slots;
-    for (const std::string &text : texts) {
-        slots.insert (parse_slot (text));
-    }
-    for (int32_t slot = 0; texts.empty () && slot < Q5_SCAN_NUM_SLOTS; slot++) {
-        slots.insert (slot);
-    }
-    return {slots.begin (), slots.end ()};
+    return slot == 21 || slot == 22 || slot == 25 || slot == 26 || slot == 31;
 }
 
-std::vector<slot_report_t> fetch_slots (const q5_scan_settings_t &settings,
-                                        const std::vector<int32_t> &slots,
-                                        const q5_scan_types_t &types)
+bool slot_report_t::is_empty () const
 {
-    std::vector<q5_scan_request_t> replies;
+    return typed_result == Q5_SCAN_NO_ANSWER ||
+           (typed_result == Q5_SCAN_NO_SLOT && is_no_slot (slot));
+}
+
+static bool is_damage (std::optional<int32_t> result)
+{
+    return result && *result < 0 && *result != Q5_SCAN_NO_ANSWER;
+}
+
+bool slot_report_t::is_damaged () const
+{
+    bool is_failed = is_damage (typed_result) || is_damage (raw_result);
+    return (is_failed && !is_empty ()) || !message.adds_up ();
+}
+
+fetched_t fetch_slots (const q5_scan_settings_t &settings, const std::vector<int32_t> &slots,
+                       const q5_scan_types_t &types, const on_slot_t &on_slot)
+{
+    fetched_t fetched;
+    std::map<int32_t, size_t> places;
+    for (int32_t slot : slots) {
+        places[slot] = fetched.slots.size ();
+        fetched.slots.push_back ({slot, {}, {}});
+    }
     q5_scan_fetch_t fetch;
     fetch.slots = slots;
-    q5_scan_outcome_t outcome = q5_scan_fetch (settings, fetch, replies);
+    fetch.only_answering = true;
+    auto take = [&] (const q5_scan_request_t &reply) {
+        slot_report_t &slot = fetched.slots[places[reply.slot]];
+        if (reply.command == Q5_SCAN_GET_TYPED) {
+            slot.typed_result = reply.result;
+            slot.message = q5_scan_decode (reply.rx.data (), reply.rx.size (), types);
+        } else {
+            slot.raw_result = reply.result;
+            slot.raw = reply.rx;
+        }
+        if (on_slot) {
+            on_slot (fetched.slots, slot);
+        }
+    };
+    std::vector<q5_scan_request_t> replies;
+    q5_scan_outcome_t outcome = q5_scan_fetch (settings, fetch, replies, take);
     if (!outcome.answered ()) {
-        throw failure_of (outcome);
+        fetched.failure = failure_of (outcome);
     }
-    std::vector<slot_report_t> reports;
-    for (size_t i = 0; i < slots.size (); i++) {
-        const q5_scan_request_t &typed = replies[i], &raw = replies[slots.size () + i];
-        reports.push_back ({slots[i], typed.result, raw.result,
-                            q5_scan_decode (typed.rx.data (), typed.rx.size (), types), raw.rx});
-    }
-    return reports;
+    return fetched;
 }
 
 static std::string fields_text (const q5_scan_message_t &message, size_t limit)
@@ -67,9 +90,11 @@ static std::string fields_text (const q5_scan_message_t &message, size_t limit)
 // The raw block as two cells: hex, and the characters beside it.
 static row_t raw_cells (const slot_report_t &slot, bool full)
 {
-    if (slot.raw_result < 0) {
-        bool is_told = slot.raw_result == slot.typed_result;
-        return {is_told ? "-" : "(" + q5_scan_describe (slot.raw_result).state + ")", ""};
+    if (!slot.raw_result) {
+        return {"-", ""};
+    }
+    if (*slot.raw_result < 0) {
+        return {"(" + q5_scan_describe (*slot.raw_result).state + ")", ""};
     }
     size_t size = full ? slot.raw.size () : std::min (slot.raw.size (), most_raw_bytes);
     std::string more;
@@ -80,11 +105,21 @@ static row_t raw_cells (const slot_report_t &slot, bool full)
     return {hex (first) + more, characters (first.data (), size)};
 }
 
-static row_t row_of (const slot_report_t &slot, bool full)
+static std::string state_of (std::optional<int32_t> result, const char *unknown)
 {
-    row_t row = {std::to_string (slot.slot), q5_scan_describe (slot.typed_result).state, "-", "-",
+    return result ? q5_scan_describe (*result).state : unknown;
+}
+
+row_t heading ()
+{
+    return {"SLOT", "STATE", "LENGTH", "TYPES", "FIELDS", "RAW", "TEXT"};
+}
+
+row_t row_of (const slot_report_t &slot, bool full)
+{
+    row_t row = {std::to_string (slot.slot), state_of (slot.typed_result, "not answered"), "-", "-",
                  "-"};
-    if (slot.typed_result >= 0) {
+    if (slot.typed_result && *slot.typed_result >= 0) {
         row[2] = std::to_string (slot.message.length);
         row[3] = printable (slot.message.letters);
         row[4] = fields_text (slot.message, full ? 0 : most_field_text);
@@ -94,22 +129,18 @@ static row_t row_of (const slot_report_t &slot, bool full)
     return row;
 }
 
-std::vector<row_t> rows_of (const std::vector<slot_report_t> &slots, bool full)
+// What a failure means, as in the outcome of a single request.
+static void add_meaning (json_t &object, std::optional<int32_t> result, const std::string &prefix)
 {
-    std::vector<row_t> rows = {{"SLOT", "STATE", "LENGTH", "TYPES", "FIELDS", "RAW", "TEXT"}};
-    for (const slot_report_t &slot : slots) {
-        rows.push_back (row_of (slot, full));
+    if (result && *result < 0) {
+        object[prefix + "meaning"] = q5_scan_describe (*result).meaning;
+        object[prefix + "look_at"] = q5_scan_describe (*result).look_at;
     }
-    return rows;
 }
 
-// What a failure means, as in the outcome of a single request.
-static void add_meaning (json_t &object, int32_t result, const std::string &prefix)
+static json_t json_of (std::optional<int32_t> result)
 {
-    if (result < 0) {
-        object[prefix + "meaning"] = q5_scan_describe (result).meaning;
-        object[prefix + "look_at"] = q5_scan_describe (result).look_at;
-    }
+    return result ? json_t (*result) : json_t ();
 }
 
 static json_t json_of (const slot_report_t &slot)
@@ -130,16 +161,16 @@ static json_t json_of (const slot_report_t &slot)
     bytes_t letter_bytes (letters.begin (), letters.end ());
     json_t object = {
         {"slot", slot.slot},
-        {"state", q5_scan_describe (slot.typed_result).state},
-        {"result", slot.typed_result},
+        {"state", state_of (slot.typed_result, "not answered")},
+        {"result", json_of (slot.typed_result)},
         {"length", slot.message.length},
         {"types", letters},
         {"types_hex", hex_digits (letter_bytes.data (), letter_bytes.size ())},
         {"fields", fields},
         {"problem", problem},
         {"left_hex", hex_digits (slot.message.left.data (), slot.message.left.size ())},
-        {"raw_state", q5_scan_describe (slot.raw_result).state},
-        {"raw_result", slot.raw_result},
+        {"raw_state", state_of (slot.raw_result, "not asked")},
+        {"raw_result", json_of (slot.raw_result)},
         {"raw_hex", hex_digits (slot.raw.data (), slot.raw.size ())},
         {"raw_text", characters (slot.raw.data (), slot.raw.size ())}};
     add_meaning (object, slot.typed_result, "");
@@ -147,24 +178,16 @@ static json_t json_of (const slot_report_t &slot)
     return object;
 }
 
-static int status_of (const std::vector<slot_report_t> &slots)
+report_t report_of (const fetched_t &fetched, bool must_answer, bool only_present)
 {
-    bool failed = std::any_of (slots.begin (), slots.end (), [] (const slot_report_t &slot) {
-        return slot.typed_result < 0 || slot.raw_result < 0;
-    });
-    return failed ? status_failed : status_ok;
-}
-
-report_t report_of (const std::vector<slot_report_t> &slots, const std::vector<row_t> &rows)
-{
-    report_t report;
-    report.status = status_of (slots);
-    for (const std::string &line : table_lines (rows)) {
-        report.text += line + "\n";
-    }
+    report_t report = fetched.failure ? report_of (*fetched.failure) : report_t ();
     report.json["slots"] = json_t::array ();
-    for (const slot_report_t &slot : slots) {
-        report.json["slots"].push_back (json_of (slot));
+    for (const slot_report_t &slot : fetched.slots) {
+        if (!only_present || !slot.is_empty ()) {
+            report.json["slots"].push_back (json_of (slot));
+        }
+        bool is_wrong = slot.is_damaged () || (must_answer && slot.is_empty ());
+        report.status = is_wrong && !report.failure ? status_failed : report.status;
     }
     return report;
 }

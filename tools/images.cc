@@ -155,7 +155,7 @@ static void dump_json (const std::string &path, const uint8_t *bytes, size_t siz
     report_t report;
     report.json["file"] = path;
     report.json["size"] = size;
-    std::string line = json_line ("dump", report);
+    std::string line = json_line ({"dump"}, report);
     line.resize (line.rfind ('}'));
     fputs ((line + ",\"data_hex\":\"").c_str (), stdout);
     for (size_t at = 0; at < size && !ferror (stdout); at += bytes_at_once) {

@@ -87,29 +87,34 @@ std::string shortened (const std::string &text, size_t limit)
     return text.substr (0, limit) + "... " + std::to_string (text.size () - limit) + " more";
 }
 
-static std::vector<size_t> column_widths (const std::vector<row_t> &rows)
+void table_t::widen (const row_t &row)
 {
-    std::vector<size_t> widths;
-    for (const row_t &row : rows) {
-        widths.resize (std::max (widths.size (), row.size ()));
-        for (size_t i = 0; i < row.size (); i++) {
-            widths[i] = std::max (widths[i], row[i].size ());
-        }
+    widths.resize (std::max (widths.size (), row.size ()));
+    for (size_t i = 0; i < row.size (); i++) {
+        widths[i] = std::max (widths[i], row[i].size ());
     }
-    return widths;
+}
+
+std::string table_t::line (const row_t &row)
+{
+    widen (row);
+    std::string line;
+    for (size_t i = 0; i < row.size (); i++) {
+        line += row[i] + std::string (widths[i] - row[i].size () + 2, ' ');
+    }
+    line.erase (line.find_last_not_of (' ') + 1);
+    return line;
 }
 
 std::vector<std::string> table_lines (const std::vector<row_t> &rows)
 {
-    std::vector<size_t> widths = column_widths (rows);
+    table_t table;
+    for (const row_t &row : rows) {
+        table.widen (row);
+    }
     std::vector<std::string> lines;
     for (const row_t &row : rows) {
-        std::string line;
-        for (size_t i = 0; i < row.size (); i++) {
-            line += row[i] + std::string (widths[i] - row[i].size () + 2, ' ');
-        }
-        line.erase (line.find_last_not_of (' ') + 1);
-        lines.push_back (line);
+        lines.push_back (table.line (row));
     }
     return lines;
 }

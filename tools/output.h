@@ -27,6 +27,18 @@ std::string hex_lines (const bytes_t &bytes);
 // The first `limit` characters; a longer text ends in how many more there are. 0: no limit.
 std::string shortened (const std::string &text, size_t limit);
 
-// Lines of columns as wide as their widest cell, two blanks apart; the first row is the heading.
 using row_t = std::vector<std::string>;
+
+// Columns two blanks apart, each as wide as its widest cell so far. For a table that is shown row
+// by row, rows that are known to come may widen it first.
+class table_t {
+  public:
+    void widen (const row_t &row);
+    std::string line (const row_t &row); // without the newline
+
+  private:
+    std::vector<size_t> widths;
+};
+
+// A whole table; the first row is the heading.
 std::vector<std::string> table_lines (const std::vector<row_t> &rows);

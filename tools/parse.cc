@@ -4,6 +4,8 @@
 #include "tools/report.h"
 
 #include <charconv>
+#include <math.h>
+#include <set>
 #include <sstream>
 #include <string.h>
 
@@ -58,6 +60,60 @@ int32_t parse_slot (const std::string &text)
 int32_t parse_word (const std::string &name, const std::string &text)
 {
     return parse_number (name, text, INT32_MIN, INT32_MAX);
+}
+
+// "3" or "3-7".
+static void add_slots (const std::string &text, std::set<int32_t> *slots)
+{
+    size_t dash = text.find ('-', 1);
+    int32_t first = parse_slot (text.substr (0, dash));
+    int32_t last = dash == text.npos ? first : parse_slot (text.substr (dash + 1));
+    if (last < first) {
+        usage_failure ("slots " + shown_value (text) + " end before they begin",
+                       "Give the lower slot first: 3-7.");
+    }
+    for (int32_t slot = first; slot <= last; slot++) {
+        slots->insert (slot);
+    }
+}
+
+std::vector<int32_t> parse_slots (const std::vector<std::string> &texts)
+{
+    std::set<int32_t> slots;
+    for (const std::string &text : texts) {
+        std::istringstream parts (text + ",");
+        for (std::string part; std::getline (parts, part, ',');) {
+            add_slots (part, &slots);
+        }
+    }
+    if (texts.empty ()) {
+        add_slots ("0-31", &slots);
+    }
+    return {slots.begin (), slots.end ()};
+}
+
+uint8_t parse_plain_byte (const std::string &name, const std::string &text)
+{
+    uint8_t value = static_cast<uint8_t> (parse_number (name, text, 0, 255));
+    if (text.size () > 1 && !begins_with_0x (text)) {
+        usage_failure (name + " " + shown_value (text) + " could be meant as decimal or as hex",
+                       "Give it in 0x form: 0x" + hex_digits (&value, 1) + " is decimal " +
+                           std::to_string (value) + ".");
+    }
+    return value;
+}
+
+std::chrono::milliseconds parse_seconds (const std::string &name, const std::string &text,
+                                         int32_t most)
+{
+    double seconds = 0;
+    const char *end = text.data () + text.size ();
+    auto [stop, error] = std::from_chars (text.data (), end, seconds);
+    if (error != std::errc () || stop != end || !(seconds >= 0 && seconds <= most)) {
+        usage_failure (name + " " + shown_value (text) + " is no number of seconds",
+                       "Give seconds from 0 to " + std::to_string (most) + ", for example 0.5.");
+    }
+    return std::chrono::milliseconds (static_cast<int64_t> (ceil (seconds * 1000)));
 }
 
 static int digit_value (char c)

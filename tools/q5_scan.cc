@@ -3,14 +3,43 @@
 #include "tools/commands.h"
 #include "tools/parse.h"
 
+#include <algorithm>
 #include <new>
+#include <optional>
+#include <set>
 #include <signal.h>
+#include <stdlib.h>
 #include <string.h>
 
 static const char *const exit_statuses =
     "Numbers are decimal or 0x; bytes are hex, with or without blanks.\n"
+    "Q5_SCAN_HOST, Q5_SCAN_PORT and Q5_SCAN_ID stand for options that are not given.\n"
     "Exit status: 0 every request succeeded, 1 a request failed, 2 wrong usage, 3 no connection,\n"
-    "4 the daemon dropped the batch.";
+    "4 the daemon dropped the batch; hold ends with the status of its command.";
+
+constexpr int32_t most_seconds = 86400;
+
+// The words behind "hold" are another program's, dashes included. Returns where they begin; `argc`
+// when there are none.
+static int begin_of_held (int argc, char **argv)
+{
+    const std::set<std::string> with_value = {"--host", "--port", "--id", "--timeout", "--wait"};
+    bool is_hold = false;
+    for (int i = 1; i < argc; i++) {
+        std::string word = argv[i];
+        if (with_value.count (word) > 0) {
+            i++;
+        } else if (is_hold && (word == "--" || word[0] != '-')) {
+            return i;
+        } else if (word[0] != '-') {
+            is_hold = word == "hold";
+            if (!is_hold) {
+                break;
+            }
+        }
+    }
+    return argc;
+}
 
 // Before the words are parsed: an error in them is told as JSON too.
 static bool wants_json (int argc, char **argv)
@@ -23,13 +52,64 @@ static bool wants_json (int argc, char **argv)
     return false;
 }
 
-static report_t run (const choice_t &choice, globals_t &globals, const std::string &port,
-                     const std::string &id)
+// The options of all commands, as they are typed.
+struct options_t {
+    std::optional<std::string> host, port, id, timeout, wait;
+};
+
+// What an option says, or else the environment, whose variable `name` then is.
+static std::optional<std::string> value_of (const std::optional<std::string> &text,
+                                            const char *variable, std::string *name)
 {
-    globals.settings.port = parse_number ("--port", port, 1, 65535);
-    globals.settings.id = parse_word ("--id", id);
-    check_host (globals.settings.host);
-    return choice.work ();
+    const char *value = getenv (variable);
+    if (text || !value || !*value) {
+        return text;
+    }
+    *name = variable;
+    return value;
+}
+
+static void take_times (const options_t &options, q5_scan_settings_t &settings)
+{
+    if (options.timeout) {
+        settings.connect_timeout = parse_seconds ("--timeout", *options.timeout, most_seconds);
+        settings.reply_timeout = settings.connect_timeout;
+    }
+    if (options.wait) {
+        settings.wait = parse_seconds ("--wait", *options.wait, most_seconds);
+    }
+}
+
+static void take (const options_t &options, globals_t &globals)
+{
+    q5_scan_settings_t &settings = globals.settings;
+    std::string name = "--host";
+    settings.host = value_of (options.host, "Q5_SCAN_HOST", &name).value_or (settings.host);
+    check_host (settings.host);
+    if (auto port = value_of (options.port, "Q5_SCAN_PORT", &(name = "--port"))) {
+        settings.port = parse_number (name, *port, 1, 65535);
+    }
+    if (auto id = value_of (options.id, "Q5_SCAN_ID", &(name = "--id"))) {
+        settings.id = parse_word (name, *id);
+        globals.has_id = true;
+    }
+    take_times (options, settings);
+}
+
+static void add_options (CLI::App &app, options_t &options, globals_t &globals)
+{
+    app.add_option ("--host", options.host, "where the daemon runs (default 127.0.0.1)")
+        ->type_name ("HOST");
+    app.add_option ("--port", options.port, "its TCP port (default 1971)")->type_name ("PORT");
+    app.add_option ("--id", options.id, "the client id that the batch carries (default 2)")
+        ->type_name ("ID");
+    app.add_option ("--timeout", options.timeout,
+                    "give up when the connection or a reply takes longer (default: never)")
+        ->type_name ("SECONDS");
+    app.add_option ("--wait", options.wait,
+                    "try again for so long while another id holds the bus (default 0)")
+        ->type_name ("SECONDS");
+    app.add_flag ("--json", globals.as_json, "tell the outcome as one JSON object");
 }
 
 static std::string name_of_command (const CLI::App &app)
@@ -51,20 +131,15 @@ static std::string what_is_wrong (const CLI::App &app, const CLI::ParseError &e)
 static report_t parse_and_run (CLI::App &app, int argc, char **argv, choice_t &choice,
                                globals_t &globals)
 {
-    std::string port = std::to_string (globals.settings.port);
-    std::string id = std::to_string (globals.settings.id);
-    app.add_option ("--host", globals.settings.host, "where the daemon runs (default 127.0.0.1)")
-        ->type_name ("HOST");
-    app.add_option ("--port", port, "its TCP port (default 1971)")->type_name ("PORT");
-    app.add_option ("--id", id, "the client id that the batch carries (default 2)")
-        ->type_name ("ID");
-    app.add_flag ("--json", globals.as_json, "tell the outcome as one JSON object");
+    options_t options;
+    add_options (app, options, globals);
     add_bus_commands (app, globals, choice);
     add_chassis_commands (app, globals, choice);
     add_image_commands (app, globals, choice);
     try {
         app.parse (argc, argv);
-        return run (choice, globals, port, id);
+        take (options, globals);
+        return choice.work ();
     } catch (CLI::Success &help) {
         app.exit (help);
         report_t report;
@@ -88,6 +163,10 @@ int main (int argc, char **argv)
     signal (SIGPIPE, SIG_IGN);
     globals_t globals;
     choice_t choice;
+    int held = begin_of_held (argc, argv);
+    bool has_mark = held < argc && strcmp (argv[held], "--") == 0;
+    globals.held_command.assign (argv + std::min (held + has_mark, argc), argv + argc);
+    argc = held;
     CLI::App app ("Talks to the q5-scan daemon from a shell.", "q5_scan");
     app.set_version_flag ("--version", "q5_scan " Q5_SCAN_VERSION);
     app.require_subcommand (1);
@@ -97,5 +176,6 @@ int main (int argc, char **argv)
     app.get_formatter ()->label ("REQUIRED", "");
     app.get_formatter ()->label ("TEXT", "");
     report_t report = parse_and_run (app, argc, argv, choice, globals);
-    return print (choice.name, report, globals.as_json || wants_json (argc, argv));
+    origin_t origin = choice.uses_daemon ? origin_of (choice.name, globals) : origin_t{choice.name};
+    return print (origin, report, globals.as_json || wants_json (argc, argv));
 }

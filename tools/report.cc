@@ -2,9 +2,11 @@
 
 #include "tools/output.h"
 
+#include <chrono>
 #include <errno.h>
 #include <stdio.h>
 #include <string.h>
+#include <time.h>
 
 void usage_failure (const std::string &what, const std::string &advice)
 {
@@ -28,18 +30,40 @@ static const char *kind_of (int status)
         return "no connection";
     case status_dropped:
         return "dropped";
+    case status_interrupted:
+        return "interrupted";
     default:
         return "failed";
     }
 }
 
-std::string json_line (const std::string &command, const report_t &report)
+// Now, in UTC: 2026-01-31T12:34:56.789Z.
+static std::string time_text ()
+{
+    using namespace std::chrono;
+    auto now = system_clock::now ();
+    time_t seconds = system_clock::to_time_t (now);
+    int fraction = duration_cast<milliseconds> (now.time_since_epoch ()).count () % 1000;
+    tm parts = {};
+    gmtime_r (&seconds, &parts);
+    char day[32], text[40];
+    strftime (day, sizeof (day), "%Y-%m-%dT%H:%M:%S", &parts);
+    snprintf (text, sizeof (text), "%s.%03dZ", day, fraction);
+    return text;
+}
+
+std::string json_line (const origin_t &origin, const report_t &report)
 {
     json_t object;
-    object["command"] = command.empty () ? json_t () : json_t (command);
+    object["command"] = origin.command.empty () ? json_t () : json_t (origin.command);
     object["ok"] = report.status == status_ok;
     object["exit_status"] = report.status;
+    object["time"] = time_text ();
+    object.update (origin.place);
     object.update (report.json);
+    if (!report.note.empty ()) {
+        object["note"] = report.note;
+    }
     if (report.failure) {
         object["error"] = {{"kind", kind_of (report.failure->status)},
                            {"message", report.failure->what},
@@ -57,19 +81,29 @@ static int flush_output (int status)
     return status == status_ok ? status_failed : status;
 }
 
-int print (const std::string &command, const report_t &report, bool as_json)
+static void complain (const report_t &report)
 {
-    if (as_json && !report.printed) {
-        fputs (json_line (command, report).c_str (), stdout);
-    } else if (!as_json) {
-        fputs (report.text.c_str (), stdout);
+    if (!report.note.empty ()) {
+        fprintf (stderr, "q5_scan: note: %s\n", printable (report.note).c_str ());
     }
-    int status = flush_output (report.status);
-    if (report.failure && !as_json) {
+    if (report.failure) {
         fprintf (stderr, "q5_scan: %s\n", printable (report.failure->what).c_str ());
         if (!report.failure->advice.empty ()) {
             fprintf (stderr, "  %s\n", printable (report.failure->advice).c_str ());
         }
+    }
+}
+
+int print (const origin_t &origin, const report_t &report, bool as_json)
+{
+    if (as_json && !report.printed) {
+        fputs (json_line (origin, report).c_str (), stdout);
+    } else if (!as_json) {
+        fputs (report.text.c_str (), stdout);
+    }
+    int status = flush_output (report.status);
+    if (!as_json) {
+        complain (report);
     }
     return status;
 }

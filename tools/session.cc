@@ -3,6 +3,13 @@
 #include "net/kp_server.h"
 #include "tools/results.h"
 
+#include <stdio.h>
+
+origin_t origin_of (const std::string &command, const globals_t &globals)
+{
+    return {command, {{"host", globals.settings.host}, {"port", globals.settings.port}}};
+}
+
 void check_host (const std::string &host)
 {
     if (host.empty () || host.size () >= KP_HOST_SIZE) {
@@ -26,10 +33,8 @@ static std::string advice_for (q5_scan_state_t state)
     case q5_scan_state_t::timed_out_connecting:
         return "See whether q5_scand runs there, and whether --host and --port name it.";
     case q5_scan_state_t::dropped:
-        return "Wait until the holder releases the bus, or be the holder with --id ID. If nobody "
-               "holds it, see whether q5_scand still runs and what it said.";
-    case q5_scan_state_t::cancelled:
-        return "";
+        return "Wait until the holder releases the bus (--wait SECONDS), or be the holder with "
+               "--id ID. If nobody holds it, see whether q5_scand still runs and what it said.";
     default:
         return "The requests behind those may have run or not. See whether q5_scand still runs.";
     }
@@ -37,26 +42,71 @@ static std::string advice_for (q5_scan_state_t state)
 
 failure_t failure_of (const q5_scan_outcome_t &outcome)
 {
+    if (outcome.state == q5_scan_state_t::cancelled) {
+        return {status_interrupted,
+                "interrupted after " + std::to_string (outcome.num_replies) + " replies",
+                "The requests behind those may have run or not."};
+    }
     bool is_dropped = outcome.state == q5_scan_state_t::dropped;
     return {is_dropped ? status_dropped : status_no_connection, outcome.text,
             advice_for (outcome.state)};
 }
 
-report_t run_requests (const q5_scan_settings_t &settings, std::vector<q5_scan_request_t> requests)
+// The whole exchange, until Ctrl-C; the requests tell what was answered.
+static report_t exchange (const globals_t &globals, std::vector<q5_scan_request_t> &requests,
+                          const q5_scan_on_reply_t &on_reply)
 {
-    q5_scan_outcome_t outcome = q5_scan_exchange (settings, requests);
-    report_t report;
+    interrupt_t interrupt;
+    q5_scan_settings_t settings = globals.settings;
+    settings.cancel_fd = interrupt.fd ();
+    q5_scan_outcome_t outcome = q5_scan_exchange (settings, requests, on_reply);
+    return outcome.answered () ? report_t () : report_of (failure_of (outcome));
+}
+
+report_t run_requests (const globals_t &globals, std::vector<q5_scan_request_t> requests)
+{
+    report_t report = exchange (globals, requests, [&globals] (q5_scan_request_t &request) {
+        if (!globals.as_json) {
+            fputs (text_of (request, globals.settings.id).c_str (), stdout);
+            fflush (stdout);
+        }
+    });
     report.json["requests"] = json_t::array ();
     for (const q5_scan_request_t &request : requests) {
         if (request.answered) {
-            report.text += text_of (request, settings.id);
             report.json["requests"].push_back (json_of (request));
-            report.status = request.result < 0 ? status_failed : report.status;
+            bool is_worst = request.result < 0 && !report.failure;
+            report.status = is_worst ? status_failed : report.status;
         }
     }
-    if (!outcome.answered ()) {
-        report.failure = failure_of (outcome);
-        report.status = report.failure->status;
+    return report;
+}
+
+report_t run_raw (const globals_t &globals, const q5_scan_request_t &request)
+{
+    if (globals.as_json) {
+        usage_failure ("--raw and --json ask for two forms of the same answer",
+                       "Give one of them.");
+    }
+    std::vector<q5_scan_request_t> requests = {request};
+    report_t report = exchange (globals, requests, {});
+    const q5_scan_request_t &reply = requests.front ();
+    if (reply.answered && reply.result < 0) {
+        q5_scan_meaning_t m = q5_scan_describe (reply);
+        return report_of ({status_failed,
+                           "failed (" + std::to_string (reply.result) + "), " + m.meaning,
+                           "Look at: " + m.look_at});
+    }
+    fwrite (reply.rx.data (), 1, reply.rx.size (), stdout);
+    return report;
+}
+
+report_t run_claim (const globals_t &globals)
+{
+    report_t report = run_requests (globals, {q5_scan_claim_request ()});
+    if (report.status == status_ok && !globals.has_id) {
+        report.note = "every program that names no id is id 2 too, so this claim does not keep it "
+                      "out: give --id ID, or use q5_scan hold";
     }
     return report;
 }

@@ -2,11 +2,23 @@
 #pragma once
 
 #include "scan/q5_scan_batch.h"
+#include "tools/interrupt.h"
 #include "tools/report.h"
 
 #include <stdint.h>
 #include <string>
 #include <vector>
+
+// What stands before or behind the command.
+struct globals_t {
+    q5_scan_settings_t settings;
+    bool as_json = false;
+    bool has_id = false;                   // named one, by option or environment
+    std::vector<std::string> held_command; // what hold runs, with its arguments
+};
+
+// Where a command that talks to the daemon reports from.
+origin_t origin_of (const std::string &command, const globals_t &globals);
 
 // Throws failure_t for a host that cannot be one.
 void check_host (const std::string &host);
@@ -17,6 +29,14 @@ int32_t usual_rxlen (int32_t command);
 // How an outcome other than an answer is told.
 failure_t failure_of (const q5_scan_outcome_t &outcome);
 
-// Sends the requests as one batch and reports those that were answered. Throws exception_t, before
-// anything is sent, when the daemon would refuse the batch.
-report_t run_requests (const q5_scan_settings_t &settings, std::vector<q5_scan_request_t> requests);
+// Sends the requests as one batch and reports those that were answered: for a person, each is
+// written as it arrives. Ctrl-C ends the wait. Throws exception_t, before anything is sent, when
+// the daemon would refuse the batch.
+report_t run_requests (const globals_t &globals, std::vector<q5_scan_request_t> requests);
+
+// Sends one request and writes what was received to standard output, byte for byte; a request that
+// fails is the report's failure.
+report_t run_raw (const globals_t &globals, const q5_scan_request_t &request);
+
+// Claims, and says so where the claim keeps nobody out.
+report_t run_claim (const globals_t &globals);

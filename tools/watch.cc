@@ -3,20 +3,7 @@
 #include "tools/terminal.h"
 
 #include <algorithm>
-#include <charconv>
 #include <stdio.h>
-
-double parse_interval (const std::string &text)
-{
-    double seconds = 0;
-    const char *end = text.data () + text.size ();
-    auto [stop, error] = std::from_chars (text.data (), end, seconds);
-    if (error != std::errc () || stop != end || !(seconds >= 0 && seconds <= 3600)) {
-        usage_failure ("--interval '" + printable (text) + "' is no number of seconds",
-                       "Give seconds from 0 to 3600, for example 0.5.");
-    }
-    return seconds;
-}
 
 std::vector<std::string> marked_lines (const std::vector<row_t> &before,
                                        const std::vector<row_t> &rows)
@@ -33,21 +20,33 @@ std::vector<std::string> marked_lines (const std::vector<row_t> &before,
     return table_lines (marked);
 }
 
+static std::vector<row_t> rows_of (const fetched_t &fetched, const watch_options_t &options)
+{
+    std::vector<row_t> rows = {heading ()};
+    for (const slot_report_t &slot : fetched.slots) {
+        if (!options.only_present || !slot.is_empty ()) {
+            rows.push_back (row_of (slot, options.full));
+        }
+    }
+    return rows;
+}
+
 namespace {
 
 // What goes on between the first round and the last.
 class watcher_t {
   public:
-    watcher_t (const q5_scan_settings_t &settings, const watch_options_t &options)
-        : settings (settings), options (options)
+    watcher_t (const globals_t &globals, const watch_options_t &options)
+        : globals (globals), options (options)
     {
-        this->settings.cancel_fd = terminal.interrupted_fd ();
+        this->globals.settings.cancel_fd = interrupt.fd ();
     }
     report_t run ();
 
   private:
-    q5_scan_settings_t settings;
+    globals_t globals;
     const watch_options_t &options;
+    interrupt_t interrupt;
     terminal_t terminal;
     std::vector<row_t> before;
     int32_t round = 0;
@@ -55,7 +54,7 @@ class watcher_t {
     void show (const report_t &report, const std::vector<row_t> &rows);
     bool is_last () const
     {
-        return terminal.interrupted () || ferror (stdout) ||
+        return interrupt.seen () || ferror (stdout) ||
                (options.count > 0 && round >= options.count);
     }
 };
@@ -65,17 +64,19 @@ class watcher_t {
 static std::string title_of (const q5_scan_settings_t &settings, int32_t round,
                              const report_t &report)
 {
-    return settings.host + ":" + std::to_string (settings.port) + "  round " +
+    return printable (settings.host) + ":" + std::to_string (settings.port) + "  round " +
            std::to_string (round) + (report.failure ? "  " + printable (report.failure->what) : "");
 }
 
 void watcher_t::show (const report_t &report, const std::vector<row_t> &rows)
 {
-    if (options.as_json) {
-        print ("watch", report, true);
+    if (globals.as_json) {
+        origin_t origin = origin_of ("watch", globals);
+        origin.place["round"] = round;
+        print (origin, report, true);
         return;
     }
-    std::vector<std::string> lines = {title_of (settings, round, report)};
+    std::vector<std::string> lines = {title_of (globals.settings, round, report)};
     if (!rows.empty ()) {
         std::vector<std::string> table = marked_lines (before, rows);
         lines.insert (lines.end (), table.begin (), table.end ());
@@ -88,35 +89,30 @@ report_t watcher_t::run ()
     report_t report;
     while (!is_last ()) {
         round++;
-        std::vector<row_t> rows = before;
-        report = {};
-        try {
-            std::vector<slot_report_t> slots = fetch_slots (settings, options.slots, options.types);
-            rows = rows_of (slots, options.full);
-            report = report_of (slots, rows);
-        } catch (failure_t &failure) {
-            if (terminal.interrupted ()) {
-                break;
-            }
-            if (round == 1) {
-                throw;
-            }
-            report = report_of (failure);
+        fetched_t fetched = fetch_slots (globals.settings, options.slots, options.types);
+        if (interrupt.seen ()) {
+            break;
         }
+        if (fetched.failure && round == 1) {
+            throw *fetched.failure;
+        }
+        report = fetched.failure ? report_of (*fetched.failure)
+                                 : report_of (fetched, options.must_answer, options.only_present);
+        std::vector<row_t> rows = fetched.failure ? before : rows_of (fetched, options);
         show (report, rows);
         before = rows;
         if (!is_last ()) {
-            terminal.pause (options.interval);
+            interrupt.pause (options.interval);
         }
     }
-    report.status = terminal.interrupted () ? status_ok : report.status;
+    report.status = interrupt.seen () ? status_ok : report.status;
     report.text.clear ();
     report.failure.reset ();
     report.printed = true;
     return report;
 }
 
-report_t watch (const q5_scan_settings_t &settings, const watch_options_t &options)
+report_t watch (const globals_t &globals, const watch_options_t &options)
 {
-    return watcher_t (settings, options).run ();
+    return watcher_t (globals, options).run ();
 }
