@@ -59,6 +59,10 @@ TEST_F (Launcher, StartsNothingWhenSomethingIsWrong)
         {launcher + "--file ''" + touch, 2, "--file: expected a path, found nothing"},
         {launcher + "--trace no/trace" + touch, 2, "no/trace: cannot be written: No such file"},
         {launcher + "--file good.toml --trace good.toml" + touch, 2, "is the chassis file"},
+        {launcher + "--file good.toml --vcd good.toml" + touch, 2, "is the chassis file"},
+        {launcher + "--trace one --vcd one" + touch, 2, "one: is the trace"},
+        {launcher + "--vcd -" + touch, 2, "expected a file of its own, found -"},
+        {"flock one " + launcher + "--vcd one" + touch, 2, "one: the waveform of a running"},
         {launcher + "--slow" + touch, 2, "not expected: --slow"},
         {launcher, 2, "no program to run"},
         {launcher + "-- no_such_program_here", 127, "no_such_program_here: No such file"},
@@ -88,9 +92,10 @@ TEST_F (Launcher, BecomesTheProgram)
     EXPECT_NE (example.find ("5       100  framing              51 (3), 83 (4)\n"),
                std::string::npos);
     EXPECT_EQ (example, run (launcher + "--check"));
-    EXPECT_EQ (run (launcher + "--file c.toml --trace trace --fast" + probe + " | sort"),
+    EXPECT_EQ (run (launcher + "--file c.toml --trace trace --vcd dump --fast" + probe + " | sort"),
                preload + "Q5_CHASSIS_FAST=1\nQ5_CHASSIS_FILE=" + folder +
-                   "/c.toml\nQ5_CHASSIS_TRACE=" + folder + "/trace\n");
+                   "/c.toml\nQ5_CHASSIS_TRACE=" + folder + "/trace\nQ5_CHASSIS_VCD=" + folder +
+                   "/dump\n");
     EXPECT_EQ (fs::file_size ("trace"), 0u);
     EXPECT_EQ (run ("Q5_CHASSIS_FAST=1 Q5_CHASSIS_FILE=x " + launcher + probe), preload)
         << "what is set from outside but not asked for does not get through";

@@ -49,6 +49,21 @@ void chassis_t::tell (const line_character_t &character)
     }
 }
 
+// A character is told of at its end: what began it is not settled before.
+void chassis_t::tell_settled ()
+{
+    uint64_t tick = now_;
+    if (transmitter_.current ()) {
+        tick = std::min (tick, transmitter_.current ()->start);
+    }
+    if (card_ && card_->current ()) {
+        tick = std::min (tick, card_->current ()->start);
+    }
+    for (chassis_observer_t *observer : observers_) {
+        observer->settled (tick);
+    }
+}
+
 // The driver
 
 std::optional<int32_t> chassis_t::driver_request (unsigned long request, uint32_t argument)
@@ -245,6 +260,7 @@ void chassis_t::run_until (uint64_t end)
         finish_what_ends (setup);
     }
     now_ = end;
+    tell_settled ();
 }
 
 // A character that the card has begun ends the idle time.

@@ -88,4 +88,5 @@ class chassis_t final : public register_file_t {
     void deliver_to_card (line_character_t character);
     void deliver_to_receiver (const line_character_t &character, const scc_setup_t &setup);
     void tell (const line_character_t &character);
+    void tell_settled ();
 };

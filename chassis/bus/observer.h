@@ -18,6 +18,9 @@ struct chassis_observer_t {
     virtual void pins (uint64_t /*tick*/, const bus_pins_t &) {}
     virtual void access (const access_t &) {}
     virtual void command (uint32_t /*word handed to the driver*/) {}
+    // Everything on the lines before `tick`, and on the pins up to it, has been told: no character
+    // that began earlier is still on its way.
+    virtual void settled (uint64_t /*tick*/) {}
 
   protected:
     ~chassis_observer_t () = default;

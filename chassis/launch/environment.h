@@ -3,4 +3,5 @@
 
 constexpr const char *FILE_VARIABLE = "Q5_CHASSIS_FILE";
 constexpr const char *TRACE_VARIABLE = "Q5_CHASSIS_TRACE";
+constexpr const char *VCD_VARIABLE = "Q5_CHASSIS_VCD";
 constexpr const char *FAST_VARIABLE = "Q5_CHASSIS_FAST";

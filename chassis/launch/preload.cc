@@ -1,6 +1,7 @@
 // The preloaded library's own part: makes the chassis that the environment asks for when the
 // program opens its first device.
 #include "chassis/bus/trace.h"
+#include "chassis/bus/waveform.h"
 #include "chassis/file/chassis_file.h"
 #include "chassis/file/chassis_watch.h"
 #include "chassis/launch/door.h"
@@ -11,6 +12,7 @@
 #include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 // The program cannot go on without its board.
@@ -47,6 +49,23 @@ static void add_trace (chassis_t &chassis, const std::string &path)
     chassis.observe (new trace_t (file, chassis.brgclk ()));
 }
 
+// Of programs that run in turn, the last one's dump is what stays.
+static void add_waveform (chassis_t &chassis, const std::string &path)
+{
+    if (path.empty ()) {
+        return;
+    }
+    int fd = moved_out_of_the_way (open (path.c_str (), O_WRONLY | O_CREAT | O_CLOEXEC, 0666));
+    if (fd < 0) {
+        fail (path + ": " + strerror (errno));
+    }
+    if (flock (fd, LOCK_EX | LOCK_NB) != 0) {
+        fail (path + ": the waveform of another program that runs goes there");
+    }
+    (void)!ftruncate (fd, 0); // fails on a pipe
+    chassis.observe (new waveform_t (fd, chassis.brgclk ()));
+}
+
 static chassis_t *play_file (const std::string &path)
 {
     auto *watch = new chassis_watch_t (path); // before the file is read: no edit gets lost between
@@ -65,6 +84,7 @@ static chassis_t *make_chassis ()
         std::string file = setting (FILE_VARIABLE);
         chassis_t *chassis = file.empty () ? new chassis_t (builtin_chassis ()) : play_file (file);
         add_trace (*chassis, setting (TRACE_VARIABLE));
+        add_waveform (*chassis, setting (VCD_VARIABLE));
         door_set_fast (!setting (FAST_VARIABLE).empty ());
         return chassis;
     } catch (const std::exception &error) {

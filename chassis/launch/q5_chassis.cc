@@ -13,6 +13,7 @@
 #include <iostream>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -25,6 +26,7 @@ static constexpr int not_found = 127;
 struct launch_t {
     std::string file;
     std::string trace;
+    std::string vcd;
     bool fast = false;
     bool example = false;
     bool check = false;
@@ -38,21 +40,32 @@ struct launch_error_t : std::runtime_error {
     int status;
 };
 
-// Leaves an empty trace behind, so that an old one is never taken for this run's.
-static void prepare_trace (const std::string &path, const std::string &chassis_file)
+// Leaves an empty file behind, so that an old one is never taken for this run's.
+static void prepare_output (const std::string &path, const std::string &other, const char *what)
 {
     if (path.empty () || path == "-") {
         return;
     }
     std::error_code none;
-    if (fs::equivalent (path, chassis_file, none)) {
-        throw launch_error_t (bad_request, path + ": is the chassis file; trace to another one");
+    if (fs::equivalent (path, other, none)) {
+        throw launch_error_t (bad_request, path + ": is " + what + "; write to another file");
     }
-    int fd = open (path.c_str (), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    int fd = open (path.c_str (), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
     if (fd < 0) {
         throw launch_error_t (bad_request, path + ": cannot be written: " + strerror (errno));
     }
+    if (flock (fd, LOCK_EX | LOCK_NB) != 0) {
+        throw launch_error_t (bad_request, path + ": the waveform of a running program goes there");
+    }
+    (void)!ftruncate (fd, 0); // fails on a pipe
     close (fd);
+}
+
+static void prepare_outputs (const launch_t &launch)
+{
+    prepare_output (launch.trace, launch.file, "the chassis file");
+    prepare_output (launch.vcd, launch.file, "the chassis file");
+    prepare_output (launch.vcd, launch.trace, "the trace");
 }
 
 // In the build tree the library lies beside the launcher.
@@ -103,6 +116,7 @@ static void set_environment (const launch_t &launch, const std::string &library)
 {
     set_or_unset (FILE_VARIABLE, absolute (launch.file));
     set_or_unset (TRACE_VARIABLE, absolute (launch.trace));
+    set_or_unset (VCD_VARIABLE, absolute (launch.vcd));
     set_or_unset (FAST_VARIABLE, launch.fast ? "1" : "");
     const char *others = getenv ("LD_PRELOAD");
     set_or_unset ("LD_PRELOAD", others && *others ? library + ":" + others : library);
@@ -112,7 +126,7 @@ static void set_environment (const launch_t &launch, const std::string &library)
 {
     std::string library = find_library ();
     check_program (launch.program[0], library);
-    prepare_trace (launch.trace, launch.file);
+    prepare_outputs (launch);
     set_environment (launch, library);
     execvp (launch.program[0], launch.program.data ());
     throw launch_error_t (errno == ENOENT ? not_found : cannot_execute,
@@ -151,6 +165,11 @@ static std::string not_empty (const std::string &path)
     return path.empty () ? "expected a path, found nothing" : "";
 }
 
+static std::string not_dash (const std::string &path)
+{
+    return path == "-" ? "expected a file of its own, found -" : "";
+}
+
 static void add_options (CLI::App &app, launch_t &launch)
 {
     app.add_option ("--file", launch.file, "the chassis to play (default: a built-in one)")
@@ -159,6 +178,10 @@ static void add_options (CLI::App &app, launch_t &launch)
     app.add_option ("--trace", launch.trace, "write every frame to FILE; - is standard error")
         ->type_name ("FILE")
         ->check (not_empty);
+    app.add_option ("--vcd", launch.vcd, "write the lines and pins to FILE, for waveform viewers")
+        ->type_name ("FILE")
+        ->check (not_empty)
+        ->check (not_dash);
     app.add_flag ("--fast", launch.fast, "skip the program's sleeps; the bus does not notice");
     app.add_flag ("--example", launch.example, "print the built-in chassis file and end");
     app.add_flag ("--check", launch.check, "print what is in the chassis and end");

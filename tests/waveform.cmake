@@ -1,0 +1,6 @@
+if (NOT TARGET q5_chassis_preload)
+    return ()
+endif ()
+add_executable (waveform_test waveform_test.cc)
+target_link_libraries (waveform_test PRIVATE q5_scanp q5_chassis_door q5_test_daemon)
+discover_network_tests (waveform_test)
