@@ -8,7 +8,6 @@ discover_tests (chassis_file_test)
 
 # The launcher becomes another program, which an emulated launcher cannot.
 if (TARGET q5_chassis_preload AND NOT CMAKE_CROSSCOMPILING)
-    add_executable (launcher_probe launcher_probe.cc)
     add_executable (launcher_test launcher_test.cc)
     target_compile_definitions (launcher_test PRIVATE
         Q5_LAUNCHER="$<TARGET_FILE:q5_chassis>" Q5_PROBE="$<TARGET_FILE:launcher_probe>")

@@ -41,9 +41,6 @@ board_memory_t::board_memory_t (const board_t &board)
 
 board_memory_t::~board_memory_t ()
 {
-    for (const view_t &view : views_) {
-        munmap (view.begin, view.length);
-    }
     munmap (bytes_, size_);
     close (file_);
 }
@@ -124,10 +121,6 @@ void *board_memory_t::map (void *where, size_t length, int protection, int flags
         return MAP_FAILED;
     }
     uint64_t offset = internal ? phys - IMMR_BASE : IMMR_SIZE + (phys - buffers_begin_);
-    void *begin = mmap (where, length, internal ? PROT_NONE : protection, flags, file_,
-                        static_cast<off_t> (offset));
-    if (begin != MAP_FAILED) {
-        views_.push_back ({begin, length});
-    }
-    return begin;
+    return mmap (where, length, internal ? PROT_NONE : protection, flags, file_,
+                 static_cast<off_t> (offset));
 }

@@ -46,20 +46,14 @@ class board_memory_t {
     // A view of the board's memory for the program: the pages of the buffers as they are, those of
     // the internal memory map closed to every access. Like mmap: MAP_FAILED and errno on failure,
     // EPERM outside of the board's memory, EBADF when the program closed this object's descriptor.
-    // The view is unmapped when this object ends.
     void *map (void *where, size_t length, int protection, int flags, uint64_t phys);
 
   private:
-    struct view_t {
-        void *begin;
-        size_t length;
-    };
     uint8_t *bytes_ = nullptr; // the internal memory map, then the pages of the buffers
     size_t size_ = 0;
     int file_ = -1;
     uint64_t buffers_begin_ = 0; // physical, whole pages; equal to the end when there are none
     uint64_t buffers_end_ = 0;
-    std::vector<view_t> views_;
 
     void place_buffers (uint32_t address);
     void fill (board_t::fill_t how);

@@ -28,7 +28,7 @@ chassis_t::chassis_t (chassis_settings_t settings)
 
 chassis_t::~chassis_t ()
 {
-    forget_trapped_views (*this);
+    remove_views (*this);
 }
 
 void chassis_t::set_cards (std::map<int, card_t> cards)
@@ -174,9 +174,10 @@ void chassis_t::show_receive_line ()
 void *chassis_t::map (void *where, size_t length, int protection, int flags, uint64_t phys)
 {
     void *view = memory_.map (where, length, protection, flags, phys);
-    if (view != MAP_FAILED && board_memory_t::is_internal (phys, length)) {
-        uint32_t offset = static_cast<uint32_t> (phys - IMMR_BASE);
-        trap_view ({static_cast<uint8_t *> (view), length, offset, protection, this});
+    if (view != MAP_FAILED) {
+        bool internal = board_memory_t::is_internal (phys, length);
+        uint32_t offset = static_cast<uint32_t> (phys - IMMR_BASE); // of no meaning elsewhere
+        add_view ({static_cast<uint8_t *> (view), length, offset, protection, this, internal});
     }
     return view;
 }

@@ -4,12 +4,14 @@
 #include "chassis/bus/waveform.h"
 #include "chassis/file/chassis_file.h"
 #include "chassis/file/chassis_watch.h"
+#include "chassis/launch/device_file.h"
 #include "chassis/launch/door.h"
 #include "chassis/launch/environment.h"
 #include "chassis/trap/own_descriptor.h"
 
 #include <errno.h>
 #include <fcntl.h>
+#include <filesystem>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/file.h>
@@ -92,7 +94,19 @@ static chassis_t *make_chassis ()
     }
 }
 
+// What the program's parent has left open does not go through the door.
+static void refuse_real_memory ()
+{
+    for (const auto &entry : std::filesystem::directory_iterator ("/proc/self/fd")) {
+        std::string number = entry.path ().filename ();
+        if (is_real_memory (atoi (number.c_str ()))) {
+            fail ("descriptor " + number + " leads to the memory of this machine; close it");
+        }
+    }
+}
+
 __attribute__ ((constructor)) static void announce ()
 {
+    refuse_real_memory ();
     door_on_first_open (make_chassis);
 }

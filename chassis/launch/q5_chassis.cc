@@ -3,6 +3,7 @@
 
 #include "chassis/file/chassis_file.h"
 #include "chassis/launch/chassis_summary.h"
+#include "chassis/launch/device_file.h"
 #include "chassis/launch/environment.h"
 #include "chassis/launch/preload_check.h"
 
@@ -49,6 +50,9 @@ static void prepare_output (const std::string &path, const std::string &other, c
     std::error_code none;
     if (fs::equivalent (path, other, none)) {
         throw launch_error_t (bad_request, path + ": is " + what + "; write to another file");
+    }
+    if (device_at (AT_FDCWD, path.c_str ())) {
+        throw launch_error_t (bad_request, path + ": is a device of the board; write to a file");
     }
     int fd = open (path.c_str (), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
     if (fd < 0) {

@@ -1,0 +1,158 @@
+#include "chassis/launch/device_file.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <string>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+constexpr const char *scanp_path = "/dev/scanp";
+constexpr const char *mem_path = "/dev/mem";
+constexpr int most_links = 40; // as the kernel has it
+
+static std::string link_target (const std::string &path)
+{
+    char target[PATH_MAX];
+    ssize_t length = readlink (path.c_str (), target, sizeof (target));
+    return std::string (target, length < 0 ? 0 : static_cast<size_t> (length));
+}
+
+static std::string descriptor_path (int fd)
+{
+    return "/proc/self/fd/" + std::to_string (fd);
+}
+
+std::string device_file_name (const device_file_t &file)
+{
+    std::string path = file.device == device_t::mem ? mem_path : scanp_path;
+    return path + " " + std::to_string (file.flags);
+}
+
+static std::optional<device_file_t> parse_target (const std::string &target)
+{
+    for (device_t device : {device_t::scanp, device_t::mem}) {
+        const char *path = device == device_t::mem ? mem_path : scanp_path;
+        int flags, end = 0;
+        std::string format = std::string ("/memfd:") + path + " %d (deleted)%n";
+        if (sscanf (target.c_str (), format.c_str (), &flags, &end) == 1 && end > 0) {
+            return device_file_t{device, flags};
+        }
+    }
+    return std::nullopt;
+}
+
+static std::optional<device_t> device_of_number (const struct stat &status)
+{
+    if (!S_ISCHR (status.st_mode) || major (status.st_rdev) != 1) {
+        return std::nullopt;
+    }
+    switch (minor (status.st_rdev)) {
+    case 1:
+        return device_t::mem;
+    case 2: // kernel memory
+    case 4: // ports
+        return device_t::foreign;
+    default:
+        return std::nullopt;
+    }
+}
+
+static bool is_same_file (const struct stat &status, const char *path)
+{
+    struct stat other;
+    if (stat (path, &other) != 0) {
+        return false;
+    }
+    bool same_number =
+        S_ISCHR (status.st_mode) && S_ISCHR (other.st_mode) && status.st_rdev == other.st_rdev;
+    return same_number || (status.st_dev == other.st_dev && status.st_ino == other.st_ino);
+}
+
+// The full name behind all links, whether or not there is such a file; empty if there is no such
+// folder. A memory file's is what its descriptor's link says.
+static std::string full_name (int directory, std::string path, bool follow)
+{
+    if (path[0] != '/') {
+        path = (directory == AT_FDCWD ? "." : descriptor_path (directory)) + "/" + path;
+    }
+    for (int links = 0; links < most_links; links++) {
+        size_t slash = path.rfind ('/');
+        char parent[PATH_MAX];
+        if (realpath (path.substr (0, slash + 1).c_str (), parent) == nullptr) {
+            return "";
+        }
+        std::string folder = strcmp (parent, "/") == 0 ? "/" : std::string (parent) + "/";
+        std::string name = folder + path.substr (slash + 1);
+        std::string target = link_target (name);
+        if (target.empty () || !follow) {
+            return name;
+        }
+        path = target[0] == '/' ? target : folder + target;
+        if (parse_target (path)) {
+            return path;
+        }
+    }
+    return "";
+}
+
+static std::optional<device_t> device_of_name (const std::string &name)
+{
+    if (name == scanp_path || name == mem_path) {
+        return name == mem_path ? device_t::mem : device_t::scanp;
+    }
+    auto file = parse_target (name);
+    return file ? std::optional (file->device) : std::nullopt;
+}
+
+static std::optional<device_t> find_device (int directory, const char *path, bool follow)
+{
+    struct stat status;
+    if (fstatat (directory, path, &status, follow ? 0 : AT_SYMLINK_NOFOLLOW) != 0) {
+        // Here such a device need not be.
+        bool may_be_named = (errno == ENOENT || errno == EACCES) && path[0] != '\0';
+        return may_be_named ? device_of_name (full_name (directory, path, follow)) : std::nullopt;
+    }
+    if (std::optional<device_t> device = device_of_number (status)) {
+        return device;
+    }
+    for (device_t device : {device_t::scanp, device_t::mem}) {
+        if (is_same_file (status, device == device_t::mem ? mem_path : scanp_path)) {
+            return device;
+        }
+    }
+    bool has_no_name = S_ISREG (status.st_mode) && status.st_nlink == 0;
+    return has_no_name ? device_of_name (full_name (directory, path, follow)) : std::nullopt;
+}
+
+std::optional<device_t> device_at (int directory, const char *path, bool follow)
+{
+    int error = errno;
+    std::optional<device_t> device;
+    if (path != nullptr) {
+        device = find_device (directory, path, follow);
+    }
+    errno = error;
+    return device;
+}
+
+bool is_real_memory (int fd)
+{
+    struct stat status;
+    return fstat (fd, &status) == 0 && device_of_number (status);
+}
+
+std::optional<device_file_t> device_file_of (int fd)
+{
+    if (fd < 0) {
+        return std::nullopt;
+    }
+    int error = errno;
+    auto file = parse_target (link_target (descriptor_path (fd)));
+    errno = error;
+    return file;
+}
