@@ -4,7 +4,7 @@
 add_compile_definitions (Q5_EXPECTED="${CMAKE_CURRENT_SOURCE_DIR}")
 if (NOT CMAKE_CROSSCOMPILING)
     add_custom_target (renew COMMAND ${CMAKE_COMMAND} -E env Q5_RENEW=1
-        ${CMAKE_CTEST_COMMAND} -R "transcript|set_up|every_access|shows_the_wires" USES_TERMINAL)
+        ${CMAKE_CTEST_COMMAND} -R "transcript|set_up|every_access|shows_the_wires|is_drawn" USES_TERMINAL)
 endif ()
 
 # A network of their own, for all tests of a program.
@@ -38,7 +38,7 @@ string (REPLACE ";" " " emulator "${CMAKE_CROSSCOMPILING_EMULATOR}")
 set (path)
 add_library (q5_shell STATIC EXCLUDE_FROM_ALL shell.cc)
 add_executable (launcher_probe launcher_probe.cc)
-foreach (program q5_scan q5_scand q5_chassis launcher_probe)
+foreach (program q5_scan q5_scand q5_chassis draw_transfer launcher_probe)
     if (NOT TARGET ${program})
         continue ()
     endif ()

@@ -27,7 +27,6 @@ struct waveform_test : board_test {
             }
         };
         ask (3);
-        log->on_access = nullptr;
     }
 };
 
@@ -42,9 +41,9 @@ TEST_F (waveform_test, shows_the_wires_as_they_are)
     settings.card (6).fails (fault_t::line_low);
     settings.card (7).after (109930).answers (0x33, {0x00});
     shell_t shell;
-    int fd = open ((shell.folder + "/dump").c_str (), O_RDWR | O_CREAT, 0600);
+    const std::string dump = shell.folder + "/dump";
     power_up ();
-    waveform_t waveform (fd, settings.board.brgclk);
+    waveform_t waveform (open (dump.c_str (), O_WRONLY | O_CREAT, 0600), settings.board.brgclk);
     chassis->observe (&waveform);
     scan_port_init ();
     for (uint32_t slot : {4, 5, 6, 6}) {
@@ -54,8 +53,7 @@ TEST_F (waveform_test, shows_the_wires_as_they_are)
     ask_and_disturb (18, [this] { chassis->write (0x11A40, 4, 0x00028004); });
     ask (7);
     ask (3);
-    expect_file ("expected/waveform.vcd", text_of (shell.folder + "/dump"));
-    close (fd);
+    expect_file ("expected/waveform.vcd", text_of (dump));
 }
 
 TEST_F (waveform_test, ends_with_a_word_when_the_disk_is_full)
@@ -80,31 +78,41 @@ for way in 'tx to' 'rx from'; do
         -P uart:data_bits=9:tx=TXD3:rx=RXD3:baudrate=$1 | diff -u told - && grep -c : told
 done)";
 
-struct batch_t {
-    const char *rate; // bit/s
-    const char *requests;
-    const char *num_characters; // to the cards and from them
-};
-struct decoder_test : testing::TestWithParam<batch_t> {};
-
-TEST_P (decoder_test, reads_every_frame_of_a_batch)
+void run_on_chassis (const shell_t &shell, const std::string &options, const std::string &command)
 {
-    shell_t shell;
-    shell.write ("requests", GetParam ().requests);
-    pid_t daemon = shell.start ("q5_chassis --fast --vcd dump.vcd --trace trace -- q5_scand", "d");
+    pid_t daemon =
+        shell.start ("q5_chassis --fast --vcd dump.vcd " + options + " -- q5_scand", "d");
     ASSERT_TRUE (wait_until_listening (daemon));
-    EXPECT_EQ (shell.run ("q5_scan batch requests").status, 0);
+    EXPECT_EQ (shell.run (command).status, 0);
     kill (-daemon, SIGINT);
     wait_for (daemon, 10000);
-    outcome_t compared = shell.run (std::string ("RATE=") + GetParam ().rate + compare);
-    EXPECT_EQ (compared.output, GetParam ().num_characters) << compared.errors;
 }
 
-const batch_t batches[] = {
-    {"825000", "3 51\n12 147 --tx 00 01 7F 80 FF\n4 83\n15 51\n3 147\n", "25\n53\n"},
-    {"165000", "23 51\n24 83\n24 51\n", "12\n57\n"},
-};
-INSTANTIATE_TEST_SUITE_P (rates, decoder_test, testing::ValuesIn (batches),
-                          [] (auto &info) { return info.param.rate; });
+TEST (decoder_test, reads_every_frame_of_a_batch)
+{
+    struct {
+        std::string rate; // bit/s
+        const char *requests;
+        const char *num_characters; // to the cards and from them
+    } batches[] = {
+        {"825000", "3 51\n12 147 --tx 00 01 7F 80 FF\n4 83\n15 51\n3 147\n", "25\n53\n"},
+        {"165000", "23 51\n24 83\n24 51\n", "12\n57\n"},
+    };
+    for (const auto &[rate, requests, num_characters] : batches) {
+        shell_t shell;
+        shell.write ("requests", requests);
+        run_on_chassis (shell, "--trace trace", "q5_scan batch requests");
+        EXPECT_EQ (shell.run ("RATE=" + rate + compare).output, num_characters);
+    }
+}
+
+TEST (picture_test, is_drawn_from_the_dump_of_a_transfer)
+{
+    shell_t shell;
+    shell.write ("chassis.toml", "[[card]]\nslot = 3\ndelay = 20\n"
+                                 "answer = [{ command = 51, types = 'b', fields = [42] }]\n");
+    run_on_chassis (shell, "--file chassis.toml", "q5_scan run 3 51 --tx 07");
+    expect_file ("../docs/transfer.svg", shell.run ("draw_transfer <dump.vcd").output);
+}
 
 } // namespace
