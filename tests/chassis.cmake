@@ -4,3 +4,7 @@ endif ()
 add_executable (chassis_test chassis_test.cc)
 target_link_libraries (chassis_test PRIVATE q5_scanp q5_chassis_door GTest::gtest_main)
 discover_tests (chassis_test)
+
+add_executable (access_decode_test access_decode_test.cc)
+target_link_libraries (access_decode_test PRIVATE q5_chassis_trap GTest::gtest_main)
+discover_tests (access_decode_test)

@@ -120,8 +120,10 @@ bool fault_was_store (const ucontext_t &context)
 std::string describe_instruction (const ucontext_t &context)
 {
     char text[64];
-    snprintf (text, sizeof (text), "at 0x%08X, word %08X",
+    uint32_t instruction = instruction_at (context);
+    bool is_dcbz = (instruction & 0xFC0007FE) == 0x7C0007EC;
+    snprintf (text, sizeof (text), "at 0x%08X, word %08X%s",
               static_cast<unsigned> (program_counter (context)),
-              static_cast<unsigned> (instruction_at (context)));
+              static_cast<unsigned> (instruction), is_dcbz ? " (dcbz)" : "");
     return text;
 }

@@ -29,8 +29,9 @@ namespace {
 
 constexpr uint64_t flag_carry = 0x001, flag_parity = 0x004, flag_adjust = 0x010, flag_zero = 0x040,
                    flag_sign = 0x080, flag_overflow = 0x800;
-constexpr int operation_compare = 7; // the ALU operations' numbers in the opcode
-constexpr int operation_test = 8;    // not one of theirs
+// The ALU operations' numbers in the opcode.
+constexpr int operation_add = 0, operation_subtract = 5, operation_compare = 7;
+constexpr int operation_test = 8; // not one of theirs
 
 class instruction_t {
   public:
@@ -66,7 +67,12 @@ class instruction_t {
     bool three_bytes ();
     bool arithmetic (uint8_t opcode);
     bool immediate_group (uint8_t opcode);
-    bool test_group (uint8_t opcode);
+    bool one_operand_group (uint8_t opcode);
+    bool shift_group (uint8_t opcode);
+    bool multiply (int immediate_size);
+    bool condition (uint8_t opcode) const;
+    uint64_t shift (int operation, uint64_t value, int count, int width);
+    void set_flags (uint64_t flags, uint64_t which);
     uint64_t compute (int operation, uint64_t left, uint64_t right, int width);
     void combine_memory (int operation, uint64_t right, int width);
     bool done ();
@@ -175,8 +181,14 @@ bool instruction_t::one_byte (uint8_t opcode)
     case 0xC6:
     case 0xC7:
         read_modrm ();
+        if ((reg_ & 7) != 0) {
+            return false;
+        }
         store (size, immediate (size));
         return done ();
+    case 0x69: // imul
+    case 0x6B:
+        return multiply (opcode == 0x69 ? size : 1);
     case 0x63: // movsxd
         read_modrm ();
         set (width (), sign_extended (load (4), 4));
@@ -190,20 +202,37 @@ bool instruction_t::one_byte (uint8_t opcode)
         read_modrm ();
         compute (operation_test, load (size), get (size), size);
         return done ();
+    case 0xC0:
+    case 0xC1:
+    case 0xD0:
+    case 0xD1:
+    case 0xD2:
+    case 0xD3:
+        return shift_group (opcode);
     case 0xF6:
     case 0xF7:
-        return test_group (opcode);
+    case 0xFE:
+    case 0xFF:
+        return one_operand_group (opcode);
     default:
         return opcode < 0x40 && (opcode & 7) < 4 && arithmetic (opcode);
     }
 }
 
-// movzx, movsx
+// setcc, imul, movzx, movsx
 bool instruction_t::two_bytes ()
 {
     uint8_t opcode = *next_++;
     if (opcode == 0x38) {
         return three_bytes ();
+    }
+    if (opcode == 0xAF && width () != 8) {
+        return multiply (0);
+    }
+    if ((opcode & 0xF0) == 0x90) {
+        read_modrm ();
+        store (1, condition (opcode));
+        return done ();
     }
     int size = opcode & 1 ? 2 : 1;
     bool zero = (opcode & 0xFE) == 0xB6, sign = (opcode & 0xFE) == 0xBE;
@@ -259,16 +288,128 @@ bool instruction_t::immediate_group (uint8_t opcode)
     return done ();
 }
 
-bool instruction_t::test_group (uint8_t opcode)
+// test, not, neg, inc, dec
+bool instruction_t::one_operand_group (uint8_t opcode)
 {
     int size = opcode & 1 ? width () : 1;
     read_modrm ();
-    if ((reg_ & 7) > 1) {
+    int operation = (reg_ & 7) | (opcode & 8); // FE and FF: 8 and up
+    uint64_t carry = static_cast<uint64_t> (registers_[REG_EFL]) & flag_carry;
+    uint64_t value = 0, right = 0;
+    switch (operation) {
+    case 0:
+    case 1:
+        right = immediate (size);
+        compute (operation_test, load (size), right & mask_of (size), size);
+        return done ();
+    case 2:
+        store (size, ~load (size) & mask_of (size));
+        return done ();
+    case 3:
+        store (size, compute (operation_subtract, 0, load (size), size));
+        return done ();
+    case 8:
+    case 9:
+        value = load (size);
+        value = compute (operation == 8 ? operation_add : operation_subtract, value, 1, size);
+        set_flags (carry, flag_carry);
+        store (size, value);
+        return done ();
+    default:
         return false;
     }
-    uint64_t right = immediate (size);
-    compute (operation_test, load (size), right & mask_of (size), size);
+}
+
+// rol, ror, shl, shr, sar: by an immediate, by one, by CL
+bool instruction_t::shift_group (uint8_t opcode)
+{
+    int size = opcode & 1 ? width () : 1;
+    read_modrm ();
+    int operation = reg_ & 7;
+    if (operation == 2 || operation == 3 || operation == 6) {
+        return false; // through the carry; a second number of shl
+    }
+    uint64_t count = 1;
+    if (opcode < 0xD0) {
+        count = immediate (1);
+    } else if (opcode >= 0xD2) {
+        count = static_cast<uint64_t> (registers_[REG_RCX]);
+    }
+    store (size, shift (operation, load (size), static_cast<int> (count & 31), size));
     return done ();
+}
+
+// The flags as the processor leaves them for a shift by one; by more, the overflow is undefined.
+uint64_t instruction_t::shift (int operation, uint64_t value, int count, int width)
+{
+    int bits = 8 * width;
+    uint64_t result = 0;
+    bool carry = false;
+    if (count == 0) {
+        return value;
+    }
+    switch (operation) {
+    case 0:
+        result = value << count % bits | value >> (bits - count % bits);
+        carry = result & 1;
+        break;
+    case 1:
+        result = value >> count % bits | value << (bits - count % bits);
+        carry = result >> (bits - 1) & 1;
+        break;
+    case 4:
+        result = value << count;
+        carry = result >> bits & 1;
+        break;
+    default:
+        value = operation == 7 ? sign_extended (value, width) : value;
+        result = static_cast<uint64_t> (static_cast<int64_t> (value) >> count);
+        carry = static_cast<int64_t> (value) >> (count - 1) & 1;
+    }
+    result &= mask_of (width);
+    bool top = result >> (bits - 1), below = result >> (bits - 2) & 1;
+    bool overflow = operation == 0 || operation == 4 ? top != carry : top != below;
+    if (operation >= 4) {
+        compute (operation_test, result, result, width);
+        overflow = operation == 7 ? false : operation == 5 ? value >> (bits - 1) & 1 : overflow;
+    }
+    set_flags ((carry ? flag_carry : 0) | (overflow ? flag_overflow : 0),
+               flag_carry | flag_overflow);
+    return result;
+}
+
+bool instruction_t::multiply (int immediate_size)
+{
+    read_modrm ();
+    int size = width ();
+    uint64_t right = immediate_size == 0 ? get (size) : immediate (immediate_size);
+    uint64_t product = sign_extended (load (size), size) * sign_extended (right, size);
+    bool lost = product != sign_extended (product, size);
+    set (size, product);
+    set_flags (lost ? flag_carry | flag_overflow : 0, flag_carry | flag_overflow);
+    return done ();
+}
+
+// Of setcc: the last bit turns it round.
+bool instruction_t::condition (uint8_t opcode) const
+{
+    uint64_t flags = static_cast<uint64_t> (registers_[REG_EFL]);
+    bool less = !(flags & flag_sign) != !(flags & flag_overflow);
+    const bool conditions[8] = {(flags & flag_overflow) != 0,
+                                (flags & flag_carry) != 0,
+                                (flags & flag_zero) != 0,
+                                (flags & (flag_carry | flag_zero)) != 0,
+                                (flags & flag_sign) != 0,
+                                (flags & flag_parity) != 0,
+                                less,
+                                less || (flags & flag_zero)};
+    return conditions[opcode >> 1 & 7] != (opcode & 1);
+}
+
+void instruction_t::set_flags (uint64_t flags, uint64_t which)
+{
+    uint64_t others = static_cast<uint64_t> (registers_[REG_EFL]) & ~which;
+    registers_[REG_EFL] = static_cast<greg_t> (others | flags);
 }
 
 void instruction_t::combine_memory (int operation, uint64_t right, int width)
@@ -299,11 +440,10 @@ uint64_t instruction_t::compute (int operation, uint64_t left, uint64_t right, i
     bool overflow = (adds && (~(left ^ right) & (left ^ result) & sign)) ||
                     (subtracts && ((left ^ right) & (left ^ result) & sign));
     result &= mask_of (width);
-    flags &= ~(flag_carry | flag_parity | flag_adjust | flag_zero | flag_sign | flag_overflow);
-    flags |= (carry ? flag_carry : 0) | (overflow ? flag_overflow : 0) |
-             (result == 0 ? flag_zero : 0) | (result & sign ? flag_sign : 0) |
-             (__builtin_parityll (result & 0xFF) ? 0 : flag_parity);
-    registers_[REG_EFL] = static_cast<greg_t> (flags);
+    set_flags ((carry ? flag_carry : 0) | (overflow ? flag_overflow : 0) |
+                   (result == 0 ? flag_zero : 0) | (result & sign ? flag_sign : 0) |
+                   (__builtin_parityll (result & 0xFF) ? 0 : flag_parity),
+               flag_carry | flag_parity | flag_adjust | flag_zero | flag_sign | flag_overflow);
     return result;
 }
 
