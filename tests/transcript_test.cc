@@ -1,5 +1,5 @@
-// Plays the sessions of tests/transcripts and compares what they print, whole; writes them anew
-// when the environment has Q5_RENEW. CONTRIBUTING.md describes their form.
+// Plays the sessions of a folder, tests/transcripts, and compares what they print, whole; writes
+// them anew when the environment has Q5_RENEW. CONTRIBUTING.md describes their form.
 #include "tests/expected.h"
 #include "tests/system/daemon.h"
 
@@ -78,7 +78,7 @@ struct background_t {
 static std::string written_by_run (std::istream &transcript)
 {
     shell_t shell;
-    fs::copy (Q5_EXPECTED "/transcripts/files", shell.folder + "/work");
+    fs::copy (Q5_EXPECTED "/" Q5_TRANSCRIPTS "/files", shell.folder + "/work");
     background_t background{shell};
     std::string text, command;
     auto finish = [&] {
@@ -107,7 +107,7 @@ struct transcript : testing::TestWithParam<std::string> {};
 
 TEST_P (transcript, holds)
 {
-    const std::string file = "transcripts/" + GetParam () + ".txt";
+    const std::string file = Q5_TRANSCRIPTS "/" + GetParam () + ".txt";
     std::ifstream expected (Q5_EXPECTED "/" + file);
     std::string text = written_by_run (expected);
     ASSERT_NE (text, "") << file;
@@ -117,7 +117,8 @@ TEST_P (transcript, holds)
 static std::vector<std::string> names ()
 {
     std::vector<std::string> all;
-    for (const fs::directory_entry &entry : fs::directory_iterator (Q5_EXPECTED "/transcripts")) {
+    for (const fs::directory_entry &entry :
+         fs::directory_iterator (Q5_EXPECTED "/" Q5_TRANSCRIPTS)) {
         if (entry.path ().extension () == ".txt") {
             all.push_back (entry.path ().stem ());
         }

@@ -4,6 +4,7 @@ set (packages_daemon q5-scand)
 set (packages_client-dev libq5-scan-dev)
 set (packages_tools q5-scan)
 set (packages_chassis q5-chassis)
+set (packages_wireshark q5-scan-wireshark)
 
 foreach (component ${CPACK_COMPONENTS_ALL})
     set (root ${CPACK_TEMPORARY_DIRECTORY}/${component})
