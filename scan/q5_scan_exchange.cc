@@ -44,7 +44,6 @@ struct batch_t {
     q5_scan_command_t *commands;
     const q5_scan_on_record_t &on_record;
     int32_t num_replies = 0;
-    bool has_begun = false; // the first byte of a reply came
 };
 
 // Closed whatever happens.
@@ -86,15 +85,10 @@ static std::vector<uint8_t> bytes_of (const batch_t &batch)
     return bytes;
 }
 
-static step_t receive_reply (q5_scan_wire_t &wire, batch_t &batch, q5_scan_command_t *c)
+static step_t receive_reply (q5_scan_wire_t &wire, q5_scan_command_t *c)
 {
     be32_t result;
-    char *first = reinterpret_cast<char *> (&result);
-    step_t step = wire.receive (first, 1);
-    if (step == step_t::done) {
-        batch.has_begun = true;
-        step = wire.receive (first + 1, sizeof (result) - 1);
-    }
+    step_t step = wire.receive (&result, sizeof (result));
     if (step != step_t::done) {
         return step;
     }
@@ -106,7 +100,7 @@ static step_t receive_reply (q5_scan_wire_t &wire, batch_t &batch, q5_scan_comma
 static step_t receive_replies (q5_scan_wire_t &wire, batch_t &batch)
 {
     while (batch.num_replies < batch.num_commands) {
-        step_t step = receive_reply (wire, batch, &batch.commands[batch.num_replies]);
+        step_t step = receive_reply (wire, &batch.commands[batch.num_replies]);
         if (step != step_t::done) {
             return step;
         }
@@ -146,7 +140,7 @@ static q5_scan_outcome_t outcome_of (step_t step, const q5_scan_wire_t &wire, co
                                              is_taken (wire.fd))
                        : q5_scan_late_sending (settings);
     default:
-        return !batch.has_begun && (error == 0 || is_reset (error))
+        return !wire.has_begun && (error == 0 || is_reset (error))
                    ? q5_scan_dropped (settings, error)
                    : q5_scan_broken_off (settings, batch.num_replies, batch.num_commands, error);
     }
@@ -196,7 +190,8 @@ q5_scan_outcome_t q5_scan_exchange_records (const q5_scan_settings_t &settings,
         return q5_scan_unknown_host (settings, host_error, wire.error);
     }
     if (step != step_t::done) {
-        return outcome_of_connecting (step, wire.error, settings);
+        return step == step_t::timed_out ? q5_scan_late_name (settings)
+                                         : outcome_of_connecting (step, wire.error, settings);
     }
     descriptor_t connection = {socket (AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)};
     wire.fd = connection.fd;

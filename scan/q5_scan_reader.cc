@@ -50,12 +50,21 @@ int32_t q5_scan_reader_t::begin_raw (int32_t slot)
     return length;
 }
 
-// Whether the bytes from `first` to `end`, counted from the payload's start, lie in this object.
+// The payload is in this object, where it has an end; not in memory that a program chose.
+bool q5_scan_reader_t::points_inside () const
+{
+    uintptr_t at = reinterpret_cast<uintptr_t> (bytes);
+    return at >= reinterpret_cast<uintptr_t> (this) && at <= reinterpret_cast<uintptr_t> (this + 1);
+}
+
+// Whether the bytes from `first` to `end`, counted from the payload's start, may be read.
 bool q5_scan_reader_t::reaches (int64_t first, int64_t end) const
 {
-    int64_t start = int64_t (reinterpret_cast<uintptr_t> (bytes)) -
-                    int64_t (reinterpret_cast<uintptr_t> (this));
-    return bytes && start + first >= 0 && start + end <= int64_t (sizeof (*this));
+    if (!points_inside ()) {
+        return bytes != nullptr;
+    }
+    int64_t start = bytes - reinterpret_cast<const uint8_t *> (this);
+    return start + first >= 0 && start + end <= int64_t (sizeof (*this));
 }
 
 const uint8_t *q5_scan_reader_t::get_bytes (int32_t count)
@@ -77,8 +86,8 @@ const char *q5_scan_reader_t::get_string ()
     const char *const text = "(int) strlen (bytes + pos) <= length";
     ASSERT_AS (52, reaches (pos, pos), text);
     const char *p = reinterpret_cast<const char *> (bytes + pos);
-    size_t room = reinterpret_cast<const char *> (this + 1) - p;
-    size_t size = strnlen (p, room);
+    size_t room = points_inside () ? reinterpret_cast<const char *> (this + 1) - p : SIZE_MAX;
+    size_t size = points_inside () ? strnlen (p, room) : strlen (p);
     ASSERT_AS (52, size < room && int64_t (size) <= length, text);
 
     pos += size + 1;

@@ -23,7 +23,8 @@ struct q5_scan_buffer_t {
 // precondition; one that throws leaves the cursor where it was.
 //
 // The counts in a reply are taken as the card sent them, so a field may lie outside its own reply;
-// an operation that would reach outside this object throws as if its bound had failed.
+// an operation that would reach outside this object throws as if its bound had failed. A program
+// may point `bytes` at memory of its own: then the bounds are those listed alone.
 class q5_scan_reader_t : public q5_scan_client_t {
   public:
     int32_t length;       // payload bytes of the current message; negative when n exceeds it
@@ -69,6 +70,7 @@ class q5_scan_reader_t : public q5_scan_client_t {
     void init_command (q5_scan_command_t *c, int32_t command, int32_t slot, uint8_t *rxbuf);
 
   private:
+    bool points_inside () const;
     bool reaches (int64_t first, int64_t end) const;
     uint32_t take (int32_t size);
 };

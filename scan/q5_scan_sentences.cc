@@ -47,6 +47,13 @@ q5_scan_outcome_t q5_scan_no_connection (const q5_scan_settings_t &settings, int
             "no connection to " + place_of (settings) + ": " + reason_of (error) + hint};
 }
 
+q5_scan_outcome_t q5_scan_late_name (const q5_scan_settings_t &settings)
+{
+    return {state_t::timed_out_connecting, 0, 0,
+            "the name '" + settings.host + "' was not resolved " +
+                within (settings.connect_timeout) + ": its name server does not answer"};
+}
+
 q5_scan_outcome_t q5_scan_late_connection (const q5_scan_settings_t &settings)
 {
     return {state_t::timed_out_connecting, 0, 0,

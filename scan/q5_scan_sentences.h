@@ -8,6 +8,7 @@
 q5_scan_outcome_t q5_scan_unknown_host (const q5_scan_settings_t &settings, int host_error,
                                         int error);
 q5_scan_outcome_t q5_scan_no_connection (const q5_scan_settings_t &settings, int error);
+q5_scan_outcome_t q5_scan_late_name (const q5_scan_settings_t &settings);
 q5_scan_outcome_t q5_scan_late_connection (const q5_scan_settings_t &settings);
 // `error` 0: the stream ended; else it was reset.
 q5_scan_outcome_t q5_scan_dropped (const q5_scan_settings_t &settings, int error);

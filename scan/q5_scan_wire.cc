@@ -85,6 +85,7 @@ q5_scan_step_t q5_scan_wire_t::send (const void *bytes, size_t size)
     return q5_scan_step_t::done;
 }
 
+// What is here already is taken without waiting, even when the time is up.
 q5_scan_step_t q5_scan_wire_t::receive (void *bytes, size_t size)
 {
     char *next = static_cast<char *> (bytes);
@@ -98,6 +99,7 @@ q5_scan_step_t q5_scan_wire_t::receive (void *bytes, size_t size)
         if (step != q5_scan_step_t::done) {
             return step;
         }
+        has_begun = has_begun || r > 0;
         next += std::max<ssize_t> (r, 0);
     }
     return q5_scan_step_t::done;

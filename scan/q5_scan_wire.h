@@ -34,7 +34,8 @@ struct q5_scan_wire_t {
     int32_t fd = -1;
     int32_t cancel_fd = -1; // see q5_scan_settings_t
     q5_scan_deadline_t deadline;
-    int error = 0; // errno of a step that failed
+    int error = 0;          // errno of a step that failed
+    bool has_begun = false; // a byte was received
 
     // Connects a socket that does not block.
     q5_scan_step_t connect (const sockaddr_in &address);

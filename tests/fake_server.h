@@ -1,41 +1,58 @@
-// A server for one connection that keeps to a script: it sends a fixed reply, ends its stream and
-// records every byte that the client sends until the client closes.
+// A server that keeps to a script, session by session, and records every byte that clients send.
 #pragma once
 
 #include "net/kp_server.h"
 #include "tests/support.h"
 
 #include <arpa/inet.h>
+#include <atomic>
 #include <netinet/in.h>
 #include <thread>
+
+struct session_t {
+    bytes_t reply = {};
+    enum {
+        ends,
+        holds,
+        drops
+    } then = ends; // its stream; or nothing; or reads four bytes and closes
+    int pace = 0;  // milliseconds before each byte
+};
+
+inline int listen_on_loopback (int backlog, int *port)
+{
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    socklen_t size = sizeof (address);
+    int listener = socket (AF_INET, SOCK_STREAM, 0);
+    (void)!bind (listener, reinterpret_cast<sockaddr *> (&address), size);
+    listen (listener, backlog);
+    getsockname (listener, reinterpret_cast<sockaddr *> (&address), &size);
+    *port = ntohs (address.sin_port);
+    return listener;
+}
 
 class fake_server_t {
   public:
     int port;
 
-    explicit fake_server_t (const bytes_t &reply)
-    {
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl (INADDR_LOOPBACK);
-        socklen_t size = sizeof (address);
-        listener = socket (AF_INET, SOCK_STREAM, 0);
-        (void)!bind (listener, reinterpret_cast<sockaddr *> (&address), size);
-        listen (listener, 2);
-        getsockname (listener, reinterpret_cast<sockaddr *> (&address), &size);
-        port = ntohs (address.sin_port);
-        service = std::thread ([this, reply] { serve (reply); });
-    }
+    // Nobody is served after the last session.
+    explicit fake_server_t (const std::vector<session_t> &sessions)
+        : listener (listen_on_loopback (8, &port)), service ([this, sessions] { serve (sessions); })
+    {}
+    explicit fake_server_t (const bytes_t &reply) : fake_server_t ({session_t{reply}}) {}
     ~fake_server_t ()
     {
         received ();
     }
 
-    // Everything that the client sent, once it has closed; empty when it never connected.
+    // Everything that clients have sent, once they have closed; ends the server.
     bytes_t received ()
     {
         if (service.joinable ()) {
-            knock ();
+            is_over = true;
+            kp_client_t client ("127.0.0.1", port);
+            close (client.connect_to (client.host, client.port));
             service.join ();
             close (listener);
         }
@@ -44,26 +61,38 @@ class fake_server_t {
 
   private:
     int listener;
-    std::thread service;
+    std::atomic<bool> is_over = false;
     bytes_t record;
+    std::thread service;
 
-    void serve (const bytes_t &reply)
+    void serve (const std::vector<session_t> &sessions)
     {
-        int fd = accept (listener, nullptr, nullptr);
+        for (const session_t &session : sessions) {
+            int fd = accept (listener, nullptr, nullptr);
+            bytes_t bytes = play (fd, session);
+            close (fd);
+            record = record + bytes;
+            if (is_over && bytes.empty ()) {
+                break;
+            }
+        }
+    }
+    static bytes_t play (int fd, const session_t &session)
+    {
         timeval limit = {10, 0};
         setsockopt (fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof (limit));
-        (void)!send (fd, reply.data (), reply.size (), MSG_NOSIGNAL);
-        shutdown (fd, SHUT_WR);
-        record.resize (1 << 16);
-        record.resize (
-            std::max<ssize_t> (recv (fd, record.data (), record.size (), MSG_WAITALL), 0));
-        close (fd);
-    }
-
-    // Stands for the client that never came; waits behind the one that did.
-    void knock ()
-    {
-        kp_client_t client ("127.0.0.1", port);
-        close (client.connect_to (client.host, client.port));
+        size_t at_once = session.pace > 0 ? 1 : session.reply.size ();
+        for (size_t at = 0; at < session.reply.size (); at += at_once) {
+            usleep (session.pace * 1000);
+            if (send (fd, &session.reply[at], at_once, MSG_NOSIGNAL) < 0) {
+                break;
+            }
+        }
+        if (session.then == session_t::ends) {
+            shutdown (fd, SHUT_WR);
+        }
+        bytes_t bytes (session.then == session_t::drops ? 4 : 1 << 16);
+        bytes.resize (std::max<ssize_t> (recv (fd, bytes.data (), bytes.size (), MSG_WAITALL), 0));
+        return bytes;
     }
 };

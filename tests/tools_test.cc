@@ -3,7 +3,6 @@
 #include "tests/shell.h"
 #include "tools/batch.h"
 #include "tools/parse.h"
-#include "tools/types.h"
 #include "tools/watch.h"
 
 #include <gtest/gtest.h>
@@ -134,54 +133,6 @@ TEST (batch_text, gives_requests_or_names_the_line_that_is_wrong)
     };
     for (auto &[text, shown] : cases) {
         EXPECT_EQ (batch_of (text), shown);
-    }
-}
-
-// The row of a slot that sent this typed message and nothing else.
-static row_t row_for (const std::string &message, const q5_scan_types_t &types)
-{
-    auto bytes = reinterpret_cast<const uint8_t *> (message.data ());
-    int32_t size = message.size ();
-    return row_of ({31, size, 0, q5_scan_decode (bytes, size, types), {}}, false);
-}
-
-TEST (typed_message, is_shown_as_far_as_it_is_sound)
-{
-    const std::vector<std::pair<std::string, std::string>> messages = {
-        {"\x05"
-         "bhisx\xFF\xFF\xFE\x80\0\0\1a\"\x1B\0zz"s,
-         "b=255 h=65534 i=-2147483647 s=\"a\\\"\\x1b\" x=7a 7a"},
-        {"\1b\7\x08"s, "b=7 left: 08"},
-        {"\1x"s, "x="},
-        {"\0"s, ""},
-        {""s, ""},
-        {"\2sb\0"s, "s=\"\" problem: letter b reaches beyond the payload;"},
-        {"\2bh\1\2"s, "b=1 problem: letter h reaches beyond the payload; left: 02"},
-        {"\1i\1\2\3"s, "problem: letter i reaches beyond the payload; left: 01 02 03"},
-        {"\1sab"s, "problem: the text of letter s has no end; left: 61 62"},
-        {"\2q\x01\1\2"s, "problem: letter q has no type; left: 01 02"},
-        {"\x03zb"s, "problem: it announces 3 letters, and has 2 bytes behind that; left: 7a 62"},
-        {"\x80zb"s, "problem: it announces 128 letters, and has 2 bytes behind that; left: 7a 62"},
-    };
-    for (auto &[message, fields] : messages) {
-        EXPECT_EQ (row_for (message, q5_scan_usual_types ())[4], fields)
-            << characters (reinterpret_cast<const uint8_t *> (message.data ()), message.size ());
-    }
-    std::string longest = "\1s" + std::string (4094, 'A');
-    EXPECT_TRUE (has (row_for (longest, q5_scan_usual_types ())[4], "has no end"));
-}
-
-TEST (types, give_letters_another_meaning)
-{
-    q5_scan_types_t types = parse_types ("A=bytes:2, b=string ,==rest");
-    EXPECT_EQ (row_for ("\3Ab=\1\2x\0\4"s, types)[4], "A=01 02 b=\"x\" ==04");
-    EXPECT_EQ (row_for ("\1A\1"s, types)[4],
-               "problem: letter A reaches beyond the payload; left: 01");
-    EXPECT_EQ (row_for ("\1i\1\2\3\4"s, types)[4],
-               "problem: letter i has no type; left: 01 02 03 04");
-    for (const char *text : {"", "A", "A=", "A=word", "AB=int", "A=int,A=int",
-                             "A=bytes:", "A=bytes:4097", "A=bytes:-1", "A=int,"}) {
-        EXPECT_NE (complaint ([&] { parse_types (text); }), "") << text;
     }
 }
 
