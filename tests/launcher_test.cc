@@ -97,7 +97,13 @@ TEST_F (Launcher, BecomesTheProgram)
                    "/c.toml\nQ5_CHASSIS_TRACE=" + folder + "/trace\nQ5_CHASSIS_VCD=" + folder +
                    "/dump\n");
     EXPECT_EQ (fs::file_size ("trace"), 0u);
-    EXPECT_EQ (run ("Q5_CHASSIS_FAST=1 Q5_CHASSIS_FILE=x " + launcher + probe), preload)
+    preload.pop_back ();
+    const std::string next = "/usr/bin/env " + preload + " Q5_CHASSIS_VCD=dump '" Q5_PROBE "' door";
+    write ("dump", std::string (9999, 120));
+    run (next);
+    EXPECT_FALSE (has (text_of ("dump"), "x")) << "of an older run";
+    EXPECT_TRUE (has (run ("flock dump " + next), "dump: the waveform of another program"));
+    EXPECT_EQ (run ("Q5_CHASSIS_FAST=1 Q5_CHASSIS_FILE=x " + launcher + probe), preload + "\n")
         << "what is set from outside but not asked for does not get through";
     EXPECT_EQ (status, 42);
 }

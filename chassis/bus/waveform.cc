@@ -84,15 +84,14 @@ void waveform_t::settled (uint64_t tick)
     std::for_each (coming_.begin (), rest, [this] (const change_t &c) { put (c); });
     coming_.erase (coming_.begin (), rest);
     put_levels ();
-    stamp_ = std::max (stamp_, now);
+    stamp_ = now;
     put_stamp (); // so far the dump is sound
     write_out ();
 }
 
-// A frame that begins in the tick of its select comes after it.
 void waveform_t::put (const change_t &change)
 {
-    if (change.stamp > stamp_) {
+    if (change.stamp != stamp_) {
         put_levels ();
         stamp_ = change.stamp;
     }
@@ -108,6 +107,7 @@ void waveform_t::put_levels ()
     }
 }
 
+// A frame that begins in the tick of its select comes after it.
 void waveform_t::put_stamp ()
 {
     if (stamp_ > shown_stamp_) {
@@ -131,9 +131,14 @@ static bool write_whole (int fd, const std::string &text)
     sigset_t all, before;
     sigfillset (&all);
     pthread_sigmask (SIG_SETMASK, &all, &before);
-    bool whole = write (fd, text.data (), text.size ()) == static_cast<ssize_t> (text.size ());
+    size_t written = 0;
+    ssize_t size = 1;
+    while (written < text.size () && size > 0) {
+        size = write (fd, text.data () + written, text.size () - written);
+        written += size > 0 ? static_cast<size_t> (size) : 0;
+    }
     pthread_sigmask (SIG_SETMASK, &before, nullptr);
-    return whole;
+    return written == text.size ();
 }
 
 void waveform_t::write_out ()
