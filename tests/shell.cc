@@ -21,14 +21,19 @@ std::string text_of (const std::string &path)
     return text.str ();
 }
 
-int wait_for (pid_t child, int milliseconds)
+static bool has_ended (pid_t child)
 {
     siginfo_t ended = {};
-    for (int waited = 0; waited < milliseconds && ended.si_pid == 0;) {
+    waitid (P_PID, child, &ended, WEXITED | WNOHANG | WNOWAIT);
+    return ended.si_pid != 0;
+}
+
+int wait_for (pid_t child, int milliseconds)
+{
+    for (int waited = 0; waited < milliseconds && !has_ended (child);) {
         int step = std::min (waited + 1, 10);
         usleep (step * 1000);
         waited += step;
-        waitid (P_PID, child, &ended, WEXITED | WNOHANG | WNOWAIT);
     }
     kill (-child, SIGKILL); // and what is left of all that it started
     int status = -1;
@@ -72,8 +77,9 @@ pid_t shell_t::start (const std::string &line, const std::string &name) const
 {
     const char *others = getenv ("Q5_TEST_PATH");
     // The daemon's one server object is never destroyed: a leak checker is not to count it.
-    const std::string text = std::string ("PATH='") + (others ? others + std::string (":") : "") +
-                             Q5_PATH ":'$PATH; export ASAN_OPTIONS=detect_leaks=0\n" + line;
+    const std::string text =
+        std::string ("PATH='") + (others ? others + std::string (":") : "") +
+        Q5_PATH ":'$PATH; export ASAN_OPTIONS=detect_leaks=0 SOURCES='" Q5_SOURCES "'\n" + line;
     const std::string work = folder + "/work", output = folder + "/" + name + ".output",
                       errors = folder + "/" + name + ".errors";
     const char *files[] = {"/dev/null", output.c_str (), errors.c_str ()};
@@ -103,4 +109,25 @@ void shell_t::write (const std::string &name, const std::string &text) const
 std::string shell_t::read (const std::string &name) const
 {
     return text_of (folder + "/work/" + name);
+}
+
+bool background_t::start (const std::string &line)
+{
+    end ();
+    pid = shell.start ("exec >log 2>&1; exec " + line, "background");
+    shell.write ("pid", std::to_string (pid));
+    const char *listener = " 00000000:07B3 00000000:0000 0A";
+    while (!has (text_of ("/proc/net/tcp"), listener) && !has_ended (pid)) {
+        usleep (5000);
+    }
+    return !has_ended (pid);
+}
+
+void background_t::end (int signal)
+{
+    if (pid > 0) {
+        kill (pid, signal);
+        wait_for (pid, 30000);
+    }
+    pid = -1;
 }

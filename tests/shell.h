@@ -2,6 +2,7 @@
 // this build in the path.
 #pragma once
 
+#include <signal.h>
 #include <string>
 #include <sys/types.h>
 
@@ -39,4 +40,22 @@ class shell_t {
     // Files of folder/work.
     void write (const std::string &name, const std::string &text) const;
     std::string read (const std::string &name) const;
+};
+
+// A daemon in the background of a shell's command lines, ended with the object.
+class background_t {
+  public:
+    explicit background_t (const shell_t &shell) : shell (shell) {}
+    ~background_t ()
+    {
+        end ();
+    }
+    // Ends the one before, and waits until this one listens on the daemon's port; false when it
+    // ends before. In folder/work its output goes to the file `log`, its process id to `pid`.
+    bool start (const std::string &line);
+    void end (int signal = SIGKILL);
+
+  private:
+    const shell_t &shell;
+    pid_t pid = -1;
 };

@@ -1,7 +1,8 @@
 # What tests of whole programs and of the network share.
 
 # Outputs that are kept as files and compared whole. Written anew by the target `renew`.
-add_compile_definitions (Q5_EXPECTED="${CMAKE_CURRENT_SOURCE_DIR}")
+add_compile_definitions (Q5_SOURCES="${PROJECT_SOURCE_DIR}"
+    Q5_EXPECTED="${CMAKE_CURRENT_SOURCE_DIR}")
 if (NOT CMAKE_CROSSCOMPILING)
     add_custom_target (renew COMMAND ${CMAKE_COMMAND} -E env Q5_RENEW=1
         ${CMAKE_CTEST_COMMAND} -R "transcript|set_up|every_access|shows_the_wires|is_drawn|file_says|outcome|error|limit|sound|in_words|no_connection"
@@ -10,7 +11,6 @@ endif ()
 
 # A network of their own, for all tests of a program.
 add_library (q5_own_network STATIC EXCLUDE_FROM_ALL own_network.cc own_network_main.cc)
-target_compile_definitions (q5_own_network PRIVATE Q5_SOURCES="${PROJECT_SOURCE_DIR}")
 target_link_libraries (q5_own_network PUBLIC GTest::gtest)
 if (CMAKE_CROSSCOMPILING)
     # An emulator cannot enter one: this machine's program does, before it.
@@ -20,7 +20,6 @@ if (CMAKE_CROSSCOMPILING)
     endif ()
 else ()
     add_executable (own_network own_network.cc own_network_run.cc)
-    target_compile_definitions (own_network PRIVATE Q5_SOURCES="${PROJECT_SOURCE_DIR}")
     set (own_network $<TARGET_FILE:own_network>)
 endif ()
 
@@ -38,8 +37,12 @@ endfunction ()
 string (REPLACE ";" " " emulator "${CMAKE_CROSSCOMPILING_EMULATOR}")
 set (path)
 add_library (q5_shell STATIC EXCLUDE_FROM_ALL shell.cc)
+foreach (program fake_daemon fake_client)
+    add_executable (${program} ${program}.cc)
+    target_link_libraries (${program} PRIVATE q5_net)
+endforeach ()
 add_executable (launcher_probe launcher_probe.cc)
-foreach (program q5_scan q5_scand q5_chassis draw_transfer launcher_probe)
+foreach (program fake_daemon fake_client q5_scan q5_scand q5_chassis draw_transfer launcher_probe)
     if (NOT TARGET ${program})
         continue ()
     endif ()
@@ -67,3 +70,14 @@ if (TARGET q5_chassis_preload)
 endif ()
 list (JOIN path : path)
 target_compile_definitions (q5_shell PRIVATE Q5_PATH="${path}")
+
+# add_transcripts (TEST FOLDER [options of discover_tests]): sessions with the programs, and what they
+# print. The build looks at the folder itself, so that a new file becomes a test.
+function (add_transcripts test folder)
+    file (GLOB sessions CONFIGURE_DEPENDS ${folder}/*.txt)
+    add_executable (${test} transcript_test.cc)
+    target_compile_definitions (${test} PRIVATE Q5_TRANSCRIPTS="${folder}")
+    set_property (TARGET ${test} PROPERTY LINK_DEPENDS ${sessions})
+    target_link_libraries (${test} PRIVATE q5_shell)
+    discover_network_tests (${test} NO_PRETTY_VALUES ${ARGN})
+endfunction ()

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <stdint.h>
+#include <stdio.h>
 #include <string>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -100,6 +101,24 @@ inline bytes_t words (std::initializer_list<int64_t> values)
         }
     }
     return bytes;
+}
+
+inline bytes_t bytes_of_hex (const char *digits)
+{
+    bytes_t bytes;
+    for (unsigned byte; sscanf (digits, "%2x", &byte) == 1; digits += 2) {
+        bytes.push_back (byte);
+    }
+    return bytes;
+}
+
+// A line of them in hex, a blank before every four.
+inline void print_words (const bytes_t &bytes)
+{
+    for (size_t i = 0; i < bytes.size (); i++) {
+        printf ("%s%02x", i % 4 == 0 ? " " : "", bytes[i]);
+    }
+    puts ("");
 }
 
 inline bytes_t operator+ (bytes_t a, const bytes_t &b)

@@ -1,11 +1,12 @@
 // Plays the sessions of a folder, tests/transcripts, and compares what they print, whole; writes
 // them anew when the environment has Q5_RENEW. CONTRIBUTING.md describes their form.
 #include "tests/expected.h"
-#include "tests/system/daemon.h"
+#include "tests/shell.h"
 
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <regex>
 #include <sstream>
 #include <string.h>
 
@@ -47,39 +48,16 @@ static std::string play (const shell_t &shell, const std::string &command)
     outcome_t outcome = shell.run (command);
     std::string text = shown (outcome.output, "") + shown (outcome.errors, "! ");
     text += outcome.status == 0 ? "" : "? " + std::to_string (outcome.status) + "\n";
+    text = std::regex_replace (text, std::regex ("\"time\":\"2[^\"]*\""), "\"time\":\"NOW\"");
     return replaced (text, shell.folder + "/work", "FOLDER");
 }
-
-// A daemon in the background of a session.
-struct background_t {
-    const shell_t &shell;
-    pid_t pid = -1;
-
-    ~background_t ()
-    {
-        end ();
-    }
-    void end ()
-    {
-        if (pid > 0) {
-            wait_for (pid, 0);
-        }
-        pid = -1;
-    }
-    void start (const std::string &command)
-    {
-        end ();
-        pid = shell.start ("exec >log 2>&1; exec " + command, "background");
-        EXPECT_TRUE (wait_until_listening (pid)) << command << "\n" << shell.read ("log");
-    }
-};
 
 // The transcript as a run of its commands writes it.
 static std::string written_by_run (std::istream &transcript)
 {
     shell_t shell;
     fs::copy (Q5_EXPECTED "/" Q5_TRANSCRIPTS "/files", shell.folder + "/work");
-    background_t background{shell};
+    background_t background (shell);
     std::string text, command;
     auto finish = [&] {
         text += command.empty () ? "" : play (shell, command);
@@ -96,7 +74,7 @@ static std::string written_by_run (std::istream &transcript)
         }
         text += line + "\n";
         if (starts (line, "& ")) {
-            background.start (line.substr (2));
+            EXPECT_TRUE (background.start (line.substr (2))) << line << "\n" << shell.read ("log");
         }
     }
     finish ();

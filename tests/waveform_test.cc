@@ -3,7 +3,7 @@
 #include "chassis/bus/waveform.h"
 #include "tests/board.h"
 #include "tests/expected.h"
-#include "tests/system/daemon.h"
+#include "tests/shell.h"
 
 #include <signal.h>
 #include <sys/resource.h>
@@ -81,12 +81,10 @@ TEST (picture_test, is_drawn_from_the_dump_of_a_transfer)
     shell_t shell;
     shell.write ("chassis.toml", "[[card]]\nslot = 3\ndelay = 20\n"
                                  "answer = [{ command = 51, types = 'b', fields = [42] }]\n");
-    pid_t daemon =
-        shell.start ("q5_chassis --fast --file chassis.toml --vcd dump.vcd -- q5_scand", "daemon");
-    ASSERT_TRUE (wait_until_listening (daemon));
+    background_t daemon (shell);
+    ASSERT_TRUE (daemon.start ("q5_chassis --fast --file chassis.toml --vcd dump.vcd -- q5_scand"));
     EXPECT_EQ (shell.run ("q5_scan run 3 51 --tx 07").status, 0);
-    EXPECT_EQ (kill (-daemon, SIGKILL), 0);
-    wait_for (daemon, 10000);
+    daemon.end (SIGKILL);
     expect_file ("../docs/transfer.svg", shell.run ("draw_transfer <dump.vcd").output);
 }
 

@@ -1,8 +1,9 @@
 // Runs the examples of README, docs and man pages, and compares what they show. In Markdown an
 // example is a ```console block, in a man page stands between .EX and .EE; its commands begin with
 // "$ ". A line "..." stands for any lines.
-#include "tests/system/daemon.h"
+#include "tests/shell.h"
 
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <regex>
@@ -96,7 +97,9 @@ static int run_examples (const fs::path &page, bool with_chassis)
 
 TEST (examples, show_what_happens)
 {
-    daemon_t daemon;
+    shell_t shell;
+    background_t daemon (shell);
+    ASSERT_TRUE (daemon.start ("q5_chassis --fast -- q5_scand"));
     EXPECT_GE (run_examples (Q5_MAN_PAGES "/q5_scan.1", false), 9);
     EXPECT_GE (run_examples (Q5_SOURCES "/README.md", false), 5);
     for (const fs::directory_entry &page : fs::directory_iterator (Q5_SOURCES "/docs")) {
