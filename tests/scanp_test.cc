@@ -122,7 +122,7 @@ TEST_F (scanp, commands_pins_and_descriptor_bases_use_their_own_bits)
     scan_set_slot_code (0x9F);
     EXPECT_EQ (word (0x10D50), 0xFFFFFF9Fu);
     scan_strobe_low ();
-    scan_set_slot_code (0x60);
+    scan_set_slot_code (0xE0);
     EXPECT_EQ (word (0x10D50), 0xFFFFFF60u);
     for (uint32_t opcode : {0, 3, 15, 0x10}) {
         scan_cp_command (opcode);

@@ -15,5 +15,17 @@ if (CMAKE_SYSTEM_PROCESSOR STREQUAL ppc)
     add_custom_command (OUTPUT transfer.code DEPENDS q5_scanp
         COMMAND ${CMAKE_OBJDUMP} -d -r -C --no-show-raw-insn $<TARGET_FILE:q5_scanp> > transfer.code)
     target_sources (target_test PRIVATE target_test.cc device_order_test.cc transfer.code)
+
+    # The device layer as a builder compiles it that asks for large files everywhere.
+    get_target_property (sources q5_scanp SOURCES)
+    list (TRANSFORM sources PREPEND ../scanp/)
+    get_target_property (options q5_scanp COMPILE_OPTIONS)
+    add_library (scanp_of_builder OBJECT ${sources})
+    target_compile_definitions (scanp_of_builder PRIVATE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+    target_compile_options (scanp_of_builder PRIVATE ${options})
+    add_test (NAME ${tree}/target.opens_devices_with_plain_offsets
+        COMMAND ${CMAKE_NM} -u $<TARGET_OBJECTS:scanp_of_builder> COMMAND_EXPAND_LISTS)
+    set_tests_properties (${tree}/target.opens_devices_with_plain_offsets PROPERTIES
+        PASS_REGULAR_EXPRESSION "U open\n" FAIL_REGULAR_EXPRESSION "U [_a-z]*64")
 endif ()
 discover_tests (target_test)
