@@ -30,6 +30,12 @@ static const std::map<int32_t, q5_scan_meaning_t> &meanings ()
     return table;
 }
 
+bool q5_scan_slot_exists (int32_t slot)
+{
+    bool has_no_code = slot == 21 || slot == 22 || slot == 25 || slot == 26 || slot == 31;
+    return slot >= 0 && slot < Q5_SCAN_NUM_SLOTS && !has_no_code;
+}
+
 q5_scan_meaning_t q5_scan_describe (int32_t result)
 {
     if (result >= 0) {

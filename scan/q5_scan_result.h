@@ -12,6 +12,9 @@ struct q5_scan_meaning_t {
     std::string look_at; // where to look for the reason; "" when nothing is wrong
 };
 
+// Whether the bus reaches the slot at all: 21, 22, 25, 26 and 31 have no code on it.
+bool q5_scan_slot_exists (int32_t slot);
+
 // A result of a card's command.
 q5_scan_meaning_t q5_scan_describe (int32_t result);
 

@@ -5,7 +5,9 @@
 #include "tools/files.h"
 #include "tools/hold.h"
 #include "tools/images.h"
+#include "tools/metrics.h"
 #include "tools/parse.h"
+#include "tools/snapshot.h"
 #include "tools/types.h"
 #include "tools/watch.h"
 
@@ -16,8 +18,8 @@ using texts_t = std::vector<std::string>;
 // The words of one command, as they are typed; its work checks them.
 struct words_t {
     std::string slot, command, first, second, rx, types, interval = "1", count = "0";
-    std::string file = "-", other_file;
-    texts_t bytes, tx, slots;
+    std::string file = "-", other_file, commands = "51,73,83", names;
+    texts_t bytes, tx, slots, hosts;
     bool full = false, present = false, raw = false;
 };
 using words_pointer_t = std::shared_ptr<words_t>;
@@ -150,9 +152,7 @@ static report_t fetch (const globals_t &globals, const q5_scan_types_t &types, c
     settings.cancel_fd = interrupt.fd ();
     fetched_t fetched =
         fetch_slots (settings, parse_slots (words.slots), types,
-                     [&view] (const std::vector<slot_report_t> &slots, const slot_report_t &slot) {
-                         view.update (slots, slot);
-                     });
+                     [&view] (const std::vector<slot_report_t> &slots) { view.update (slots); });
     view.finish (fetched.slots);
     return report_of (fetched, !words.slots.empty (), words.present);
 }
@@ -168,6 +168,39 @@ static report_t watch (const globals_t &globals, const q5_scan_types_t &types, c
     options.interval = parse_seconds ("--interval", words.interval, 3600);
     options.count = parse_number ("--count", words.count, 0, INT32_MAX);
     return watch (globals, options);
+}
+
+static void add_snapshot (CLI::App &app, const globals_t &globals, choice_t &choice)
+{
+    words_pointer_t w = std::make_shared<words_t> ();
+    CLI::App *taking = add_for_daemon (
+        app, choice, "snapshot", "what the chassis answers now, as a chassis file for q5_chassis",
+        [&globals, w] () {
+            return snapshot (globals, parse_slots (w->slots), parse_commands (w->commands));
+        });
+    taking->add_option ("SLOT", w->slots, "0 to 31, or 3-7,23; none: all slots");
+    taking
+        ->add_option ("--commands", w->commands,
+                      "what to ask each card (default 51,73,83: message, identity, raw block)")
+        ->type_name ("LIST");
+}
+
+static void add_metrics (CLI::App &app, const globals_t &globals, choice_t &choice)
+{
+    words_pointer_t w = std::make_shared<words_t> ();
+    CLI::App *measuring =
+        add_for_daemon (app, choice, "metrics", "what several chassis say, as text for Prometheus",
+                        [&globals, w] () {
+                            return metrics (globals, {w->hosts, parse_slots (w->slots),
+                                                      read_names_file (w->names)});
+                        });
+    measuring->add_option ("HOST", w->hosts, "HOST or HOST:PORT, asked at the same time");
+    measuring->add_option ("--slots", w->slots, "0 to 31, or 3-7,23 (default: all)")
+        ->type_name ("LIST");
+    measuring
+        ->add_option ("--names", w->names,
+                      "a file of names: SLOT INDEX NAME [SCALE] [signed|unsigned] a line")
+        ->type_name ("FILE");
 }
 
 void add_chassis_commands (CLI::App &app, const globals_t &globals, choice_t &choice)
@@ -189,6 +222,8 @@ void add_chassis_commands (CLI::App &app, const globals_t &globals, choice_t &ch
     watching->add_option ("--interval", w->interval, "seconds between rounds (default 1)")
         ->type_name ("SECONDS");
     watching->add_option ("--count", w->count, "rounds (default 0: until Ctrl-C)")->type_name ("N");
+    add_snapshot (app, globals, choice);
+    add_metrics (app, globals, choice);
 }
 
 void add_image_commands (CLI::App &app, const globals_t &globals, choice_t &choice)

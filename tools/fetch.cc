@@ -10,16 +10,10 @@
 constexpr size_t most_field_text = 60; // characters of one field in a row
 constexpr size_t most_raw_bytes = 16;
 
-// Slots without a code on the bus.
-static bool is_no_slot (int32_t slot)
-{
-    return slot == 21 || slot == 22 || slot == 25 || slot == 26 || slot == 31;
-}
-
 bool slot_report_t::is_empty () const
 {
     return typed_result == Q5_SCAN_NO_ANSWER ||
-           (typed_result == Q5_SCAN_NO_SLOT && is_no_slot (slot));
+           (typed_result == Q5_SCAN_NO_SLOT && !q5_scan_slot_exists (slot));
 }
 
 static bool is_damage (std::optional<int32_t> result)
@@ -55,7 +49,7 @@ fetched_t fetch_slots (const q5_scan_settings_t &settings, const std::vector<int
             slot.raw = reply.rx;
         }
         if (on_slot) {
-            on_slot (fetched.slots, slot);
+            on_slot (fetched.slots);
         }
     };
     std::vector<q5_scan_request_t> replies;

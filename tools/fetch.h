@@ -36,8 +36,8 @@ struct fetched_t {
     std::optional<failure_t> failure; // why some of them are not whole
 };
 
-// Called whenever one of the slots knows more.
-using on_slot_t = std::function<void (const std::vector<slot_report_t> &, const slot_report_t &)>;
+// Called with all of them whenever one of the slots knows more.
+using on_slot_t = std::function<void (const std::vector<slot_report_t> &)>;
 
 // Fetches from the slots, each named once. A slot that failed is an answer.
 fetched_t fetch_slots (const q5_scan_settings_t &settings, const std::vector<int32_t> &slots,

@@ -2,13 +2,8 @@
 
 #include <algorithm>
 #include <stdio.h>
-#include <unistd.h>
 
-static const char *const clear_line = "\r\033[K";
-
-fetch_view_t::fetch_view_t (const fetch_view_options_t &options)
-    : options (options), has_progress (isatty (STDERR_FILENO))
-{}
+fetch_view_t::fetch_view_t (const fetch_view_options_t &options) : options (options) {}
 
 // What stands in the columns is known of the slots that have answered; for the others there is room
 // for what is usual.
@@ -50,34 +45,24 @@ void fetch_view_t::show_rows (const std::vector<slot_report_t> &slots, size_t en
     fflush (stdout);
 }
 
-void fetch_view_t::show_progress (const std::vector<slot_report_t> &slots,
-                                  const slot_report_t &slot) const
+static size_t num_answered (const std::vector<slot_report_t> &slots)
 {
-    size_t answered = std::count_if (slots.begin (), slots.end (), [] (const slot_report_t &s) {
-        return s.typed_result.has_value ();
+    return std::count_if (slots.begin (), slots.end (), [] (const slot_report_t &slot) {
+        return slot.typed_result.has_value ();
     });
-    std::string what = slot.raw_result ? "raw block" : "message";
-    fprintf (stderr, "slot %d: %s; %zu of %zu slots asked", slot.slot, what.c_str (), answered,
-             slots.size ());
-    fflush (stderr);
 }
 
-void fetch_view_t::update (const std::vector<slot_report_t> &slots, const slot_report_t &slot)
+void fetch_view_t::update (const std::vector<slot_report_t> &slots)
 {
     auto open = std::find_if (slots.begin () + next, slots.end (),
-                              [] (const slot_report_t &s) { return !s.is_whole (); });
-    fputs (has_progress ? clear_line : "", stderr);
+                              [] (const slot_report_t &slot) { return !slot.is_whole (); });
+    progress.hide ();
     show_rows (slots, open - slots.begin ());
-    if (has_progress) {
-        show_progress (slots, slot);
-    }
+    progress.show (num_answered (slots), slots.size ());
 }
 
 void fetch_view_t::finish (const std::vector<slot_report_t> &slots)
 {
-    fputs (has_progress ? clear_line : "", stderr);
-    bool has_answer = std::any_of (slots.begin (), slots.end (), [] (const slot_report_t &slot) {
-        return slot.typed_result.has_value ();
-    });
-    show_rows (slots, has_answer ? slots.size () : next);
+    progress.hide ();
+    show_rows (slots, num_answered (slots) > 0 ? slots.size () : next);
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "tools/fetch.h"
+#include "tools/progress.h"
 
 #include <string>
 #include <vector>
@@ -17,20 +18,19 @@ class fetch_view_t {
   public:
     explicit fetch_view_t (const fetch_view_options_t &options);
 
-    // `slot` of `slots` knows more than before.
-    void update (const std::vector<slot_report_t> &slots, const slot_report_t &slot);
+    // One of the slots knows more than before.
+    void update (const std::vector<slot_report_t> &slots);
     // The rest of the rows, whole or not, and the end of the progress.
     void finish (const std::vector<slot_report_t> &slots);
 
   private:
     const fetch_view_options_t options;
-    const bool has_progress;
+    progress_t progress;
     table_t table;
     size_t next = 0; // the first slot that is not shown
     bool has_heading = false;
 
     void show_row (const std::vector<slot_report_t> &slots, const slot_report_t &slot);
     void show_rows (const std::vector<slot_report_t> &slots, size_t end);
-    void show_progress (const std::vector<slot_report_t> &slots, const slot_report_t &slot) const;
     void make_room (const std::vector<slot_report_t> &slots);
 };

@@ -92,6 +92,16 @@ std::vector<int32_t> parse_slots (const std::vector<std::string> &texts)
     return {slots.begin (), slots.end ()};
 }
 
+std::vector<int32_t> parse_commands (const std::string &text)
+{
+    std::vector<int32_t> commands;
+    std::istringstream parts (text + ",");
+    for (std::string part; std::getline (parts, part, ',');) {
+        commands.push_back (parse_number ("command", part, 3, 255));
+    }
+    return commands;
+}
+
 uint8_t parse_plain_byte (const std::string &name, const std::string &text)
 {
     uint8_t value = static_cast<uint8_t> (parse_number (name, text, 0, 255));

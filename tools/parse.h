@@ -21,6 +21,9 @@ int32_t parse_word (const std::string &name, const std::string &text); // any si
 // All slots for no text.
 std::vector<int32_t> parse_slots (const std::vector<std::string> &texts);
 
+// Commands of the cards, 3 to 255, with commas between.
+std::vector<int32_t> parse_commands (const std::string &text);
+
 // A number from 0 to 255. Beside bytes in hex, one of several plain digits could be meant either
 // way: it is refused.
 uint8_t parse_plain_byte (const std::string &name, const std::string &text);

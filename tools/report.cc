@@ -37,8 +37,7 @@ static const char *kind_of (int status)
     }
 }
 
-// Now, in UTC: 2026-01-31T12:34:56.789Z.
-static std::string time_text ()
+std::string time_text ()
 {
     using namespace std::chrono;
     auto now = system_clock::now ();

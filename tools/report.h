@@ -42,6 +42,9 @@ struct origin_t {
     json_t place = json_t::object (); // host and port; empty without a daemon
 };
 
+// Now, in UTC: 2026-01-31T12:34:56.789Z.
+std::string time_text ();
+
 // The one object of --json: command, ok, exit_status and time first, then the place, then what the
 // command tells, then the error, if any. One line; bytes that are not UTF-8 become replacement
 // characters.
