@@ -1,0 +1,6 @@
+if (NOT TARGET q5_scan_tool)
+    return ()
+endif ()
+add_executable (snapshot_test snapshot_test.cc)
+target_link_libraries (snapshot_test PRIVATE q5_scan_tool GTest::gtest_main)
+discover_tests (snapshot_test)
