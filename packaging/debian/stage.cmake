@@ -5,6 +5,7 @@ set (packages_client-dev libq5-scan-dev)
 set (packages_tools q5-scan)
 set (packages_chassis q5-chassis)
 set (packages_wireshark q5-scan-wireshark)
+set (packages_python python3-q5-scan)
 
 foreach (component ${CPACK_COMPONENTS_ALL})
     set (root ${CPACK_TEMPORARY_DIRECTORY}/${component})
