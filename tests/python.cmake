@@ -1,7 +1,7 @@
 # The Python client, against the daemon.
 find_program (PYTHON python3)
 if (NOT PYTHON OR CMAKE_CROSSCOMPILING OR CMAKE_CXX_FLAGS MATCHES "-fsanitize"
-    OR NOT TARGET q5_test_daemon)
+    OR NOT TARGET q5_chassis_preload)
     return ()
 endif ()
 add_test (NAME ${tree}/python.client WORKING_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}/python

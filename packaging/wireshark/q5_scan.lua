@@ -91,8 +91,12 @@ local f = {
     num_letters = ProtoField.int8 ("q5_scan.message.num_letters", "Number of letters"),
     letters = ProtoField.string ("q5_scan.message.letters", "Letters"),
     byte = ProtoField.uint8 ("q5_scan.message.byte", "Byte"),
+    sbyte = ProtoField.int8 ("q5_scan.message.sbyte", "Signed byte"),
     short = ProtoField.uint16 ("q5_scan.message.short", "Short"),
+    sshort = ProtoField.int16 ("q5_scan.message.sshort", "Signed short"),
     int = ProtoField.int32 ("q5_scan.message.int", "Int"),
+    uint = ProtoField.uint32 ("q5_scan.message.uint", "Unsigned int"),
+    value = ProtoField.double ("q5_scan.message.value", "Value"),
     string = ProtoField.stringz ("q5_scan.message.string", "String"),
     bytes = ProtoField.bytes ("q5_scan.message.bytes", "Bytes"),
     left = ProtoField.bytes ("q5_scan.message.left", "Bytes left"),
@@ -139,28 +143,57 @@ end
 local usual_types = "b=byte,h=short,i=int,s=string,x=rest"
 local kinds = {
     byte = {field = f.byte, size = 1},
+    sbyte = {field = f.sbyte, size = 1, is_signed = true},
     short = {field = f.short, size = 2},
-    int = {field = f.int, size = 4},
-    string = {field = f.string, encoding = ENC_UTF_8},
+    sshort = {field = f.sshort, size = 2, is_signed = true},
+    int = {field = f.int, size = 4, is_signed = true},
+    uint = {field = f.uint, size = 4},
+    string = {field = f.string, encoding = ENC_UTF_8, is_string = true},
     rest = {field = f.bytes},
     bytes = {field = f.bytes},
 }
-local types
+local types -- by letter: of its first field in a message, of its second, ...
 
 q5_scan.prefs.types = Pref.string ("Type letters", usual_types,
-    "What the letters of a typed message stand for: LETTER=TYPE,... where the type is byte, " ..
-    "short, int, string, bytes:N or rest")
+    "What the letters of a typed message stand for, as q5_scan --types: " ..
+    "LETTER[N]=TYPE[*SCALE][:NAME],... where the type is byte, sbyte, short, sshort, int, uint, " ..
+    "string, bytes:COUNT or rest")
+
+local function read_type (text)
+    local size, name = (text .. ":"):match ("^bytes:(%d+):(.-):?$")
+    if size then
+        return {kind = kinds.bytes, size = tonumber (size), name = name}
+    end
+    local word, factor, name = (text .. ":"):match ("^(%l+)([^:]*):(.-):?$")
+    local kind, scale = kinds[word], factor and tonumber (factor:match ("^%*(.+)$"))
+    if not kind or word == "bytes" or factor ~= "" and not (scale and kind.size) then
+        return nil
+    end
+    return {kind = kind, size = kind.size, scale = scale, name = name}
+end
+
+-- Whether the entry is understood, and is the letter's only one for that field.
+local function add_type (entry)
+    local letter, number, text = entry:match ("^%s*(.)(%d*)=(.-)%s*$")
+    local type, at = text and read_type (text), tonumber (number) or 1
+    local fields = types[letter] or {}
+    if not type or at <= #fields or at > 127 then
+        return false
+    end
+    while #fields < at - 1 do
+        fields[#fields + 1] = fields[#fields] or type
+    end
+    fields[at] = type
+    types[letter] = fields
+    return true
+end
 
 local function read_types ()
     types = {}
     for entry in q5_scan.prefs.types:gmatch ("[^,]+") do
-        local letter, name, size = entry:match ("^%s*(.)=(%l+):?(%d*)%s*$")
-        local kind = kinds[name]
-        if kind and (name == "bytes") == (size ~= "") then
-            types[letter] = {name = name, kind = kind, size = tonumber (size) or kind.size}
-        else
-            report_failure ("q5_scan: type letters: '" .. entry .. "' is not LETTER=TYPE. Give " ..
-                "them like this: A=int,B=short,C=bytes:4")
+        if not add_type (entry) then
+            report_failure ("q5_scan: type letters: '" .. entry .. "' is not LETTER=TYPE, or is " ..
+                "given twice. Give them like this: A=int,B=sshort*0.1:celsius,C=bytes:4")
         end
     end
 end
@@ -262,7 +295,7 @@ local function name_of (request)
     return name and ("%s (%s)"):format (text, name) or text
 end
 
--- What q5_scan batch reads. A claim or a release with more to it than its command goes the long way.
+-- What q5_scan batch reads. A claim or a release that is more than its command goes the long way.
 local function line_of (tvb, request)
     local is_bare = request.slot == 0 and request.rxlen == 0 and request.txlen == 0
     if is_bare and is_for_daemon (request) then
@@ -339,13 +372,12 @@ local function shown_letter (letter)
     return letter:match ("^[!-~]$") or ("\\x%02x"):format (letter:byte ())
 end
 
--- Bytes of a field of this type, of those that are left; or nil, and why.
-local function size_of_field (letter, left)
+-- Bytes of the field of those that are left; or nil, and why.
+local function size_of_field (letter, type, left)
     local shown = "letter " .. shown_letter (letter)
-    local type = types[letter]
     if not type then
         return nil, shown .. " has no type"
-    elseif type.name == "string" then
+    elseif type.kind.is_string then
         local at = left:find ("\0", 1, true)
         return at, not at and "the text of " .. shown .. " has no end" or nil
     end
@@ -361,18 +393,29 @@ local function part_of (range, at, size)
     return range (size == 0 and 0 or at, size)
 end
 
+local function show_field (tree, range, letter, type)
+    local encoding = type.kind.encoding or ENC_BIG_ENDIAN
+    local item = tree:add_packet_field (type.kind.field, range, encoding)
+    local name = type.name ~= "" and ", " .. type.name or ""
+    item:append_text ((" (letter %s%s)"):format (shown_letter (letter), name))
+    if type.scale then
+        local number = type.kind.is_signed and range:int () or range:uint ()
+        item:add (f.value, range, number * type.scale):set_generated ()
+    end
+end
+
 -- Returns where the fields end, and why before the last letter.
 local function show_fields (tree, range, letters, at)
-    local raw = range:raw ()
+    local raw, counts = range:raw (), {}
     for letter in letters:gmatch (".") do
-        local size, problem = size_of_field (letter, raw:sub (at + 1))
+        local known = types[letter] or {}
+        counts[letter] = math.min ((counts[letter] or 0) + 1, #known)
+        local type = known[counts[letter]]
+        local size, problem = size_of_field (letter, type, raw:sub (at + 1))
         if not size then
             return at, problem
         end
-        local kind = types[letter].kind
-        local encoding = kind.encoding or ENC_BIG_ENDIAN
-        local item = tree:add_packet_field (kind.field, part_of (range, at, size), encoding)
-        item:append_text (" (letter " .. shown_letter (letter) .. ")")
+        show_field (tree, part_of (range, at, size), letter, type)
         at = at + size
     end
     return at
@@ -513,7 +556,7 @@ end
 ---- The two directions of a connection
 
 local lost_text = "Bytes before these are missing from the capture"
-local cut_text = "The bytes that follow cannot be had: packets were cut short, or the reassembly of " ..
+local cut_text = "The bytes that follow cannot be had: packets were cut short, or reassembly of " ..
     "TCP streams is off"
 local unread_text = "Bytes behind the batch: not read"
 
@@ -524,8 +567,8 @@ local function show_outside (tree, range, kind, text)
     end
 end
 
--- Asks for so many more bytes, or for whatever comes next. When there are none to be had, nothing of
--- this direction is told any more.
+-- Asks for so many more bytes, or for whatever comes next. When there are none to be had, nothing
+-- of this direction is told any more.
 local function wait_for (missing, at, tvb, pinfo, branch, way)
     if pinfo.can_desegment > 0 and tvb:len () == tvb:reported_len () then
         pinfo.desegment_offset = at
@@ -604,8 +647,8 @@ local function show_server_piece (piece, tvb, pinfo, conversation, branch)
     end
 end
 
--- TCP's number of the connection; in the first of two passes without a filter there is none, and its
--- two ends have to do.
+-- By TCP's number of the connection; in the first of two passes without a filter there is none, and
+-- its two ends have to do.
 local function conversation_of (pinfo)
     local source = ("%s port %d"):format (tostring (pinfo.src), pinfo.src_port)
     local destination = ("%s port %d"):format (tostring (pinfo.dst), pinfo.dst_port)
@@ -685,8 +728,8 @@ local function reason_of_silence (pinfo, conversation)
     elseif batch.fault then
         return x.unanswered, "Not answered: the batch is malformed, " .. batch.fault
     end
-    return x.unanswered, "Not answered: another id holds the bus since before the capture, or the " ..
-        "daemon ended"
+    return x.unanswered, "Not answered: another id holds the bus since before the capture, or " ..
+        "the daemon ended"
 end
 
 -- Before the last reply.
