@@ -30,6 +30,7 @@ constexpr uint32_t PDATD = 0x10D70;
 
 constexpr uint32_t PB8 = 0x00800000;
 constexpr uint32_t PB14 = 0x00020000;
+constexpr uint32_t PC11_CTS3 = 0x00100000;
 constexpr uint32_t PC24 = 0x80;      // slot select strobe, active low
 constexpr uint32_t PC25_PC31 = 0x7F; // slot code
 constexpr uint32_t PD24_TXD3 = 0x80;
@@ -37,10 +38,7 @@ constexpr uint32_t PD25_RXD3 = 0x40;
 
 // Baud-rate generator 4 (chapter "Baud-Rate Generators"), 32 bits.
 constexpr uint32_t BRGC4 = 0x119FC;
-constexpr uint32_t BRGC_RST = 0x00020000;
 constexpr uint32_t BRGC_EN = 0x00010000;
-constexpr uint32_t BRGC_EXTC = 0x0000C000; // clock source, 00 = BRGCLK
-constexpr uint32_t BRGC_ATB = 0x00002000;
 constexpr uint32_t BRGC_CD = 0x00001FFE; // clock divider less one
 constexpr uint32_t BRGC_CD_SHIFT = 1;
 constexpr uint32_t BRGC_DIV16 = 0x00000001;
@@ -48,6 +46,8 @@ constexpr uint32_t BRGC_DIV16 = 0x00000001;
 // CMX SCC clock route (chapter "CMX"), 32 bits.
 constexpr uint32_t CMXSCR = 0x11B08;
 constexpr uint32_t CMXSCR_SCC3 = 0x0000FF00;  // SCC3's byte: GR3, SC3, RS3CS, TS3CS
+constexpr uint32_t CMXSCR_GR3 = 0x00008000;   // grant support
+constexpr uint32_t CMXSCR_SC3 = 0x00004000;   // SCC3 on the time-slot assigner
 constexpr uint32_t CMXSCR_RS3CS = 0x00003800; // receive clock
 constexpr uint32_t CMXSCR_TS3CS = 0x00000700; // transmit clock
 constexpr uint32_t CMXSCR_RS3CS_BRG4 = 0x00001800;
@@ -55,32 +55,21 @@ constexpr uint32_t CMXSCR_TS3CS_BRG4 = 0x00000300;
 
 // SCC3 (chapters "Serial Communications Controllers" and "SCC UART Mode").
 constexpr uint32_t GSMR_L3 = 0x11A40; // 32 bits
-constexpr uint32_t GSMR_L_TDCR = 0x00030000;
 constexpr uint32_t GSMR_L_TDCR_16 = 0x00020000;
-constexpr uint32_t GSMR_L_TDCR_SHIFT = 16;
-constexpr uint32_t GSMR_L_RDCR = 0x0000C000;
-constexpr uint32_t GSMR_L_RDCR_SHIFT = 14;
 constexpr uint32_t GSMR_L_RDCR_16 = 0x00008000;
 constexpr uint32_t GSMR_L_ENR = 0x00000020;
 constexpr uint32_t GSMR_L_ENT = 0x00000010;
-constexpr uint32_t GSMR_L_MODE = 0x0000000F;
 constexpr uint32_t GSMR_L_MODE_UART = 0x00000004;
-constexpr uint32_t GSMR_H3 = 0x11A44; // 32 bits
-constexpr uint32_t GSMR_H_RFW = 0x00000020;
-constexpr uint32_t PSMR3 = 0x11A48; // 16 bits
+constexpr uint32_t GSMR_H3 = 0x11A44;       // 32 bits
+constexpr uint32_t GSMR_H_TFL = 0x00000040; // a transmit FIFO of one character
+constexpr uint32_t GSMR_H_RFW = 0x00000020; // a receive FIFO for single characters
+constexpr uint32_t PSMR3 = 0x11A48;         // 16 bits
 constexpr uint16_t PSMR_FLC = 0x8000;
 constexpr uint16_t PSMR_SL = 0x4000;
-constexpr uint16_t PSMR_CL = 0x3000;
 constexpr uint16_t PSMR_CL_8 = 0x3000;
-constexpr uint16_t PSMR_UM = 0x0C00;
-constexpr uint16_t PSMR_UM_NORMAL = 0x0000;
-constexpr uint16_t PSMR_UM_MULTIDROP_MANUAL = 0x0400;
 constexpr uint16_t PSMR_UM_MULTIDROP_AUTO = 0x0C00;
-constexpr uint16_t PSMR_FRZ = 0x0200;
 constexpr uint16_t PSMR_RZS = 0x0100;
-constexpr uint16_t PSMR_SYN = 0x0080;
 constexpr uint16_t PSMR_DRT = 0x0040;
-constexpr uint16_t PSMR_PEN = 0x0010;
 constexpr uint32_t DSR3 = 0x11A4E; // 16 bits
 constexpr uint16_t DSR_RESET = 0x7E7E;
 constexpr uint32_t SCCE3 = 0x11A50; // 16 bits, a written one clears the event
@@ -141,12 +130,12 @@ static_assert (offsetof (scc_uart_pram_t, CHARACTER) == 0x50);
 static_assert (offsetof (scc_uart_pram_t, RCCM) == 0x60);
 static_assert (sizeof (scc_uart_pram_t) == 0x68);
 
-constexpr uint8_t FCR_BIG_ENDIAN = 0x10;      // BO = 10
-constexpr uint16_t CHARACTER_END = 0x8000;    // E: end of the control character table
-constexpr uint16_t CHARACTER_REJECT = 0x4000; // R: the character does not go into the buffer
-constexpr uint16_t RCCM_ALL = 0xC0FF;
+constexpr uint8_t FCR_GBL = 0x20;          // the caches are told
+constexpr uint8_t FCR_BIG_ENDIAN = 0x10;   // BO = 10
+constexpr uint16_t CHARACTER_END = 0x8000; // E: end of the control character table
+constexpr uint16_t RCCM_END = 0xC000;      // end of the table behind its last entry
+constexpr uint16_t RCCM_ALL = RCCM_END | 0xFF;
 constexpr uint16_t TOSEQ_REA = 0x2000; // the character waits to be sent
-constexpr uint16_t TOSEQ_A = 0x0100;   // it is an address character
 
 // Buffer descriptor (chapter "SCC Buffer Descriptors" and the UART descriptors' tables).
 struct scc_bd_t {
@@ -160,28 +149,19 @@ constexpr uint16_t BD_TX_R = 0x8000;  // ready
 constexpr uint16_t BD_TX_W = 0x2000;  // wrap
 constexpr uint16_t BD_TX_I = 0x1000;  // report in SCCE
 constexpr uint16_t BD_TX_A = 0x0400;  // send as address characters
-constexpr uint16_t BD_TX_CM = 0x0200; // continuous mode: R is not cleared
-constexpr uint16_t BD_TX_NS = 0x0080; // no stop bit
 constexpr uint16_t BD_RX_E = 0x8000;  // empty
 constexpr uint16_t BD_RX_W = 0x2000;  // wrap
 constexpr uint16_t BD_RX_I = 0x1000;  // report in SCCE
 constexpr uint16_t BD_RX_A = 0x0400;  // opened by an address character
-constexpr uint16_t BD_RX_CM = 0x0200; // continuous mode: E is not cleared
+constexpr uint16_t BD_RX_ID = 0x0100; // closed by idle time
 constexpr uint16_t BD_RX_AM = 0x0080; // the address was UADDR1
 constexpr uint16_t BD_RX_BR = 0x0020; // break
 constexpr uint16_t BD_RX_FR = 0x0010; // framing error
 constexpr uint16_t BD_RX_OV = 0x0002; // overrun
 
 // CP command register, as handed to the driver (chapter "CPM Command Set").
-constexpr uint32_t CPCR_RST = 0x80000000;
-constexpr uint32_t CPCR_PAGE = 0x7C000000;
-constexpr uint32_t CPCR_SBC = 0x03E00000;
 constexpr uint32_t CPCR_PAGE_SBC_SCC3 = 0x08C00000; // page 2, sub-block code 6
 constexpr uint32_t CPCR_FLG = 0x00010000;
 constexpr uint32_t CPCR_OPCODE = 0x0000000F;
 constexpr uint32_t CPCR_INIT_RX_AND_TX = 0;
-constexpr uint32_t CPCR_INIT_RX = 1;
-constexpr uint32_t CPCR_INIT_TX = 2;
 constexpr uint32_t CPCR_ENTER_HUNT_MODE = 3;
-constexpr uint32_t CPCR_STOP_TX = 4;
-constexpr uint32_t CPCR_RESTART_TX = 6;

@@ -26,6 +26,7 @@ class board_log_t final : public chassis_observer_t {
   public:
     std::vector<std::string> lines;
     std::vector<uint32_t> commands;
+    std::vector<std::string> remarks; // "stopped: " before the one at which the board stood still
     std::function<void (uint32_t)> on_command;
     std::function<void (const access_t &)> on_access;
 
@@ -35,6 +36,10 @@ class board_log_t final : public chassis_observer_t {
         if (on_access) {
             on_access (a);
         }
+    }
+    void remark (uint64_t, const std::string &line, bool refused) override
+    {
+        remarks.push_back ((refused ? "stopped: " : "note: ") + line);
     }
     void command (uint32_t word) override
     {

@@ -96,6 +96,11 @@ TEST (ChassisFile, BuildsTheBytesOfAnswers)
         EXPECT_EQ (answer_of (lines), bytes) << lines;
     }
     EXPECT_EQ (answer_of ("hex = '01'\nrepeat = 65536").size (), 65536u);
+    const std::string holds = "\n[[card]]\nslot = 3\ngap = 9\nfault = 'endless transmitter'";
+    EXPECT_EQ (parse_chassis (holds, "c.toml").card (3).gap, 9u);
+    EXPECT_TRUE (parse_chassis (holds, "c.toml").board.cts3);
+    EXPECT_FALSE (parse_chassis ("[board]\ncts3 = false" + holds, "c.toml").board.cts3);
+    EXPECT_FALSE (parse_chassis (answering ("hex = ''"), "c.toml").board.cts3);
     const std::string own = "delay = 5\naddress = 6\nfault = 'noise'\nfault_at = 8\n";
     card_t card = parse_chassis ("[[card]]\nslot = 3\n" + own, "c.toml").card (3);
     answer_t answer =
@@ -115,6 +120,7 @@ TEST (ChassisFile, TakesNumbersUpToBothEndsOfTheirRanges)
         {"[board]\n", "cpcr", INT32_MIN, INT32_MAX},
         {"[[card]]\n", "slot", 0, 30},
         {"[[card]]\nslot = 0\n", "delay", 0, 60000000},
+        {"[[card]]\nslot = 0\n", "gap", 0, 60000000},
         {"[[card]]\nslot = 0\n", "address", 0, 255},
         {"[[card]]\nslot = 0\n", "bit_rate", 100, 100000000},
         {answering ("hex = ''\n"), "fault_at", 0, 65535},

@@ -4,6 +4,7 @@
 #include "scanp/mpc8260.h"
 #include "scanp/scanp_driver.h"
 
+#include <endian.h>
 #include <errno.h>
 #include <string.h>
 #include <sys/mman.h>
@@ -71,19 +72,46 @@ void board_memory_t::fill (board_t::fill_t how)
     }
 }
 
+static bool is_inside (uint32_t offset, int width)
+{
+    return offset <= IMMR_SIZE - static_cast<uint32_t> (width);
+}
+
 uint32_t board_memory_t::read (uint32_t offset, int width) const
 {
-    uint32_t value = 0;
-    for (int i = 0; i < width; i++) {
-        value = value << 8 | (offset + i < IMMR_SIZE ? bytes_[offset + i] : 0);
+    if (!is_inside (offset, width)) {
+        return 0;
     }
-    return value;
+    uint32_t word;
+    uint16_t half;
+    switch (width) {
+    case 4:
+        memcpy (&word, bytes_ + offset, sizeof (word));
+        return be32toh (word);
+    case 2:
+        memcpy (&half, bytes_ + offset, sizeof (half));
+        return be16toh (half);
+    default:
+        return bytes_[offset];
+    }
 }
 
 void board_memory_t::write (uint32_t offset, int width, uint32_t value)
 {
-    for (int i = 0; i < width && offset + i < IMMR_SIZE; i++) {
-        bytes_[offset + i] = static_cast<uint8_t> (value >> 8 * (width - 1 - i));
+    if (!is_inside (offset, width)) {
+        return;
+    }
+    uint32_t word = htobe32 (value);
+    uint16_t half = htobe16 (static_cast<uint16_t> (value));
+    switch (width) {
+    case 4:
+        memcpy (bytes_ + offset, &word, sizeof (word));
+        break;
+    case 2:
+        memcpy (bytes_ + offset, &half, sizeof (half));
+        break;
+    default:
+        bytes_[offset] = static_cast<uint8_t> (value);
     }
 }
 

@@ -1,6 +1,7 @@
 #include "chassis/board/chassis.h"
 
 #include "chassis/board/pins.h"
+#include "chassis/board/register_map.h"
 #include "chassis/bus/slots.h"
 #include "scanp/scanp_driver.h"
 
@@ -20,15 +21,22 @@ static chassis_settings_t checked (chassis_settings_t settings)
 }
 
 chassis_t::chassis_t (chassis_settings_t settings)
-    : settings_ (checked (std::move (settings))), memory_ (settings_.board), transmitter_ (memory_),
-      receiver_ (memory_)
+    : settings_ (checked (std::move (settings))), memory_ (settings_.board),
+      remarks_ ([this] (const std::string &line, bool refused) {
+          for (chassis_observer_t *observer : observers_) {
+              observer->remark (now_, line, refused);
+          }
+      }),
+      scc_ (memory_, remarks_), transmitter_ (memory_, scc_, remarks_),
+      receiver_ (memory_, scc_, remarks_)
 {
+    set_cts3 (memory_, settings_.board.cts3);
     follow_pins ();
 }
 
 chassis_t::~chassis_t ()
 {
-    remove_views (*this);
+    remove_views (*front);
 }
 
 void chassis_t::set_cards (std::map<int, card_t> cards)
@@ -82,79 +90,115 @@ std::optional<int32_t> chassis_t::driver_request (unsigned long request, uint32_
     }
 }
 
-// Only a whole, well-formed command for SCC3 reaches it.
+// Of the commands for SCC3 one is known.
+static const char *command_problem (uint32_t word)
+{
+    static const char *const by_opcode[] = {nullptr,
+                                            "INIT RX PARAMETERS is not known here",
+                                            "INIT TX PARAMETERS is not known here",
+                                            "ENTER HUNT MODE is not known here",
+                                            "STOP TRANSMIT is not known here",
+                                            "GRACEFUL STOP TRANSMIT is not known here",
+                                            "RESTART TRANSMIT is not known here"};
+    uint32_t opcode = word & CPCR_OPCODE;
+    bool is_known = (word & ~CPCR_OPCODE) == (CPCR_PAGE_SBC_SCC3 | CPCR_FLG);
+    return is_known && opcode < std::size (by_opcode) ? by_opcode[opcode]
+                                                      : "no command that the board knows";
+}
+
 void chassis_t::command (uint32_t word)
 {
     for (chassis_observer_t *observer : observers_) {
         observer->command (word);
     }
-    if (settings_.board.cpcr == 0 && (word & ~CPCR_OPCODE) == (CPCR_PAGE_SBC_SCC3 | CPCR_FLG)) {
-        carry_out (word & CPCR_OPCODE);
-        run_until (now_);
+    remarks_.begins_command (word);
+    if (settings_.board.cpcr != 0 || remarks_.refused ()) {
+        return;
     }
-}
-
-void chassis_t::carry_out (uint32_t opcode)
-{
-    uint32_t gsmr = memory_.read32 (GSMR_L3);
-    if (opcode == CPCR_INIT_RX_AND_TX || opcode == CPCR_INIT_RX) {
-        receiver_.initialise (gsmr & GSMR_L_ENR);
-    }
-    if (opcode == CPCR_INIT_RX_AND_TX || opcode == CPCR_INIT_TX) {
-        transmitter_.initialise (gsmr & GSMR_L_ENT);
-    }
-    if (opcode == CPCR_ENTER_HUNT_MODE) {
-        receiver_.enter_hunt ();
-    }
-    if (opcode == CPCR_STOP_TX) {
-        transmitter_.stop ();
-    }
-    if (opcode == CPCR_RESTART_TX) {
-        transmitter_.restart ();
+    if (const char *problem = command_problem (word)) {
+        remarks_.refuse ("CPCR", word, 4, problem);
+    } else if (scc_.is_enabled ()) {
+        remarks_.refuse ("GSMR_L3", memory_.read32 (GSMR_L3), 4,
+                         "parameters are initialised with ENR and ENT clear");
+    } else {
+        receiver_.initialise ();
+        transmitter_.initialise ();
     }
 }
 
 // Accesses
 
+void chassis_t::begin_access (const access_t &access)
+{
+    for (chassis_observer_t *observer : observers_) {
+        observer->access (access);
+    }
+    remarks_.begins (access);
+    if (const char *problem = access_problem (access.offset, access.width)) {
+        remarks_.refuse (access.is_write ? "the word written" : "the word read", access.value,
+                         access.width, problem);
+    }
+}
+
+static const char *name_at (uint32_t offset)
+{
+    const known_register_t *found = find_register (offset);
+    return found == nullptr ? "" : found->name;
+}
+
 uint32_t chassis_t::read (uint32_t offset, int width)
 {
-    show_receive_line ();
-    uint32_t value = memory_.read (offset, width);
-    for (chassis_observer_t *observer : observers_) {
-        observer->access ({offset, width, value, false});
+    if (offset >= PDATD && offset < PDATD + 4) {
+        show_receive_line ();
     }
+    uint32_t value = memory_.read (offset, width);
+    begin_access ({offset, width, value, false, name_at (offset)});
     return value;
 }
 
 void chassis_t::write (uint32_t offset, int width, uint32_t value)
 {
-    for (chassis_observer_t *observer : observers_) {
-        observer->access ({offset, width, value, true});
-    }
+    begin_access ({offset, width, value, true, name_at (offset)});
     store (offset, width, value);
+    if (remarks_.refused ()) {
+        return;
+    }
+    lose_state (offset, width);
     follow_pins ();
     follow_controller ();
     run_until (now_);
 }
 
-// A one written to SCCE3 clears the event.
 void chassis_t::store (uint32_t offset, int width, uint32_t value)
 {
-    uint16_t events = memory_.read16 (SCCE3);
-    memory_.write (offset, width, value);
-    if (offset + static_cast<uint32_t> (width) <= SCCE3 || offset >= SCCE3 + 2) {
-        return;
+    if (offset == SCCE3) {
+        scc_.clear_events (static_cast<uint16_t> (value));
+    } else {
+        memory_.write (offset, width, value);
     }
-    uint16_t written = memory_.read16 (SCCE3);
-    if (width == 1) {
-        written &= offset == SCCE3 ? 0xFF00 : 0x00FF;
+}
+
+// RSTATE and TSTATE belong to the controller once it is initialised.
+void chassis_t::lose_state (uint32_t offset, int width)
+{
+    auto meets = [=] (uint32_t state) {
+        return offset < state + 4 && offset + static_cast<uint32_t> (width) > state;
+    };
+    constexpr const char *why =
+        "the controller's own: it stands still until it is initialised anew";
+    if (meets (SCC3_PARAM (RSTATE)) && receiver_.works ()) {
+        remarks_.note ("RSTATE", memory_.read32 (SCC3_PARAM (RSTATE)), 4, why);
+        receiver_.lose_state ();
     }
-    memory_.write16 (SCCE3, events & ~written);
+    if (meets (SCC3_PARAM (TSTATE)) && transmitter_.works ()) {
+        remarks_.note ("TSTATE", memory_.read32 (SCC3_PARAM (TSTATE)), 4, why);
+        transmitter_.lose_state ();
+    }
 }
 
 bool chassis_t::receive_line () const
 {
-    if (!card_ || !line_drivers_are_on (memory_)) {
+    if (!card_) {
         return true;
     }
     const std::optional<line_character_t> &current = card_->current ();
@@ -177,52 +221,53 @@ void *chassis_t::map (void *where, size_t length, int protection, int flags, uin
     if (view != MAP_FAILED) {
         bool internal = board_memory_t::is_internal (phys, length);
         uint32_t offset = static_cast<uint32_t> (phys - IMMR_BASE); // of no meaning elsewhere
-        add_view ({static_cast<uint8_t *> (view), length, offset, protection, this, internal});
+        add_view ({static_cast<uint8_t *> (view), length, offset, protection, front, internal});
     }
     return view;
 }
 
 // Pins and slots
 
-// The falling strobe takes the code; a code that changes under the low strobe selects nothing.
+// The code selects as long as the strobe is low.
 void chassis_t::follow_pins ()
 {
     bool drive = select_pins_drive (memory_);
     uint32_t pdat = memory_.read32 (PDATC);
     uint8_t code = drive ? pdat & PC25_PC31 : pins_.code;
     bool low = drive && !(pdat & PC24);
-    bool falls = low && !pins_.strobe_low;
-    if (falls && before_select) {
+    bool moves = low && (!pins_.strobe_low || code != pins_.code);
+    if (moves && before_select) {
         before_select ();
     }
-    int held = low && code == pins_.code ? pins_.slot : -1;
-    int slot = falls ? slot_of_code (code) : held;
-    if (falls || slot != pins_.slot) {
+    int slot = low ? slot_of_code (code) : -1;
+    if (moves || slot != pins_.slot) {
         select (slot);
     }
-    bus_pins_t pins{code, low, slot, card_ && card_->holds_line_low ()};
-    if (pins == pins_) {
+    bus_pins_t now{code, low, slot, card_ && card_->holds_line_low ()};
+    if (now == pins_) {
         return;
     }
-    pins_ = pins;
+    pins_ = now;
     for (chassis_observer_t *observer : observers_) {
         observer->pins (now_, pins_);
     }
 }
 
-// Ends whatever the card so far selected was about.
+// Ends whatever the card so far selected was about. The new one hears nothing of a character that
+// has begun.
 void chassis_t::select (int slot)
 {
     if (card_ && card_->current () && card_->current ()->start < now_) {
         line_character_t cut = *card_->current ();
         cut.end = now_;
         cut.fault = line_fault_t::cut;
-        deliver_to_receiver (cut, decode_scc_setup (memory_));
+        deliver_to_receiver (cut);
     }
     card_.reset ();
     auto found = settings_.cards.find (slot);
     if (found != settings_.cards.end ()) {
-        card_.emplace (slot, found->second, settings_.board.brgclk, now_);
+        card_.emplace (slot, found->second, settings_.board.brgclk,
+                       transmitter_.current () ? now_ + 1 : now_);
     }
 }
 
@@ -230,10 +275,10 @@ void chassis_t::select (int slot)
 
 void chassis_t::follow_controller ()
 {
-    scc_setup_t setup = decode_scc_setup (memory_);
-    receiver_.enable (setup.receives, now_);
-    if (!setup.transmits) {
-        std::optional<line_character_t> lost = transmitter_.abort (now_);
+    scc_.follow_registers ();
+    receiver_.follow_registers (now_);
+    if (!scc_.transmits () || !transmitter_.works ()) {
+        std::optional<line_character_t> lost = transmitter_.stop (now_);
         if (lost && lost->start < now_) {
             deliver_to_card (*lost);
         }
@@ -245,54 +290,59 @@ void chassis_t::advance (uint64_t microseconds)
     uint64_t hz = settings_.board.brgclk;
     uint64_t fraction = microseconds % million * hz + remainder_;
     remainder_ = fraction % million;
+    remarks_.begins_to_wait ();
+    follow_controller ();
     run_until (now_ + microseconds / million * hz + fraction / million);
 }
 
 void chassis_t::run_until (uint64_t end)
 {
-    for (;;) {
-        scc_setup_t setup = decode_scc_setup (memory_);
-        transmitter_.begin (setup, card_ && card_->holds_up_transmitter (), now_);
-        uint64_t next = next_event (setup);
+    while (!remarks_.refused ()) {
+        transmitter_.run (transmitter_is_held (), now_);
+        uint64_t next = next_event ();
         if (next > end) {
             break;
         }
         now_ = std::max (now_, next);
-        finish_what_ends (setup);
+        finish_what_ends ();
     }
     now_ = end;
     tell_settled ();
 }
 
-// A character that the card has begun ends the idle time.
-uint64_t chassis_t::next_event (const scc_setup_t &setup) const
+bool chassis_t::transmitter_is_held () const
 {
-    uint64_t next = receiver_.idle_deadline (setup);
-    if (card_ && card_->current ()) {
-        const line_character_t &incoming = *card_->current ();
-        next = incoming.start < next ? incoming.end : next;
-    }
-    if (transmitter_.current () && setup.tx_divider != 0) {
-        next = std::min (next, transmitter_.current ()->end);
-    }
-    return next;
+    return card_ && card_->holds_up_transmitter () && cts3_is_connected (memory_);
 }
 
-void chassis_t::finish_what_ends (const scc_setup_t &setup)
+// A character that the card has begun ends the idle time.
+uint64_t chassis_t::idle_deadline () const
+{
+    uint64_t deadline = receiver_.idle_deadline ();
+    bool ends = card_ && card_->current () && card_->current ()->start < deadline;
+    return ends ? NEVER : deadline;
+}
+
+uint64_t chassis_t::next_event () const
+{
+    uint64_t incoming = card_ && card_->current () ? card_->current ()->end : NEVER;
+    return std::min ({incoming, idle_deadline (), transmitter_.next_event (now_)});
+}
+
+void chassis_t::finish_what_ends ()
 {
     if (card_ && card_->current () && card_->current ()->end <= now_) {
-        deliver_to_receiver (card_->finish (), setup);
-    } else if (transmitter_.current () && transmitter_.current ()->end <= now_ &&
-               setup.tx_divider != 0) {
-        deliver_to_card (transmitter_.finish (setup));
-    } else if (receiver_.idle_deadline (setup) <= now_) {
+        deliver_to_receiver (card_->finish ());
+    } else if (transmitter_.current () && transmitter_.current ()->end <= now_) {
+        deliver_to_card (transmitter_.finish ());
+    } else if (idle_deadline () <= now_) {
         receiver_.idle_elapsed ();
     }
 }
 
 void chassis_t::deliver_to_card (line_character_t character)
 {
-    if (!txd3_is_connected (memory_) || !line_drivers_are_on (memory_)) {
+    if (!txd3_is_connected (memory_)) {
         return;
     }
     character.slot = pins_.slot;
@@ -302,13 +352,8 @@ void chassis_t::deliver_to_card (line_character_t character)
     tell (character);
 }
 
-void chassis_t::deliver_to_receiver (const line_character_t &character, const scc_setup_t &setup)
+void chassis_t::deliver_to_receiver (const line_character_t &character)
 {
-    if (!line_drivers_are_on (memory_)) {
-        return;
-    }
     tell (character);
-    if (rxd3_is_connected (memory_)) {
-        receiver_.receive (character, setup);
-    }
+    receiver_.receive (character);
 }

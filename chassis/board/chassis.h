@@ -1,9 +1,14 @@
 // One emulated chassis: the controller board with its memory, pins and SCC3, the cards behind the
 // slots, and its time. Nothing happens in it but what a call does: time moves only in `advance`, so
 // a run is repeatable to the bit. To be used by one thread at a time.
+//
+// What the program does that the model does not know stops the board: its observers get the line,
+// and from then on it is memory and time alone.
 #pragma once
 
 #include "chassis/board/board_memory.h"
+#include "chassis/board/remarks.h"
+#include "chassis/board/scc3.h"
 #include "chassis/board/scc_receiver.h"
 #include "chassis/board/scc_transmitter.h"
 #include "chassis/bus/observer.h"
@@ -25,7 +30,8 @@ class chassis_t final : public register_file_t {
 
     // Pulls and plugs cards; takes effect at the next select.
     void set_cards (std::map<int, card_t> cards);
-    // Called at each falling edge of the strobe, before the slot is selected. May be empty.
+    // Called before a slot is selected: at each falling edge of the strobe, and when the code
+    // changes under the low strobe. May be empty.
     std::function<void ()> before_select;
     // Adds a watcher, which must outlive the chassis.
     void observe (chassis_observer_t *observer);
@@ -55,7 +61,9 @@ class chassis_t final : public register_file_t {
     void write (uint32_t offset, int width, uint32_t value) override;
 
     // A view of physical memory for the program, as mmap of /dev/mem gives it; see board_memory_t.
-    // Accesses to the internal memory map through it arrive at `read` and `write`.
+    // Accesses to the internal memory map through it arrive at `front`: as a rule this chassis's
+    // own `read` and `write`; a test may put something before them.
+    register_file_t *front = this;
     void *map (void *where, size_t length, int protection, int flags, uint64_t phys);
     board_memory_t &memory ()
     {
@@ -65,6 +73,8 @@ class chassis_t final : public register_file_t {
   private:
     chassis_settings_t settings_;
     board_memory_t memory_;
+    remarks_t remarks_;
+    scc3_t scc_;
     scc_transmitter_t transmitter_;
     scc_receiver_t receiver_;
     std::vector<chassis_observer_t *> observers_;
@@ -74,8 +84,9 @@ class chassis_t final : public register_file_t {
     std::optional<slot_card_t> card_; // the selected one
 
     void command (uint32_t word);
-    void carry_out (uint32_t opcode);
+    void begin_access (const access_t &access);
     void store (uint32_t offset, int width, uint32_t value);
+    void lose_state (uint32_t offset, int width);
     void show_receive_line ();
     bool receive_line () const;
 
@@ -83,10 +94,12 @@ class chassis_t final : public register_file_t {
     void select (int slot);
     void follow_controller ();
     void run_until (uint64_t end);
-    uint64_t next_event (const scc_setup_t &setup) const;
-    void finish_what_ends (const scc_setup_t &setup);
+    bool transmitter_is_held () const;
+    uint64_t idle_deadline () const;
+    uint64_t next_event () const;
+    void finish_what_ends ();
     void deliver_to_card (line_character_t character);
-    void deliver_to_receiver (const line_character_t &character, const scc_setup_t &setup);
+    void deliver_to_receiver (const line_character_t &character);
     void tell (const line_character_t &character);
     void tell_settled ();
 };

@@ -5,26 +5,19 @@
 uint32_t brg4_divider (const board_memory_t &memory)
 {
     uint32_t brgc = memory.read32 (BRGC4);
-    if ((brgc & ~(BRGC_CD | BRGC_DIV16)) != BRGC_EN) {
+    if (!(brgc & BRGC_EN)) {
         return 0;
     }
     uint32_t divider = ((brgc & BRGC_CD) >> BRGC_CD_SHIFT) + 1;
     return brgc & BRGC_DIV16 ? divider * 16 : divider;
 }
 
-// SCC3's byte apart from the two clocks, GR3 and SC3, must be clear.
-static bool clocks (const board_memory_t &memory, uint32_t field, uint32_t brg4)
-{
-    constexpr uint32_t others = CMXSCR_SCC3 & ~(CMXSCR_RS3CS | CMXSCR_TS3CS);
-    return (memory.read32 (CMXSCR) & (field | others)) == brg4;
-}
-
 bool brg4_clocks_transmitter (const board_memory_t &memory)
 {
-    return clocks (memory, CMXSCR_TS3CS, CMXSCR_TS3CS_BRG4);
+    return (memory.read32 (CMXSCR) & CMXSCR_TS3CS) == CMXSCR_TS3CS_BRG4;
 }
 
 bool brg4_clocks_receiver (const board_memory_t &memory)
 {
-    return clocks (memory, CMXSCR_RS3CS, CMXSCR_RS3CS_BRG4);
+    return (memory.read32 (CMXSCR) & CMXSCR_RS3CS) == CMXSCR_RS3CS_BRG4;
 }

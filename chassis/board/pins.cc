@@ -12,18 +12,17 @@ static bool all_clear (const board_memory_t &memory, uint32_t offset, uint32_t b
     return (memory.read32 (offset) & bits) == 0;
 }
 
+// PSOR has no effect on a pin of general purpose.
 bool select_pins_drive (const board_memory_t &memory)
 {
     constexpr uint32_t pins = PC24 | PC25_PC31;
-    return all_clear (memory, PPARC, pins) && all_clear (memory, PSORC, pins) &&
-           all_clear (memory, PODRC, pins) && all_set (memory, PDIRC, pins);
+    return all_clear (memory, PPARC, pins) && all_set (memory, PDIRC, pins);
 }
 
-// The SCC's own function of a pin, push-pull.
+// The SCC's own function of a pin.
 static bool is_dedicated (const board_memory_t &memory, uint32_t pin)
 {
-    return all_set (memory, PPARD, pin) && all_clear (memory, PSORD, pin) &&
-           all_clear (memory, PODRD, pin);
+    return all_set (memory, PPARD, pin) && all_clear (memory, PSORD, pin);
 }
 
 bool txd3_is_connected (const board_memory_t &memory)
@@ -41,9 +40,16 @@ bool rxd3_reads_latch (const board_memory_t &memory)
     return all_clear (memory, PPARD, PD25_RXD3) && all_set (memory, PDIRD, PD25_RXD3);
 }
 
-bool line_drivers_are_on (const board_memory_t &memory)
+bool cts3_is_connected (const board_memory_t &memory)
 {
-    constexpr uint32_t pins = PB8 | PB14;
-    return all_clear (memory, PPARB, pins) && all_clear (memory, PSORB, pins) &&
-           all_set (memory, PDIRB, pins);
+    return all_set (memory, PPARC, PC11_CTS3) && all_clear (memory, PSORC, PC11_CTS3) &&
+           all_clear (memory, PDIRC, PC11_CTS3);
+}
+
+void set_cts3 (board_memory_t &memory, bool connected)
+{
+    uint32_t pparc = memory.read32 (PPARC);
+    memory.write (PPARC, 4, connected ? pparc | PC11_CTS3 : pparc & ~PC11_CTS3);
+    memory.write (PSORC, 4, memory.read32 (PSORC) & ~PC11_CTS3);
+    memory.write (PDIRC, 4, memory.read32 (PDIRC) & ~PC11_CTS3);
 }

@@ -3,12 +3,14 @@
 
 #include "chassis/board/board_memory.h"
 
-// PC24 to PC31 are general-purpose push-pull outputs: they drive the strobe and the slot code.
+// PC24 to PC31 are general-purpose outputs: they drive the strobe and the slot code.
 bool select_pins_drive (const board_memory_t &memory);
-// PD24 is TXD3, push-pull; PD25 is RXD3.
+// PD24 is TXD3; PD25 is RXD3.
 bool txd3_is_connected (const board_memory_t &memory);
 bool rxd3_is_connected (const board_memory_t &memory);
 // PD25 is a general-purpose output: it reads what was written to it, not the line.
 bool rxd3_reads_latch (const board_memory_t &memory);
-// PB8 and PB14 are general-purpose outputs: the line drivers of the bus are on.
-bool line_drivers_are_on (const board_memory_t &memory);
+// PC11 is CTS3. Elsewhere the controller takes CTS for asserted.
+bool cts3_is_connected (const board_memory_t &memory);
+// What the boot firmware made of PC11, whatever the memory holds.
+void set_cts3 (board_memory_t &memory, bool connected);

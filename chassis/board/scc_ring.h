@@ -44,10 +44,7 @@ struct scc_ring_t {
     }
     void advance (bool wrap)
     {
-        wrap ? rewind () : memory.write16 (pointer, static_cast<uint16_t> (live () + 8));
-    }
-    void raise (uint16_t event)
-    {
-        memory.write16 (SCCE3, memory.read16 (SCCE3) | event);
+        wrap ? rewind ()
+             : memory.write16 (pointer, static_cast<uint16_t> (live () + sizeof (scc_bd_t)));
     }
 };

@@ -1,99 +1,129 @@
 #include "chassis/board/scc_transmitter.h"
 
-void scc_transmitter_t::initialise (bool enabled)
+#include <algorithm>
+
+constexpr uint64_t bits_between_looks = 64;
+
+void scc_transmitter_t::initialise ()
 {
     ring_.rewind ();
-    buffer_.reset ();
-    stopped_ = false;
-    works_ = !enabled;
+    works_ = true;
 }
 
-void scc_transmitter_t::begin (const scc_setup_t &setup, bool held, uint64_t now)
+bool scc_transmitter_t::is_ready () const
 {
-    bool may_send = works_ && !stopped_ && setup.transmits && setup.flow_control && !setup.frozen &&
-                    setup.tx_divider != 0 && !held;
-    if (current_ || !may_send || ring_.memory.read (SCC3_PARAM (TFCR), 1) != FCR_BIG_ENDIAN) {
+    return ring_.memory.read16 (ring_.status ()) & BD_TX_R;
+}
+
+// A descriptor that was not ready is looked at again every 64 bit times.
+uint64_t scc_transmitter_t::next_look (uint64_t now) const
+{
+    if (!looked_) {
+        return now;
+    }
+    uint64_t period = bits_between_looks * scc_.transmit_bit ();
+    uint64_t passed = (now - *looked_ + period - 1) / period;
+    return *looked_ + std::max<uint64_t> (passed, 1) * period;
+}
+
+void scc_transmitter_t::run (bool held, uint64_t now)
+{
+    if (!runs ()) {
         return;
     }
-    if (ring_.memory.read16 (SCC3_PARAM (TOSEQ)) & TOSEQ_REA) {
-        begin_out_of_sequence (setup, now);
-    } else if (buffer_ || open_buffer ()) {
-        begin_next_of_buffer (setup, now);
+    fill (now);
+    if (!current_ && !fifo_.empty () && !held) {
+        current_ = scc_.frame (fifo_.front ().value, fifo_.front ().address, now);
+        fifo_.pop_front ();
     }
 }
 
-void scc_transmitter_t::begin_out_of_sequence (const scc_setup_t &setup, uint64_t now)
+void scc_transmitter_t::fill (uint64_t now)
 {
-    uint16_t toseq = ring_.memory.read16 (SCC3_PARAM (TOSEQ));
-    current_ = setup.frame (static_cast<uint8_t> (toseq), toseq & TOSEQ_A, false, now);
-    out_of_sequence_ = true;
-    ring_.memory.write16 (SCC3_PARAM (TOSEQ), toseq & ~TOSEQ_REA);
+    while (fifo_.size () + (current_ ? 1 : 0) < scc_.fifo_depth () &&
+           (buffer_ || open_buffer (now)) && take_byte ()) {
+    }
 }
 
-// A descriptor that is ready but has no characters or unknown bits, or stands at an odd place,
-// stops the transmitter for good.
-bool scc_transmitter_t::open_buffer ()
+bool scc_transmitter_t::open_buffer (uint64_t now)
 {
-    uint16_t status = ring_.memory.read16 (ring_.status ());
-    uint16_t length = ring_.memory.read16 (ring_.length ());
-    if (!(status & BD_TX_R)) {
+    if (next_look (now) != now) {
         return false;
     }
-    constexpr uint16_t known = BD_TX_R | BD_TX_W | BD_TX_I | BD_TX_A | BD_TX_CM | BD_TX_NS;
-    works_ = ring_.is_aligned () && length != 0 && (status & ~known) == 0;
-    if (works_) {
+    if (!is_ready ()) {
+        looked_ = now;
+        return false;
+    }
+    looked_.reset ();
+    uint16_t status = ring_.memory.read16 (ring_.status ());
+    uint16_t length = ring_.memory.read16 (ring_.length ());
+    constexpr uint16_t known = BD_TX_R | BD_TX_W | BD_TX_I | BD_TX_A;
+    if (!ring_.is_aligned ()) {
+        remarks_.refuse ("TBPTR", ring_.live (), 2, "descriptors stand at multiples of 8");
+    } else if (status & ~known) {
+        remarks_.refuse ("a transmit descriptor's status", status, 2,
+                         "only R, W, I and A are known here");
+    } else if (length == 0) {
+        remarks_.refuse ("a transmit descriptor's length", length, 2, "nothing to send");
+    } else {
         buffer_ = {status, ring_.memory.read32 (ring_.buffer ()), length};
     }
-    return works_;
+    return buffer_.has_value ();
 }
 
-void scc_transmitter_t::begin_next_of_buffer (const scc_setup_t &setup, uint64_t now)
+bool scc_transmitter_t::take_byte ()
 {
     const uint8_t *byte = ring_.memory.physical (buffer_->pointer);
     if (byte == nullptr) {
-        works_ = false; // bus error
-        return;
+        remarks_.refuse ("a transmit buffer's address", buffer_->pointer, 4,
+                         "the board has no memory there");
+        buffer_.reset ();
+        return false;
     }
-    uint16_t status = buffer_->status;
-    current_ = setup.frame (*byte, status & BD_TX_A, status & BD_TX_NS, now);
-    out_of_sequence_ = false;
+    fifo_.push_back ({*byte, (buffer_->status & BD_TX_A) != 0});
     buffer_->pointer++;
-    buffer_->left--;
-}
-
-line_character_t scc_transmitter_t::finish (const scc_setup_t &setup)
-{
-    line_character_t sent = *current_;
-    current_.reset ();
-    if (sent.bit.ticks != setup.tx_divider) {
-        sent.fault = line_fault_t::cut; // the clock changed underneath
-    }
-    if (!out_of_sequence_ && buffer_ && buffer_->left == 0) {
+    if (--buffer_->left == 0) {
         close_buffer ();
     }
-    return sent;
+    return true;
 }
 
+// As soon as the last character is in the FIFO.
 void scc_transmitter_t::close_buffer ()
 {
     uint16_t status = buffer_->status;
     buffer_.reset ();
-    if (!(status & BD_TX_CM)) {
-        ring_.memory.write16 (ring_.status (), status & ~BD_TX_R);
-    }
+    ring_.memory.write16 (ring_.status (), status & ~BD_TX_R);
     if (status & BD_TX_I) {
-        ring_.raise (SCCE_TX);
+        scc_.raise (SCCE_TX);
     }
     ring_.advance (status & BD_TX_W);
 }
 
-std::optional<line_character_t> scc_transmitter_t::abort (uint64_t now)
+uint64_t scc_transmitter_t::next_event (uint64_t now) const
+{
+    uint64_t next = current_ ? current_->end : NEVER;
+    bool looks = runs () && !buffer_ && fifo_.size () + (current_ ? 1 : 0) < scc_.fifo_depth ();
+    return looks && is_ready () ? std::min (next, next_look (now)) : next;
+}
+
+line_character_t scc_transmitter_t::finish ()
+{
+    line_character_t sent = *current_;
+    current_.reset ();
+    if (sent.bit.ticks != scc_.transmit_bit ()) {
+        sent.fault = line_fault_t::cut; // the clock changed underneath
+    }
+    return sent;
+}
+
+std::optional<line_character_t> scc_transmitter_t::stop (uint64_t now)
 {
     std::optional<line_character_t> lost = current_;
     current_.reset ();
-    if (buffer_ && buffer_->left == 0) {
-        buffer_.reset (); // its last character is lost; the descriptor stays ready
-    }
+    fifo_.clear ();
+    buffer_.reset ();
+    looked_.reset ();
     if (lost) {
         lost->end = now;
         lost->fault = line_fault_t::cut;

@@ -1,56 +1,72 @@
-// SCC3's transmitter: walks the ring of transmit descriptors and puts their characters on TXD3.
+// SCC3's transmitter: takes the buffers of the ring of transmit descriptors into its FIFO, ahead of
+// the line, and puts their characters on TXD3.
 #pragma once
 
+#include "chassis/board/scc3.h"
 #include "chassis/board/scc_ring.h"
-#include "chassis/board/scc_setup.h"
 
+#include <deque>
 #include <optional>
 
 class scc_transmitter_t {
   public:
-    explicit scc_transmitter_t (board_memory_t &memory)
-        : ring_{memory, SCC3_PARAM (TBASE), SCC3_PARAM (TBPTR)}
+    scc_transmitter_t (board_memory_t &memory, scc3_t &scc, remarks_t &remarks)
+        : scc_ (scc), remarks_ (remarks), ring_{memory, SCC3_PARAM (TBASE), SCC3_PARAM (TBPTR)}
     {}
-    // CP commands. Initialising an enabled transmitter stops it until it is done properly.
-    void initialise (bool enabled);
-    void stop ()
+    // INIT TX PARAMETERS; and TSTATE overwritten, which stops it until the next one.
+    void initialise ();
+    void lose_state ()
     {
-        stopped_ = true;
+        works_ = false;
     }
-    void restart ()
+    bool works () const
     {
-        stopped_ = false;
+        return works_;
     }
 
-    // Begins the next character at `now`, unless one is on its way or nothing is to be sent.
-    // `held`: CTS is not given.
-    void begin (const scc_setup_t &setup, bool held, uint64_t now);
-    // The character on its way, if the transmitter has a clock.
+    // Fills the FIFO, and begins the next character unless one is on its way. `held`: CTS is
+    // negated.
+    void run (bool held, uint64_t now);
+    // When it does something by itself; may be NEVER.
+    uint64_t next_event (uint64_t now) const;
+    // The character on its way.
     const std::optional<line_character_t> &current () const
     {
         return current_;
     }
-    // Takes the character off the line at its end, and does the book-keeping of its buffer.
-    line_character_t finish (const scc_setup_t &setup);
-    // Breaks off the character on its way.
-    std::optional<line_character_t> abort (uint64_t now);
+    // Takes the character off the line at its end.
+    line_character_t finish ();
+    // Loses what is in the FIFO, and cuts the character on its way.
+    std::optional<line_character_t> stop (uint64_t now);
 
   private:
-    // The buffer being sent, latched from its descriptor.
+    // The buffer being taken, as its descriptor was when it was opened.
     struct buffer_t {
         uint16_t status;
         uint32_t pointer;
         uint32_t left; // characters
     };
+    struct waiting_t {
+        uint8_t value;
+        bool address;
+    };
+    scc3_t &scc_;
+    remarks_t &remarks_;
     scc_ring_t ring_;
-    bool works_ = false; // initialised, and no bus error since
-    bool stopped_ = false;
-    bool out_of_sequence_ = false; // the character on its way comes from TOSEQ
+    bool works_ = false; // initialised
     std::optional<buffer_t> buffer_;
+    std::deque<waiting_t> fifo_;
     std::optional<line_character_t> current_;
+    std::optional<uint64_t> looked_; // when it found the live descriptor not ready
 
-    bool open_buffer ();
+    bool runs () const
+    {
+        return works_ && scc_.transmits ();
+    }
+    bool is_ready () const;
+    uint64_t next_look (uint64_t now) const;
+    void fill (uint64_t now);
+    bool open_buffer (uint64_t now);
+    bool take_byte ();
     void close_buffer ();
-    void begin_out_of_sequence (const scc_setup_t &setup, uint64_t now);
-    void begin_next_of_buffer (const scc_setup_t &setup, uint64_t now);
 };

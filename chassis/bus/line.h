@@ -28,13 +28,12 @@ struct bit_time_t {
 
 enum class line_fault_t {
     none,
-    wrong_rate,   // its bits last longer or shorter than the card's
-    wrong_format, // not start, eight data bits, address bit, one stop bit
-    cut,          // broken off, or begun before there was a listener
-    framing,      // the stop bit is low
-    noise,        // the samples of a bit disagree
-    overrun,      // sent well; the controller loses it
-    line_break    // the line is low all the time
+    wrong_rate, // its bits last longer or shorter than the card's
+    cut,        // broken off, or begun before there was a listener
+    framing,    // the stop bit is low
+    noise,      // the samples of a bit disagree
+    overrun,    // sent well; the controller has no room for it
+    line_break  // the line is low all the time
 };
 
 // One character, or a break, on one of the lines.
@@ -60,6 +59,11 @@ struct line_character_t {
 
 // The bus's own form: start bit, eight data bits, address bit, stop bit.
 constexpr int BITS_PER_CHARACTER = 11;
+
+constexpr uint32_t character_levels (uint8_t value, bool address, bool stop = true)
+{
+    return uint32_t{value} << 1 | uint32_t{address} << 9 | uint32_t{stop} << 10;
+}
 
 // The pins that select a slot.
 struct bus_pins_t {

@@ -25,7 +25,7 @@ enum class fault_t {
     missing_address,    // the answer begins with its data, without an address character
     missing_end,        // the answer is not followed by its closing address character
     line_low,           // the receive line is held low as long as the card is selected
-    endless_transmitter // the card holds up the transmitter (CTS) as long as it is selected
+    endless_transmitter // the card holds CTS3 negated as long as it is selected: see board_t::cts3
 };
 
 // Data characters of one frame, at most. A longer request is not understood.
@@ -49,6 +49,7 @@ struct card_t {
     uint8_t address = 0x5A;             // the address character that opens the answer
     fault_t fault = fault_t::none;
     uint32_t fault_at = 0; // index of the data byte that the fault strikes; past the end: the last
+    uint32_t gap = 0;      // microseconds between the characters of an answer
     uint32_t bit_rate = 0; // bit/s; 0: the rate at which this slot is run (see chassis_settings_t)
 
     card_t &answers (uint8_t command, std::vector<uint8_t> bytes)
@@ -72,6 +73,11 @@ struct card_t {
         delay = microseconds;
         return *this;
     }
+    card_t &pauses (uint32_t microseconds)
+    {
+        gap = microseconds;
+        return *this;
+    }
     card_t &from (uint8_t address_character)
     {
         address = address_character;
@@ -83,6 +89,7 @@ struct card_t {
 struct board_t {
     uint32_t brgclk = 66000000;   // Hz
     bool device = true;           // whether /dev/scanp can be opened
+    bool cts3 = false;            // whether the boot firmware gave PC11 to SCC3 as CTS3
     uint32_t buffer = 0x01F40000; // physical address of the driver's buffers
     uint32_t dpram = 0x00001000;  // offset of the reserved dual-port RAM
     uint32_t cpcr = 0;            // what it answers to a CP command; not 0: the command is lost

@@ -151,11 +151,9 @@ void slot_card_t::strike (fault_t fault, uint32_t at)
 
 static uint32_t levels_of (uint8_t value, bool address, line_fault_t fault)
 {
-    if (fault == line_fault_t::line_break) {
-        return 0;
-    }
-    uint32_t stop = fault != line_fault_t::framing;
-    return static_cast<uint32_t> (value) << 1 | static_cast<uint32_t> (address) << 9 | stop << 10;
+    return fault == line_fault_t::line_break
+               ? 0
+               : character_levels (value, address, fault != line_fault_t::framing);
 }
 
 void slot_card_t::go_on ()
@@ -164,12 +162,13 @@ void slot_card_t::go_on ()
         current_.reset ();
         return;
     }
+    uint64_t gaps = next_ * uint64_t{settings_.gap} * brgclk_ / 1000000;
     const outgoing_t &out = answer_[next_++];
     int count = out.fault == line_fault_t::line_break ? break_bits : BITS_PER_CHARACTER;
-    uint64_t start = answer_start_ + bit_.lasts (sent_bits_);
+    uint64_t start = answer_start_ + gaps + bit_.lasts (sent_bits_);
     sent_bits_ += static_cast<uint64_t> (count);
     current_ = {start,
-                answer_start_ + bit_.lasts (sent_bits_),
+                answer_start_ + gaps + bit_.lasts (sent_bits_),
                 true,
                 slot_,
                 out.value,

@@ -12,8 +12,6 @@ static const char *words_of (line_fault_t fault)
     switch (fault) {
     case line_fault_t::wrong_rate:
         return "not understood by the card: wrong bit rate";
-    case line_fault_t::wrong_format:
-        return "not understood by the card: wrong character format";
     case line_fault_t::cut:
         return "cut off";
     case line_fault_t::framing:
@@ -51,7 +49,7 @@ void trace_t::character (const line_character_t &character)
     finish (!character.from_card);
     std::optional<frame_t> &frame = frames_[character.from_card];
     if (!frame) {
-        frame = {character.start, character.slot, code_, {}, {}, {}, {}};
+        frame = {character.start, character.slot, pins_.code, {}, {}, {}, {}};
     }
     add (*frame, character);
     bool ends = character.fault == line_fault_t::line_break || frame->closing.has_value ();
@@ -78,17 +76,36 @@ void trace_t::add (frame_t &frame, const line_character_t &character)
     }
 }
 
+static std::string slot_text (int slot)
+{
+    return slot < 0 ? "no slot" : (slot < 10 ? "slot  " : "slot ") + std::to_string (slot);
+}
+
+static std::string where (int slot, uint8_t code)
+{
+    return slot_text (slot) + (code < 10 ? " (code  " : " (code ") + std::to_string (code) + ")";
+}
+
 void trace_t::pins (uint64_t tick, const bus_pins_t &pins)
 {
     finish (false);
     finish (true);
-    code_ = pins.code;
-    if (pins.rx_held_low && !line_held_low_) {
-        print_time (tick);
-        fprintf (file_, "  slot %2d (code %2d) holds the receive line low\n", pins.slot, code_);
-        fflush (file_);
+    if (pins.strobe_low && pins_.strobe_low && pins.code != pins_.code) {
+        print_line (tick, "the code changes from " + std::to_string (pins_.code) + " to " +
+                              std::to_string (pins.code) +
+                              " under the low strobe: " + slot_text (pins.slot));
     }
-    line_held_low_ = pins.rx_held_low;
+    if (pins.rx_held_low && !pins_.rx_held_low) {
+        print_line (tick, where (pins.slot, pins.code) + " holds the receive line low");
+    }
+    pins_ = pins;
+}
+
+void trace_t::remark (uint64_t tick, const std::string &line, bool refused)
+{
+    finish (false);
+    finish (true);
+    print_line (tick, (refused ? "stopped: " : "note: ") + line);
 }
 
 void trace_t::finish (bool from_card)
@@ -121,27 +138,21 @@ static std::string shown (std::optional<uint8_t> byte)
     return byte ? hex_text (&*byte, 1) + " " : "-- ";
 }
 
-void trace_t::print_time (uint64_t tick)
+void trace_t::print_line (uint64_t tick, const std::string &line)
 {
     uint64_t micros = tick % brgclk_ * 1000000 / brgclk_;
-    fprintf (file_, "%llu.%06llu", static_cast<unsigned long long> (tick / brgclk_),
-             static_cast<unsigned long long> (micros));
+    fprintf (file_, "%llu.%06llu  %s\n", static_cast<unsigned long long> (tick / brgclk_),
+             static_cast<unsigned long long> (micros), line.c_str ());
+    fflush (file_);
 }
 
 void trace_t::print (const frame_t &frame, bool from_card)
 {
-    std::string where = "no slot";
-    if (frame.slot >= 0) {
-        where = (frame.slot < 10 ? "slot  " : "slot ") + std::to_string (frame.slot);
-    }
-    std::string text =
-        shown (frame.address) + "| " + shown (frame.data) + "| " + shown (frame.closing);
+    std::string text = (from_card ? "from " : "to   ") + where (frame.slot, frame.code) + "  ";
+    text += shown (frame.address) + "| " + shown (frame.data) + "| " + shown (frame.closing);
     text.pop_back ();
     for (const std::string &fault : frame.faults) {
         text += "  " + fault;
     }
-    print_time (frame.start);
-    fprintf (file_, "  %s %s (code %2d)  %s\n", from_card ? "from" : "to  ", where.c_str (),
-             frame.code, text.c_str ());
-    fflush (file_);
+    print_line (frame.start, text);
 }

@@ -19,9 +19,9 @@ static constexpr int64_t max_answer = MAX_CARD_DATA;
 static constexpr int64_t uint32_top = UINT32_MAX;
 
 static const keys_t top_keys = {"board", "card"};
-static const keys_t board_keys = {"brgclk", "device", "buffer", "dpram", "cpcr", "memory"};
-static const keys_t card_keys = {"slot",  "delay",    "address", "bit_rate",
-                                 "fault", "fault_at", "answer"};
+static const keys_t board_keys = {"brgclk", "device", "cts3", "buffer", "dpram", "cpcr", "memory"};
+static const keys_t card_keys = {"slot",     "delay", "gap",      "address",
+                                 "bit_rate", "fault", "fault_at", "answer"};
 static const keys_t answer_keys = {"command", "hex",   "text",    "types", "fields",  "echo",
                                    "repeat",  "delay", "address", "fault", "fault_at"};
 
@@ -53,6 +53,7 @@ static void read_board (const section_t &section, board_t &board)
 {
     section.number ("brgclk", 100000, 1000000000, board.brgclk);
     section.boolean ("device", board.device);
+    section.boolean ("cts3", board.cts3);
     section.number ("buffer", 0, uint32_top, board.buffer);
     section.number ("dpram", 0, uint32_top, board.dpram);
     section.number ("cpcr", INT32_MIN, INT32_MAX, board.cpcr);
@@ -186,6 +187,7 @@ static void read_card (const section_t &section, chassis_settings_t &settings)
     }
     card_t &card = settings.card (slot);
     section.number ("delay", 0, minute, card.delay);
+    section.number ("gap", 0, minute, card.gap);
     section.number ("address", 0, 255, card.address);
     section.number ("bit_rate", 100, 100000000, card.bit_rate);
     section.number ("fault_at", 0, max_answer - 1, card.fault_at);
@@ -205,17 +207,29 @@ static toml::table parse_toml (const std::string &text, const std::string &name)
     }
 }
 
+// Only where the board passes CTS3 on can a card hold up the transmitter.
+static bool holds_up_transmitter (const std::map<int, card_t> &cards)
+{
+    return std::any_of (cards.begin (), cards.end (), [] (const auto &card) {
+        return card.second.fault == fault_t::endless_transmitter;
+    });
+}
+
 chassis_settings_t parse_chassis (const std::string &text, const std::string &name)
 {
     check_nesting (text, name);
     const toml::table root = parse_toml (text, name);
     const section_t file (root, "", name, top_keys);
     chassis_settings_t settings;
-    if (auto board = file.section ("board", board_keys)) {
+    auto board = file.section ("board", board_keys);
+    if (board) {
         read_board (*board, settings.board);
     }
     for (const section_t &card : file.sections ("card", card_keys)) {
         read_card (card, settings);
+    }
+    if (!board || !board->has ("cts3")) {
+        settings.board.cts3 = holds_up_transmitter (settings.cards);
     }
     return settings;
 }

@@ -15,7 +15,7 @@ static auto identity (const struct stat &s)
 
 static auto values (const board_t &b)
 {
-    return std::make_tuple (b.brgclk, b.device, b.buffer, b.dpram, b.cpcr, b.fill);
+    return std::make_tuple (b.brgclk, b.device, b.cts3, b.buffer, b.dpram, b.cpcr, b.fill);
 }
 
 // Two edits in one tick of the file system's clock have the same stamp: it tells edits apart only

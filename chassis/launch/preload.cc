@@ -30,6 +30,19 @@ static std::string setting (const char *name)
     return value == nullptr ? "" : value;
 }
 
+namespace {
+// What the board has to say about the program; the program does not outlive its board.
+struct console_t final : chassis_observer_t {
+    void remark (uint64_t, const std::string &line, bool refused) override
+    {
+        if (refused) {
+            fail ("stopped: " + line);
+        }
+        complain ("note: " + line);
+    }
+};
+} // namespace
+
 // The launcher emptied it: all that it starts in turn, as a script does, share it.
 static FILE *append_to (const std::string &path)
 {
@@ -87,6 +100,7 @@ static chassis_t *make_chassis ()
         chassis_t *chassis = file.empty () ? new chassis_t (builtin_chassis ()) : play_file (file);
         add_trace (*chassis, setting (TRACE_VARIABLE));
         add_waveform (*chassis, setting (VCD_VARIABLE));
+        chassis->observe (new console_t); // last: it ends the program
         door_set_fast (!setting (FAST_VARIABLE).empty ());
         return chassis;
     } catch (const std::exception &error) {

@@ -1,0 +1,41 @@
+// What the model has to say about the program: what it leaves out, and where it stops because it
+// does not know what the hardware would do.
+#pragma once
+
+#include "chassis/bus/observer.h"
+
+#include <functional>
+#include <optional>
+#include <set>
+
+class remarks_t {
+  public:
+    // Gets each line, and whether it is the one at which the board stops.
+    using listener_t = std::function<void (const std::string &line, bool refused)>;
+
+    explicit remarks_t (listener_t listener) : listener_ (std::move (listener)) {}
+
+    // What the program is doing: named in the lines that follow.
+    void begins (const access_t &access);
+    void begins_command (uint32_t word);
+    void begins_to_wait ();
+
+    // "WHAT is VALUE: WHY (what the program is doing)", with the value in so many bytes. A note is
+    // told once for each `why`; nothing is told after the first refusal.
+    void note (const char *what, uint32_t value, int width, const char *why);
+    void refuse (const char *what, uint32_t value, int width, const char *why);
+    bool refused () const
+    {
+        return refused_;
+    }
+
+  private:
+    listener_t listener_;
+    std::optional<access_t> access_;
+    std::optional<uint32_t> command_;
+    std::set<std::string> noted_;
+    bool refused_ = false;
+
+    std::string cause () const;
+    std::string line (const char *what, uint32_t value, int width, const char *why) const;
+};
