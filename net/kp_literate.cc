@@ -13,15 +13,16 @@ int32_t kp_literate_t::read_fully (int32_t fd, void *buffer, int32_t length)
     ASSERT (11, this);
     ASSERT (12, fd >= 0 && buffer && length > 0);
 
-    int32_t count = 0;
-    while (count < length) {
-        ssize_t r = read (fd, static_cast<char *> (buffer) + count, length - count);
+    char *p = static_cast<char *> (buffer);
+    char *end = p + length;
+    while (p < end) {
+        ssize_t r = read (fd, p, end - p);
         if (r <= 0) {
             return 0;
         }
-        count += r;
+        p += r;
     }
-    return count;
+    return length;
 }
 
 int32_t kp_literate_t::write_fully (int32_t fd, const void *buffer, int32_t length)
@@ -29,15 +30,16 @@ int32_t kp_literate_t::write_fully (int32_t fd, const void *buffer, int32_t leng
     ASSERT (26, this);
     ASSERT (27, fd >= 0 && buffer && length > 0);
 
-    int32_t count = 0;
-    while (count < length) {
-        ssize_t r = write (fd, static_cast<const char *> (buffer) + count, length - count);
+    const char *p = static_cast<const char *> (buffer);
+    const char *end = p + length;
+    while (p < end) {
+        ssize_t r = write (fd, p, end - p);
         if (r <= 0) {
             return 0;
         }
-        count += r;
+        p += r;
     }
-    return count;
+    return length;
 }
 
 int32_t kp_literate_t::gets (char *buffer, int32_t size, int32_t fd)

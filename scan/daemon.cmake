@@ -2,8 +2,10 @@
 # none and loads none.
 option (Q5_STATIC "Link the C library into the daemon too" OFF)
 
-add_executable (q5_scand q5_scand.cc)
-target_link_libraries (q5_scand PRIVATE q5_scan_server)
+add_executable (q5_scand q5_scand.cc q5_scan_server.cc)
+target_link_libraries (q5_scand PRIVATE q5_net_daemon q5_scanp_daemon)
+target_compile_options (q5_scand PRIVATE ${Q5_DAEMON_OPTIONS})
+target_link_options (q5_scand PRIVATE ${Q5_DAEMON_OPTIONS})
 
 # The sanitizers bring a runtime of their own that wants the shared one.
 if (NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")

@@ -9,12 +9,12 @@ add_custom_command (OUTPUT daemon.symbols DEPENDS q5_scand
 add_executable (target_test daemon_symbols_test.cc daemon.symbols)
 target_compile_definitions (target_test PRIVATE
     Q5_SYMBOLS="${CMAKE_CURRENT_BINARY_DIR}/daemon.symbols"
-    Q5_CODE="${CMAKE_CURRENT_BINARY_DIR}/transfer.code")
+    Q5_CODE="${CMAKE_CURRENT_BINARY_DIR}/daemon.code")
 target_link_libraries (target_test PRIVATE GTest::gtest_main)
 if (CMAKE_SYSTEM_PROCESSOR STREQUAL ppc)
-    add_custom_command (OUTPUT transfer.code DEPENDS q5_scanp
-        COMMAND ${CMAKE_OBJDUMP} -d -r -C --no-show-raw-insn $<TARGET_FILE:q5_scanp> > transfer.code)
-    target_sources (target_test PRIVATE target_test.cc device_order_test.cc transfer.code)
+    add_custom_command (OUTPUT daemon.code DEPENDS q5_scand
+        COMMAND ${CMAKE_OBJDUMP} -d -C --no-show-raw-insn $<TARGET_FILE:q5_scand> > daemon.code)
+    target_sources (target_test PRIVATE target_test.cc device_order_test.cc daemon.code)
 
     # The device layer as a builder compiles it that asks for large files everywhere.
     get_target_property (sources q5_scanp SOURCES)
