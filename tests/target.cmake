@@ -29,3 +29,10 @@ if (CMAKE_SYSTEM_PROCESSOR STREQUAL ppc)
         PASS_REGULAR_EXPRESSION "U open\n" FAIL_REGULAR_EXPRESSION "U [_a-z]*64")
 endif ()
 discover_tests (target_test)
+
+# The counts are those of the presets' own trees and their compiler.
+if (tree MATCHES "^(release|powerpc)$" AND CMAKE_CXX_COMPILER_VERSION MATCHES "^12\\.")
+    add_test (NAME ${tree}/instructions
+        COMMAND ${PROJECT_SOURCE_DIR}/bench/instructions ${PROJECT_BINARY_DIR})
+    set_property (TEST ${tree}/instructions PROPERTY RESOURCE_LOCK port1971)
+endif ()
