@@ -155,7 +155,6 @@ std::vector<q5_scan_request_t> read_batch (std::istream &text, const std::string
 
 std::vector<q5_scan_request_t> read_batch_file (const std::string &path)
 {
-    file_bytes_t file = read_file (path, most_text);
-    std::istringstream text (std::string (file.bytes.get (), file.size));
+    std::istringstream text (read_file (path, most_text));
     return read_batch (text, shown_name (path));
 }

@@ -62,8 +62,8 @@ static bytes_t tx_of (const words_t &words)
     if (words.tx.size () != 1 || words.tx[0][0] != '@') {
         return parse_bytes ("--tx", joined (words.tx), Q5_SCAN_MAX_TX);
     }
-    file_bytes_t file = read_file (words.tx[0].substr (1), Q5_SCAN_MAX_TX);
-    return bytes_t (file.bytes.get (), file.bytes.get () + file.size);
+    std::string file = read_file (words.tx[0].substr (1), Q5_SCAN_MAX_TX);
+    return bytes_t (file.begin (), file.end ());
 }
 
 static q5_scan_request_t bus_request_of (const CLI::App &command, const words_t &words)

@@ -9,7 +9,6 @@
 #include <stdio.h>
 #include <string.h>
 #include <string_view>
-#include <vector>
 
 constexpr size_t bytes_a_line = 16;
 constexpr size_t bytes_at_once = 1 << 16; // of a dump, before the output is looked at again
@@ -43,25 +42,36 @@ static bool is_date (const std::string &date)
     }
 }
 
+// How much of `image` the identity at its front takes: four strings, or too much.
+static size_t identity_size (std::string_view image)
+{
+    size_t size = 0;
+    for (int line = 0; line < 4 && size <= image.size (); line++) {
+        size = std::min (image.find ('\0', size), image.size ()) + 1;
+    }
+    return size - 1;
+}
+
 // Takes apart what stands at the front of `image`, "Type: " to begin with. Returns what is wrong
 // with it; "" when it is an identity.
 static std::string take_identity (std::string_view image, identity_t *found)
 {
     // As much of it as tells a text that is too long, and the two bytes that find_version wants.
-    std::string text (image.substr (0, most_text + 1));
-    int32_t size = static_cast<int32_t> (text.size ());
-    text.append (2, '\0');
-    std::vector<char> version (text.size ()), line (text.size ());
-    images.find_version (text.data (), size, version.data ());
-    if (strlen (version.data ()) > most_text) {
+    size_t size = identity_size (image.substr (0, most_text + 1));
+    char text[most_text + 3], version[most_text + 3], line[most_text + 3];
+    if (size <= most_text) {
+        memcpy (text, image.data (), size);
+        memset (text + size, 0, 2);
+        images.find_version (text, static_cast<int32_t> (size), version);
+    }
+    if (size > most_text || strlen (version) > most_text) {
         return "carries \"Type: \", but no build identity behind it";
     }
-    try {
-        found->type = images.version_type (version.data (), line.data ());
-        found->date = images.version_date (version.data (), line.data ());
-    } catch (exception_t &) {
+    if (!strstr (version, "Compiled on:\n")) {
         return "carries a type, but no build date";
     }
+    found->type = images.version_type (version, line);
+    found->date = images.version_date (version, line);
     return is_date (found->date) ? ""
                                  : "carries a build date that is none: " + printable (found->date);
 }
@@ -69,16 +79,24 @@ static std::string take_identity (std::string_view image, identity_t *found)
 // The mark may also stand in a text of the program itself, before the identity.
 static identity_t read_identity (const std::string &path)
 {
-    file_bytes_t file = read_file (path, most_image);
-    std::string_view image (file.bytes.get (), file.size);
+    file_window_t file (path, most_image);
     std::string problem;
-    for (size_t at = 0; (at = image.find (mark, at)) != image.npos; at += mark.size ()) {
-        identity_t found;
-        std::string reason = take_identity (image.substr (at), &found);
-        if (reason.empty ()) {
-            return found;
+    std::string_view window;
+    while (!(window = file.view (most_text + 1)).empty ()) {
+        // An identity that begins before this is in view as a whole, or ends with the file.
+        size_t whole = window.size () > most_text ? window.size () - most_text : window.size ();
+        size_t passed = whole;
+        for (size_t at = 0; (at = window.find (mark, at)) < whole; passed = std::max (whole, at)) {
+            identity_t found;
+            std::string reason = take_identity (window.substr (at), &found);
+            if (reason.empty ()) {
+                file.pass_all ();
+                return found;
+            }
+            problem = problem.empty () ? reason : problem;
+            at += mark.size ();
         }
-        problem = problem.empty () ? reason : problem;
+        file.pass (passed);
     }
     no_identity (shown_name (path), problem.empty () ? "carries no build identity" : problem);
 }
@@ -142,15 +160,31 @@ std::string partial_line (const uint8_t *bytes, size_t size)
 static void dump_lines (const uint8_t *bytes, size_t size)
 {
     size_t whole = size - size % bytes_a_line;
-    for (size_t at = 0; at < whole && !ferror (stdout); at += bytes_at_once) {
-        images.dump (bytes + at, static_cast<int32_t> (std::min (bytes_at_once, whole - at)));
+    if (whole > 0) {
+        images.dump (bytes, static_cast<int32_t> (whole));
     }
     if (whole < size) {
         fputs (partial_line (bytes + whole, size - whole).c_str (), stdout);
     }
 }
 
-static void dump_json (const std::string &path, const uint8_t *bytes, size_t size)
+static void dump_digits (const uint8_t *bytes, size_t size)
+{
+    fputs (hex_digits (bytes, size).c_str (), stdout);
+}
+
+// Until the end, or until nobody takes the output.
+static void dump_with (void (*dump_bytes) (const uint8_t *, size_t), file_window_t *file)
+{
+    std::string_view piece;
+    while (!ferror (stdout) && !(piece = file->view (bytes_at_once)).empty ()) {
+        piece = piece.substr (0, bytes_at_once);
+        dump_bytes (reinterpret_cast<const uint8_t *> (piece.data ()), piece.size ());
+        file->pass (piece.size ());
+    }
+}
+
+static void dump_json (const std::string &path, size_t size, file_window_t *file)
 {
     report_t report;
     report.json["file"] = path;
@@ -158,20 +192,18 @@ static void dump_json (const std::string &path, const uint8_t *bytes, size_t siz
     std::string line = json_line ({"dump"}, report);
     line.resize (line.rfind ('}'));
     fputs ((line + ",\"data_hex\":\"").c_str (), stdout);
-    for (size_t at = 0; at < size && !ferror (stdout); at += bytes_at_once) {
-        fputs (hex_digits (bytes + at, std::min (bytes_at_once, size - at)).c_str (), stdout);
-    }
+    dump_with (dump_digits, file);
     puts ("\"}");
 }
 
 report_t dump (const std::string &path, bool as_json)
 {
-    file_bytes_t file = read_file (path, most_image);
-    const uint8_t *bytes = reinterpret_cast<const uint8_t *> (file.bytes.get ());
+    file_window_t file (path, most_image);
+    size_t size = file.bytes_left (); // a pipe tells what is wrong with it only at its end
     if (as_json) {
-        dump_json (path, bytes, file.size);
+        dump_json (path, size, &file);
     } else {
-        dump_lines (bytes, file.size);
+        dump_with (dump_lines, &file);
     }
     report_t report;
     report.printed = true;

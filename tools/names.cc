@@ -76,8 +76,7 @@ names_t read_names_file (const std::string &path)
     if (path.empty ()) {
         return {};
     }
-    file_bytes_t file = read_file (path, most_text);
-    std::istringstream text (std::string (file.bytes.get (), file.size));
+    std::istringstream text (read_file (path, most_text));
     return read_names (text, shown_name (path));
 }
 
