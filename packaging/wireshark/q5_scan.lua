@@ -621,7 +621,7 @@ local function read_server_piece (tvb, pinfo, conversation)
     local first, batch = conversation.next_reply, conversation.batch
     if way.is_lost or not batch then
         way.is_lost = true
-        return {text = batch and lost_text or "The batch of these replies is not in the capture"}
+        return {text = batch and lost_text or "The batch of these replies is not in the capture as a whole"}
     end
     for _, reply in ipairs (read_replies (tvb, batch.requests, first)) do
         reply.request.response_in = pinfo.number

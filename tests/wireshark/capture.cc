@@ -1,7 +1,8 @@
 // Makes up a capture of connections to port 1971, raw IPv4 packets a millisecond apart, from a
 // text: capture <TEXT >FILE. A step a line, up to the comment: connect, close, or > or < and what
 // the client or the daemon sends in one segment: words in decimal, x and a byte in hex,
-// "characters", each so often with n* before it; or fin or rst.
+// "characters", each so often with n* before it; or fin; rst; or lost N, bytes that are not
+// captured.
 #include "tests/support.h"
 
 #include <iostream>
@@ -60,6 +61,8 @@ static void play (const std::string &step)
     } else if (step == "close") {
         packet (true, fin);
         packet (false, fin);
+    } else if (step.find ("lost") == 1) {
+        sequence[step[0] == '<'] += std::stoi (step.substr (5));
     } else if (!step.empty ()) {
         std::string sent = step.substr (1);
         int flags = sent == "fin" ? fin : sent == "rst" ? rst : push;
