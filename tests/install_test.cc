@@ -54,13 +54,14 @@ TEST_F (install, pkg_config_gives_what_a_compiler_needs_wherever_the_tree_was_mo
     run (path + compiler + " -std=c++17 -o " + folder +
          "/program " Q5_PROGRAM "/installed.cc $(pkg-config --cflags --libs q5_scan)");
     EXPECT_EQ (run (folder + "/program"), expected);
-    // The example of the README, put into a function.
+    // The example of the README as it stands there; and all of the library in a shared object.
     run (path + "cd " + folder +
-         "; sed -n '/^```cpp/,/^```$/{//!p}' " Q5_PROGRAM
-         "/../../README.md | sed '/^$/{s/.*/int main ()\\n{/};$s/$/\\n}/' >example.cc; " +
+         "; sed -n '/^```cpp/,/^```$/{//!p}' " Q5_PROGRAM "/../../README.md >example.cc; " +
          compiler +
          " -std=c++17 -Wall -Wextra -Werror -o example example.cc "
-         "$(pkg-config --cflags --libs q5_scan)");
+         "$(pkg-config --cflags --libs q5_scan); " +
+         compiler + " -shared -o all.so -Wl,--whole-archive $(find " + root +
+         " -name '*.a') -Wl,--no-whole-archive");
 }
 
 TEST_F (install, each_header_compiles_alone_and_none_of_the_device_layer_is_there)

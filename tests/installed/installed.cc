@@ -1,4 +1,3 @@
-#include <net/exception.h>
 #include <scan/q5_scan_client.h>
 #include <scan/q5_scan_reader.h>
 
@@ -11,7 +10,7 @@ int main ()
     printf ("%d\n", reader->compare_dates ("Jan 12 2004 10:22:33", "Jan 12 2004 10:22:34"));
     try {
         reader->begin_message (Q5_SCAN_NUM_SLOTS);
-    } catch (exception_t &e) {
+    } catch (const exception_t &e) {
         e.print ();
     }
 }
