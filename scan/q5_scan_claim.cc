@@ -25,11 +25,11 @@ static q5_scan_outcome_t exchange_one (const q5_scan_settings_t &settings,
     return outcome;
 }
 
-// Whether a batch with this outcome has certainly not run, and will not.
-static bool never_runs (q5_scan_state_t state)
+// Whether the daemon cannot have got the batch. One that was dropped may lie with a proxy.
+static bool was_never_sent (q5_scan_state_t state)
 {
     return state == q5_scan_state_t::unknown_host || state == q5_scan_state_t::no_connection ||
-           state == q5_scan_state_t::timed_out_connecting || state == q5_scan_state_t::dropped;
+           state == q5_scan_state_t::timed_out_connecting;
 }
 
 q5_scan_claim_t::q5_scan_claim_t (const q5_scan_settings_t &given) : settings (given)
@@ -38,7 +38,7 @@ q5_scan_claim_t::q5_scan_claim_t (const q5_scan_settings_t &given) : settings (g
     int32_t result = 0;
     outcome = exchange_one (settings, q5_scan_claim_request (), &result);
     held = outcome.answered () && result > 0;
-    owed = held || !(outcome.answered () || never_runs (outcome.state));
+    owed = held || !(outcome.answered () || was_never_sent (outcome.state));
 }
 
 static milliseconds bounded (milliseconds time)

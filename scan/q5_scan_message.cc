@@ -168,12 +168,12 @@ q5_scan_message_t q5_scan_decode (const uint8_t *bytes, size_t size, const q5_sc
     if (num_letters > 127 || num_letters > behind) {
         message.problem = "it announces " + std::to_string (num_letters) + " letters, and has " +
                           std::to_string (behind) + " bytes behind that";
-        message.length = static_cast<int32_t> (behind);
+        message.length = behind;
         message.left.assign (letters, letters + behind);
         return message;
     }
     message.letters.assign (letters, letters + num_letters);
-    message.length = static_cast<int32_t> (behind - num_letters);
+    message.length = behind - num_letters;
     payload_t payload (letters + num_letters, message.length);
     message.problem = take_fields (payload, letters, num_letters, types, &message.fields);
     message.left = payload.rest ();

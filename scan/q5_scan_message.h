@@ -58,7 +58,7 @@ struct q5_scan_field_t {
 // Letters, fields and what is left are the whole message, whatever is wrong with it.
 struct q5_scan_message_t {
     std::string letters;
-    int32_t length = 0; // payload bytes
+    size_t length = 0; // payload bytes
     std::vector<q5_scan_field_t> fields;
     std::vector<uint8_t> left; // payload behind the last field
     std::string problem;       // why the fields end early; "" when the message adds up

@@ -101,6 +101,8 @@ q5_scan_outcome_t q5_scan_late_reply (const q5_scan_settings_t &settings, int32_
                 "clients is full";
     } else if (num_replies == 0) {
         text += ": it is busy with the batch of another client, or hangs";
+    } else {
+        text += ": it hangs, or the connection is lost";
     }
     return {state_t::timed_out_waiting, num_replies, 0, text};
 }

@@ -244,7 +244,7 @@ TEST (claim, lasts_as_long_as_the_object_and_is_given_back_whatever_happens)
     EXPECT_NE (claimed ({granting, granting}, true, true),
                claimed ({granting, granting}, true, true));
     claimed ({{words ({-1})}}, false, false);
-    claimed ({{{}, session_t::drops}}, false, false);
+    claimed ({{{}, session_t::drops}, granting}, false, true);
     claimed ({silent, granting}, false, true);
     claimed ({granting, {{0}}, granting}, true, true);
 }

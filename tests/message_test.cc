@@ -40,7 +40,7 @@ TEST (message, is_taken_apart_as_far_as_it_is_sound)
         random = random * 1664525 + 1013904223;
         q5_scan_message_t m = q5_scan_decode (bytes.data (), bytes.size (), q5_scan_usual_types ());
         EXPECT_EQ (m.length + m.letters.size () + !bytes.empty (), bytes.size ());
-        EXPECT_LE (m.left.size (), size_t (m.length));
+        EXPECT_LE (m.left.size (), m.length);
         EXPECT_EQ (m.problem.empty (), m.fields.size () == size_t (bytes.empty () ? 0 : bytes[0]));
     }
 }
