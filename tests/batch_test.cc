@@ -106,7 +106,7 @@ TEST (batch, ends_in_an_outcome_that_says_what_became_of_it)
         std::string hex, then;
         int pace, timeout;
         words >> hex >> then >> pace >> timeout;
-        fake_server_t server ({{bytes_of_hex (hex),
+        fake_server_t server ({{bytes_of_hex (hex.c_str ()),
                                 then == "ends"    ? session_t::ends
                                 : then == "holds" ? session_t::holds
                                                   : session_t::drops,

@@ -33,15 +33,6 @@ inline std::string escaped (const std::string &bytes)
     return text;
 }
 
-inline bytes_t bytes_of_hex (const std::string &hex)
-{
-    bytes_t bytes;
-    for (size_t i = 0; i + 1 < hex.size (); i += 2) {
-        bytes.push_back (std::stoi (hex.substr (i, 2), nullptr, 16));
-    }
-    return bytes;
-}
-
 template <typename bytes_t> std::string hex_of (const bytes_t &bytes)
 {
     std::string text;

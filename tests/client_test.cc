@@ -47,7 +47,7 @@ TEST (client, does_what_the_file_says)
         q5_scan_command_t &c = commands[1];
         words >> operation >> reply >> n >> c.slot >> c.txlen >> c.rxlen >> buffer;
         c.txbuf = buffer == "none" ? nullptr : c.txbuf;
-        fake_server_t server (bytes_of_hex (reply));
+        fake_server_t server (bytes_of_hex (reply.c_str ()));
         q5_scan_client_t client ("127.0.0.1", server.port);
         client.client_id = buffer.empty () ? client.client_id : -7;
         std::string returned;

@@ -6,11 +6,9 @@ add_executable (batch_test batch_test.cc)
 target_link_libraries (batch_test PRIVATE q5_scan_client)
 discover_network_tests (batch_test)
 
-if (TARGET q5_scan_tool)
-    add_executable (message_test message_test.cc)
-    target_link_libraries (message_test PRIVATE q5_scan_tool GTest::gtest_main)
-    discover_tests (message_test)
-endif ()
+add_executable (message_test message_test.cc)
+target_link_libraries (message_test PRIVATE q5_scan_client GTest::gtest_main)
+discover_tests (message_test)
 
 # The client side, once with a signed and once with an unsigned char: processors differ in theirs.
 foreach (sign signed unsigned)

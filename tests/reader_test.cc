@@ -48,7 +48,7 @@ TEST (reader, decodes_as_the_file_says)
         std::istringstream words (line);
         std::string hex, text;
         words >> hex;
-        bytes_t message = bytes_of_hex (hex);
+        bytes_t message = bytes_of_hex (hex.c_str ());
         for (q5_scan_buffer_t *buffer : {&r->typed_buffers[3], &r->raw_buffers[31]}) {
             memset (buffer->data, 'x', sizeof (buffer->data));
             std::copy (message.begin (), message.end (), buffer->data);
