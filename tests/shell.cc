@@ -117,10 +117,12 @@ bool background_t::start (const std::string &line)
     pid = shell.start ("exec >log 2>&1; exec " + line, "background");
     shell.write ("pid", std::to_string (pid));
     const char *listener = " 00000000:07B3 00000000:0000 0A";
-    while (!has (text_of ("/proc/net/tcp"), listener) && !has_ended (pid)) {
+    bool listens = false;
+    for (int waited = 0; !listens && waited < 60000 && !has_ended (pid); waited += 5) {
         usleep (5000);
+        listens = has (text_of ("/proc/net/tcp"), listener);
     }
-    return !has_ended (pid);
+    return listens;
 }
 
 void background_t::end (int signal)

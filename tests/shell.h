@@ -51,7 +51,8 @@ class background_t {
         end ();
     }
     // Ends the one before, and waits until this one listens on the daemon's port; false when it
-    // ends before. In folder/work its output goes to the file `log`, its process id to `pid`.
+    // ends before, or does not in a minute. In folder/work its output goes to the file `log`, its
+    // process id to `pid`.
     bool start (const std::string &line);
     void end (int signal = SIGKILL);
 
