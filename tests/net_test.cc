@@ -12,7 +12,7 @@
 #include <sys/syscall.h>
 #include <utility>
 
-constexpr int port = 1971; // the tests have a network of their own
+constexpr int port = 51971; // the tests have a network of their own
 
 // How many bytes a read or a write moves at the most; 0 and -1: what it returns, with EINTR.
 static int most_at_once = INT_MAX;
