@@ -5,6 +5,7 @@
 #include "tools/files.h"
 #include "tools/hold.h"
 #include "tools/images.h"
+#include "tools/inventory.h"
 #include "tools/metrics.h"
 #include "tools/parse.h"
 #include "tools/snapshot.h"
@@ -19,7 +20,7 @@ using texts_t = std::vector<std::string>;
 struct words_t {
     std::string slot, command, first, second, rx, types, interval = "1", count = "0";
     std::string file = "-", other_file, commands = "51,73,83", names;
-    texts_t bytes, tx, slots, hosts;
+    texts_t bytes, tx, slots, hosts, images;
     bool full = false, present = false, raw = false;
 };
 using words_pointer_t = std::shared_ptr<words_t>;
@@ -170,6 +171,25 @@ static report_t watch (const globals_t &globals, const q5_scan_types_t &types, c
     return watch (globals, options);
 }
 
+static void add_inventory (CLI::App &app, const globals_t &globals, choice_t &choice)
+{
+    words_pointer_t w = std::make_shared<words_t> ();
+    CLI::App *asking =
+        add_for_daemon (app, choice, "inventory",
+                        "the build identity of every card, held against images", [&globals, w] () {
+                            return inventory (globals, w->images, parse_slots (w->slots),
+                                              parse_number ("--command", w->command, 3, 255));
+                        });
+    w->command = std::to_string (identity_command);
+    asking->add_option ("IMAGE", w->images, "firmware images; the newest of each type counts");
+    asking->add_option ("--slots", w->slots, "0 to 31, or 3-7,23 (default: all)")
+        ->type_name ("LIST")
+        ->expected (1);
+    asking
+        ->add_option ("--command", w->command, "what a card answers with its identity (default 73)")
+        ->type_name ("N");
+}
+
 static void add_snapshot (CLI::App &app, const globals_t &globals, choice_t &choice)
 {
     words_pointer_t w = std::make_shared<words_t> ();
@@ -196,7 +216,8 @@ static void add_metrics (CLI::App &app, const globals_t &globals, choice_t &choi
                         });
     measuring->add_option ("HOST", w->hosts, "HOST or HOST:PORT, asked at the same time");
     measuring->add_option ("--slots", w->slots, "0 to 31, or 3-7,23 (default: all)")
-        ->type_name ("LIST");
+        ->type_name ("LIST")
+        ->expected (1);
     measuring
         ->add_option ("--names", w->names,
                       "a file of names: SLOT INDEX NAME [SCALE] [signed|unsigned] a line")
@@ -222,6 +243,7 @@ void add_chassis_commands (CLI::App &app, const globals_t &globals, choice_t &ch
     watching->add_option ("--interval", w->interval, "seconds between rounds (default 1)")
         ->type_name ("SECONDS");
     watching->add_option ("--count", w->count, "rounds (default 0: until Ctrl-C)")->type_name ("N");
+    add_inventory (app, globals, choice);
     add_snapshot (app, globals, choice);
     add_metrics (app, globals, choice);
 }

@@ -3,11 +3,7 @@
 
 #include "tools/report.h"
 
-#include <stddef.h>
-#include <stdint.h>
 #include <string>
-
-constexpr size_t most_image = size_t (256) << 20; // bytes
 
 // Each throws failure_t for a file that cannot be used, and for an image without the identity that
 // is needed.
@@ -17,6 +13,3 @@ report_t newer (const std::string &first, const std::string &second);
 // Writes the whole file to standard output as it goes: lines of hex and characters, or one JSON
 // object with the bytes in hex.
 report_t dump (const std::string &path, bool as_json);
-
-// The lines of a dump that the library's own shows blank: what is left behind the last whole line.
-std::string partial_line (const uint8_t *bytes, size_t size);

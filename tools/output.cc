@@ -1,6 +1,7 @@
 #include "tools/output.h"
 
 #include <algorithm>
+#include <stdio.h>
 
 constexpr size_t bytes_a_line = 16;
 
@@ -65,15 +66,22 @@ std::string characters (const uint8_t *bytes, size_t size)
     return text;
 }
 
-std::string hex_lines (const bytes_t &bytes)
+// At least four digits.
+static std::string offset_text (size_t offset)
+{
+    char text[20];
+    snprintf (text, sizeof (text), "%04zx", offset);
+    return text;
+}
+
+std::string hex_lines (const bytes_t &bytes, size_t offset, const char *indent)
 {
     std::string lines;
     for (size_t at = 0; at < bytes.size (); at += bytes_a_line) {
         size_t size = std::min (bytes_a_line, bytes.size () - at);
-        uint8_t offset[2] = {static_cast<uint8_t> (at >> 8), static_cast<uint8_t> (at)};
         std::string columns = hex ({bytes.begin () + at, bytes.begin () + at + size});
         columns.resize (3 * bytes_a_line, ' ');
-        lines += "    " + hex_digits (offset, 2) + "  " + columns + " " +
+        lines += indent + offset_text (offset + at) + "  " + columns + " " +
                  characters (&bytes[at], size) + "\n";
     }
     return lines;

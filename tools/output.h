@@ -21,8 +21,8 @@ std::string in_quotes (const std::string &text);
 // The characters of the bytes, a "." for each that is not printable ASCII.
 std::string characters (const uint8_t *bytes, size_t size);
 
-// Lines of 16 bytes, hex beside characters, each after its offset and indented by four blanks.
-std::string hex_lines (const bytes_t &bytes);
+// Lines of 16 bytes, hex beside characters, each after its offset, from `offset` on.
+std::string hex_lines (const bytes_t &bytes, size_t offset = 0, const char *indent = "    ");
 
 // The first `limit` characters; a longer text ends in how many more there are. 0: no limit.
 std::string shortened (const std::string &text, size_t limit);

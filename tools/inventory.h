@@ -1,0 +1,18 @@
+// The build identity of every card, held against firmware images.
+#pragma once
+
+#include "tools/session.h"
+
+#include <stdint.h>
+#include <string>
+#include <vector>
+
+// The command that a card answers with its identity text, unless the caller names another.
+constexpr int32_t identity_command = 73;
+
+// Asks the slots, and compares each card's build date with that of the newest image of the same
+// type. Empty slots are left out. The status is status_failed when a card is older than its image,
+// is damaged, or answers without an identity. Throws failure_t, before anything is sent, for an
+// image without one.
+report_t inventory (const globals_t &globals, const std::vector<std::string> &images,
+                    const std::vector<int32_t> &slots, int32_t command);
