@@ -134,7 +134,10 @@ class chassis_test : public board_test {
                 line += text;
             }
         }
-        return line + (log->remarks.empty () ? "" : " " + log->remarks[0]);
+        for (const std::string &remark : log->remarks) {
+            line += " " + remark;
+        }
+        return line;
     }
     std::string play (const std::string &changes)
     {
@@ -237,7 +240,9 @@ TEST_F (chassis_test, cards_are_plugged_just_before_a_select)
         chassis->set_cards ({{3, card_t ().answers (0x93, {9})}});
     };
     EXPECT_EQ (ask (3), 1);
-    EXPECT_EQ (selects, 1);
+    chassis->write (0x10D50, 4, 0x11);
+    chassis->write (0x10D50, 4, 0x10);
+    EXPECT_EQ (selects, 3) << "a code that changes under the low strobe selects";
 }
 
 TEST_F (chassis_test, a_trace_tells_what_happened)
