@@ -82,39 +82,29 @@ instruction_t random_instruction (greg_t *registers)
     bytes.insert (bytes.end (), is_long, 0x0F);
     bytes.insert (bytes.end (), is_long && opcode >> 1 == 0x78, 0x38);
     bytes.push_back (static_cast<uint8_t> (opcode));
-    struct form_t {
-        uint8_t modrm;
-        int sib, size; // -1: none; bytes of displacement
-    };
-    const form_t form = one_of<form_t> ({{0x07, -1, 0},
-                                         {0x47, -1, 1},
-                                         {0x87, -1, 4},
-                                         {0x05, -1, 4},
-                                         {0x04, 0x0F, 0},
-                                         {0x44, 0x4F, 1},
-                                         {0x84, 0x8F, 4},
-                                         {0x04, 0x0D, 4}});
-    bytes.push_back (static_cast<uint8_t> (form.modrm | (engine () % 8) << 3));
-    bytes.insert (bytes.end (), form.sib >= 0, static_cast<uint8_t> (form.sib));
+    const auto [modrm, sib, displacement_size] = one_of<std::array<int, 3>> ({{0x07, -1, 0},
+                                                                              {0x47, -1, 1},
+                                                                              {0x87, -1, 4},
+                                                                              {0x05, -1, 4},
+                                                                              {0x04, 0x0F, 0},
+                                                                              {0x44, 0x4F, 1},
+                                                                              {0x84, 0x8F, 4},
+                                                                              {0x04, 0x0D, 4}});
+    bytes.push_back (static_cast<uint8_t> (modrm | (engine () % 8) << 3));
+    bytes.insert (bytes.end (), sib >= 0, static_cast<uint8_t> (sib));
     size_t at = bytes.size ();
     std::generate_n (std::back_inserter (bytes), 12, engine);
-
-    int64_t displacement = form.size == 0 ? 0 : static_cast<int8_t> (bytes[at]);
-    if (form.size == 4) {
-        int32_t value;
-        memcpy (&value, &bytes[at], 4);
-        displacement = value;
-    }
+    int32_t displacement = displacement_size == 0 ? 0 : static_cast<int8_t> (engine ());
+    memcpy (&bytes[at], &displacement, static_cast<size_t> (displacement_size));
     int64_t address = reinterpret_cast<int64_t> (target) - displacement;
-    int64_t index = form.sib == 0x0D ? address : engine () % 64; // it is the address alone
+    int64_t index = sib == 0x0D ? address : engine () % 64; // it is the address alone
     registers[REG_RCX] = registers[REG_R9] = index;
-    registers[REG_RDI] = registers[REG_R15] =
-        address - (form.sib < 0 ? 0 : index << (form.sib >> 6));
+    registers[REG_RDI] = registers[REG_R15] = address - (sib < 0 ? 0 : index << (sib >> 6));
 
     bool multiplies = is_long ? opcode == 0xAF : opcode == 0x69 || opcode == 0x6B;
     bool shifts = !is_long && (opcode >> 1 == 0x60 || opcode >> 1 == 0x69); // not by one
     bool is_word = (opcode & 1) && !is_short;
-    return {bytes, form.modrm == 0x05 ? at : 0,
+    return {bytes, modrm == 0x05 ? at : 0,
             0x10u | (multiplies ? 0xC4
                      : shifts   ? (is_word ? 0x800 : 0x801)
                                 : 0)};

@@ -17,7 +17,7 @@
 static int tell_environment (int status)
 {
     for (char **entry = environ; *entry; entry++) {
-        if (strncmp (*entry, "Q5_", 3) == 0 || strncmp (*entry, "LD_PRELOAD", 10) == 0) {
+        if (strncmp (*entry, "Q5_CHASSIS", 10) == 0 || strncmp (*entry, "LD_PRELOAD", 10) == 0) {
             puts (*entry);
         }
     }

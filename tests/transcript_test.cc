@@ -92,13 +92,24 @@ TEST_P (transcript, holds)
     expect_file (file, text);
 }
 
+// An emulated launcher cannot become another program.
+static bool cannot_be_emulated ([[maybe_unused]] const std::string &name)
+{
+#ifdef Q5_EMULATED
+    return has (name, "_native");
+#else
+    return false;
+#endif
+}
+
 static std::vector<std::string> names ()
 {
     std::vector<std::string> all;
     for (const fs::directory_entry &entry :
          fs::directory_iterator (Q5_EXPECTED "/" Q5_TRANSCRIPTS)) {
-        if (entry.path ().extension () == ".txt") {
-            all.push_back (entry.path ().stem ());
+        std::string name = entry.path ().stem ();
+        if (entry.path ().extension () == ".txt" && !cannot_be_emulated (name)) {
+            all.push_back (name);
         }
     }
     return all;
