@@ -245,6 +245,39 @@ TEST_F (chassis_test, cards_are_plugged_just_before_a_select)
     EXPECT_EQ (selects, 3) << "a code that changes under the low strobe selects";
 }
 
+struct disk_t {
+    std::string text;
+    size_t room;
+};
+
+// Takes what it has room for.
+static ssize_t write_to_disk (void *cookie, const char *bytes, size_t size)
+{
+    auto &disk = *static_cast<disk_t *> (cookie);
+    size_t taken = std::min (size, disk.room);
+    disk.text.append (bytes, taken);
+    disk.room -= taken;
+    errno = ENOSPC;
+    return static_cast<ssize_t> (taken);
+}
+
+TEST (trace_file, marks_the_gap_that_a_full_disk_left)
+{
+    disk_t disk{"", 15};
+    FILE *file = fopencookie (&disk, "w", {nullptr, write_to_disk, nullptr, nullptr});
+    trace_file_t trace (file, 1000);
+    testing::internal::CaptureStderr ();
+    for (int line = 1; line <= 5; line++) {
+        disk.room += line == 4 ? 1000 : 0;
+        trace.put (1500, std::to_string (line));
+    }
+    fclose (file);
+    EXPECT_EQ (disk.text, "1.500000  1\n1.5\n... 2 lines are missing here\n1.500000  4\n"
+                          "1.500000  5\n");
+    EXPECT_EQ (testing::internal::GetCapturedStderr (),
+               "q5_chassis: the trace has a gap, it cannot be written: No space left on device\n");
+}
+
 TEST_F (chassis_test, a_trace_tells_what_happened)
 {
     char *text = nullptr;

@@ -243,7 +243,7 @@ void chassis_t::follow_pins ()
     if (moves || slot != pins_.slot) {
         select (slot);
     }
-    bus_pins_t now{code, low, slot, card_ && card_->holds_line_low ()};
+    bus_pins_t now{code, low, slot, card_ && card_->holds_line_low (), transmitter_is_held ()};
     if (now == pins_) {
         return;
     }

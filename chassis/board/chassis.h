@@ -80,7 +80,7 @@ class chassis_t final : public register_file_t {
     std::vector<chassis_observer_t *> observers_;
     uint64_t now_ = 0;       // ticks
     uint64_t remainder_ = 0; // of a tick, in millionths
-    bus_pins_t pins_{0, false, -1, false};
+    bus_pins_t pins_{0, false, -1, false, false};
     std::optional<slot_card_t> card_; // the selected one
 
     void command (uint32_t word);

@@ -71,10 +71,11 @@ struct bus_pins_t {
     bool strobe_low;  // PC24
     int slot;         // what the two select; -1: none
     bool rx_held_low; // the selected card holds the receive line low
+    bool tx_held_up;  // it holds up the transmitter
 
     bool operator== (const bus_pins_t &other) const
     {
         return code == other.code && strobe_low == other.strobe_low && slot == other.slot &&
-               rx_held_low == other.rx_held_low;
+               rx_held_low == other.rx_held_low && tx_held_up == other.tx_held_up;
     }
 };

@@ -91,12 +91,15 @@ void trace_t::pins (uint64_t tick, const bus_pins_t &pins)
     finish (false);
     finish (true);
     if (pins.strobe_low && pins_.strobe_low && pins.code != pins_.code) {
-        print_line (tick, "the code changes from " + std::to_string (pins_.code) + " to " +
-                              std::to_string (pins.code) +
-                              " under the low strobe: " + slot_text (pins.slot));
+        file_.put (tick, "the code changes from " + std::to_string (pins_.code) + " to " +
+                             std::to_string (pins.code) +
+                             " under the low strobe: " + slot_text (pins.slot));
     }
     if (pins.rx_held_low && !pins_.rx_held_low) {
-        print_line (tick, where (pins.slot, pins.code) + " holds the receive line low");
+        file_.put (tick, where (pins.slot, pins.code) + " holds the receive line low");
+    }
+    if (pins.tx_held_up && !pins_.tx_held_up) {
+        file_.put (tick, where (pins.slot, pins.code) + " holds up the transmitter");
     }
     pins_ = pins;
 }
@@ -105,7 +108,7 @@ void trace_t::remark (uint64_t tick, const std::string &line, bool refused)
 {
     finish (false);
     finish (true);
-    print_line (tick, (refused ? "stopped: " : "note: ") + line);
+    file_.put (tick, (refused ? "stopped: " : "note: ") + line);
 }
 
 void trace_t::finish (bool from_card)
@@ -138,14 +141,6 @@ static std::string shown (std::optional<uint8_t> byte)
     return byte ? hex_text (&*byte, 1) + " " : "-- ";
 }
 
-void trace_t::print_line (uint64_t tick, const std::string &line)
-{
-    uint64_t micros = tick % brgclk_ * 1000000 / brgclk_;
-    fprintf (file_, "%llu.%06llu  %s\n", static_cast<unsigned long long> (tick / brgclk_),
-             static_cast<unsigned long long> (micros), line.c_str ());
-    fflush (file_);
-}
-
 void trace_t::print (const frame_t &frame, bool from_card)
 {
     std::string text = (from_card ? "from " : "to   ") + where (frame.slot, frame.code) + "  ";
@@ -154,5 +149,5 @@ void trace_t::print (const frame_t &frame, bool from_card)
     for (const std::string &fault : frame.faults) {
         text += "  " + fault;
     }
-    print_line (frame.start, text);
+    file_.put (frame.start, text);
 }

@@ -11,6 +11,7 @@
 #pragma once
 
 #include "chassis/bus/observer.h"
+#include "chassis/bus/trace_file.h"
 
 #include <optional>
 #include <stdio.h>
@@ -19,8 +20,8 @@
 
 class trace_t final : public chassis_observer_t {
   public:
-    // Writes to `file`, flushed after each line, which it does not own. `brgclk`: Hz.
-    trace_t (FILE *file, uint32_t brgclk) : file_ (file), brgclk_ (brgclk) {}
+    // Does not own the file. `brgclk`: Hz.
+    trace_t (FILE *file, uint32_t brgclk) : file_ (file, brgclk) {}
 
     void character (const line_character_t &character) override;
     void pins (uint64_t tick, const bus_pins_t &pins) override;
@@ -36,13 +37,11 @@ class trace_t final : public chassis_observer_t {
         std::optional<uint8_t> closing;
         std::vector<std::string> faults;
     };
-    FILE *file_;
-    uint32_t brgclk_;
-    bus_pins_t pins_{0, false, -1, false};
+    trace_file_t file_;
+    bus_pins_t pins_{0, false, -1, false, false};
     std::optional<frame_t> frames_[2]; // to the card, from the card
 
     void add (frame_t &frame, const line_character_t &character);
     void finish (bool from_card);
     void print (const frame_t &frame, bool from_card);
-    void print_line (uint64_t tick, const std::string &line);
 };

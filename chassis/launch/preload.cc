@@ -1,5 +1,6 @@
 // The preloaded library's own part: makes the chassis that the environment asks for when the
 // program opens its first device.
+#include "chassis/bus/register_trace.h"
 #include "chassis/bus/trace.h"
 #include "chassis/bus/waveform.h"
 #include "chassis/file/chassis_file.h"
@@ -51,17 +52,29 @@ static FILE *append_to (const std::string &path)
     return fd < 0 ? nullptr : fdopen (fd, "a");
 }
 
-// What is made here lives as long as the program.
-static void add_trace (chassis_t &chassis, const std::string &path)
+static FILE *trace_file (const std::string &path)
 {
-    if (path.empty ()) {
-        return;
-    }
     FILE *file = path == "-" ? stderr : append_to (path);
     if (file == nullptr) {
         fail (path + ": " + strerror (errno));
     }
-    chassis.observe (new trace_t (file, chassis.brgclk ()));
+    return file;
+}
+
+// What is made here lives as long as the program.
+static void add_trace (chassis_t &chassis, const std::string &path)
+{
+    if (!path.empty ()) {
+        chassis.observe (new trace_t (trace_file (path), chassis.brgclk ()));
+    }
+}
+
+static void add_register_trace (chassis_t &chassis, const std::string &path)
+{
+    if (!path.empty ()) {
+        auto now = [&chassis] { return chassis.now (); };
+        chassis.observe (new register_trace_t (trace_file (path), chassis.brgclk (), now));
+    }
 }
 
 // Of programs that run in turn, the last one's dump is what stays.
@@ -99,6 +112,7 @@ static chassis_t *make_chassis ()
         std::string file = setting (FILE_VARIABLE);
         chassis_t *chassis = file.empty () ? new chassis_t (builtin_chassis ()) : play_file (file);
         add_trace (*chassis, setting (TRACE_VARIABLE));
+        add_register_trace (*chassis, setting (REGISTERS_VARIABLE));
         add_waveform (*chassis, setting (VCD_VARIABLE));
         chassis->observe (new console_t); // last: it ends the program
         door_set_fast (!setting (FAST_VARIABLE).empty ());

@@ -27,6 +27,7 @@ static constexpr int not_found = 127;
 struct launch_t {
     std::string file;
     std::string trace;
+    std::string registers;
     std::string vcd;
     bool fast = false;
     bool example = false;
@@ -68,8 +69,10 @@ static void prepare_output (const std::string &path, const std::string &other, c
 static void prepare_outputs (const launch_t &launch)
 {
     prepare_output (launch.trace, launch.file, "the chassis file");
+    prepare_output (launch.registers, launch.file, "the chassis file");
     prepare_output (launch.vcd, launch.file, "the chassis file");
     prepare_output (launch.vcd, launch.trace, "the trace");
+    prepare_output (launch.vcd, launch.registers, "the trace of the registers");
 }
 
 // In the build tree the library lies beside the launcher.
@@ -120,6 +123,7 @@ static void set_environment (const launch_t &launch, const std::string &library)
 {
     set_or_unset (FILE_VARIABLE, absolute (launch.file));
     set_or_unset (TRACE_VARIABLE, absolute (launch.trace));
+    set_or_unset (REGISTERS_VARIABLE, absolute (launch.registers));
     set_or_unset (VCD_VARIABLE, absolute (launch.vcd));
     set_or_unset (FAST_VARIABLE, launch.fast ? "1" : "");
     const char *others = getenv ("LD_PRELOAD");
@@ -181,6 +185,12 @@ static void add_options (CLI::App &app, launch_t &launch)
         ->check (not_empty);
     app.add_option ("--trace", launch.trace, "write every frame to FILE; - is standard error")
         ->type_name ("FILE")
+        ->check (not_empty);
+    app.add_option ("--trace-registers", launch.registers,
+                    "write every access to a register to FILE; - or nothing is standard error")
+        ->type_name ("FILE")
+        ->expected (0, 1)
+        ->default_str ("-")
         ->check (not_empty);
     app.add_option ("--vcd", launch.vcd, "write the lines and pins to FILE, for waveform viewers")
         ->type_name ("FILE")
