@@ -4,7 +4,15 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/mman.h>
+#include <time.h>
 #include <unistd.h>
+
+// The clock stands still: no stamp of a file is old enough to tell two edits apart.
+extern "C" int clock_gettime (clockid_t, timespec *now) noexcept
+{
+    *now = {0, 0};
+    return 0;
+}
 
 TEST (chassis_watch, sees_an_edit_that_does_not_move_the_stamp)
 {

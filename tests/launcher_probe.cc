@@ -59,7 +59,8 @@ static void tell_ways_to_open ()
     for (const char *name : {"openat", "openat64", "__openat_2", "__openat64_2"}) {
         tell_board (name, static_cast<int> (call (name, AT_FDCWD, mem, O_RDWR, 0)));
     }
-    for (const char *name : {"creat", "creat64", "fopen", "fopen64", "freopen", "freopen64"}) {
+    for (const char *name :
+         {"creat", "creat64", "fopen", "_IO_fopen", "fopen64", "freopen", "freopen64"}) {
         bool creates = name[0] == 'c';
         tell (name, creates ? fcntl (static_cast<int> (call (name, mem, 0)), F_GETFL)
                             : (call (name, mem, "r", stdin) != 0) - 1);
@@ -114,6 +115,7 @@ static void tell_views ()
     tell ("length 0", map (fd, 0, 0xF0000000) ? 0 : -1);
     tell ("in a page", map (fd, 1, 0xF0000004) ? 0 : -1);
     tell ("private", map (fd, 1, 0xF0000000, MAP_PRIVATE) ? 0 : -1);
+    tell ("a second mapping", mremap (page, 0, 4096, MREMAP_MAYMOVE) == MAP_FAILED ? -1 : 0);
     tell ("mremap", mremap (page, 4096, 8192, MREMAP_MAYMOVE) == MAP_FAILED ? -1 : 0);
     tell ("mprotect", mprotect (page + 4096, 4096, PROT_READ));
     tell ("protected", view[0x2FFF]);
@@ -128,7 +130,12 @@ static void tell_views ()
 
 int main (int argc, char **argv)
 {
-    if (argc == 2 && strcmp (argv[1], "door") != 0) {
+    const std::string what = argc == 2 ? argv[1] : "";
+    if (what == "inherited") {
+        tell_board (what, 3);
+        return 0;
+    }
+    if (what != "door") {
         return tell_environment (atoi (argv[1]));
     }
     auto own_fault = [] (int) {

@@ -13,7 +13,7 @@
 // has no such operation. /dev/mem of a board has: programs are told that they find no board here.
 static ssize_t failed (const char *call, int fd, int error)
 {
-    if (errno != EBADF || attached_chassis () == nullptr) {
+    if (errno != EBADF) {
         return -1;
     }
     std::optional<device_file_t> file = device_file_of (fd);
@@ -79,9 +79,9 @@ int door_ioctl (int fd, unsigned long number, ...)
 {
     static auto *next_ioctl = next<int (int, unsigned long, ...)> ("ioctl");
     Q5_OPTIONAL_ARGUMENT (uintptr_t, argument, number);
-    chassis_t *chassis = attached_chassis ();
-    std::optional<device_file_t> file = chassis ? device_file_of (fd) : std::nullopt;
-    if (!file) {
+    std::optional<device_file_t> file = device_file_of (fd);
+    chassis_t *chassis = file ? chassis_for_open () : nullptr; // the descriptor may be inherited
+    if (chassis == nullptr) {
         return next_ioctl (fd, number, argument);
     }
     std::optional<int32_t> answer;
@@ -101,7 +101,7 @@ static int fcntl_result (int fd, int command, int result)
     if (result < 0) {
         return static_cast<int> (failed ("fcntl", fd, EINVAL));
     }
-    if (command != F_GETFL || !(result & O_PATH) || attached_chassis () == nullptr) {
+    if (command != F_GETFL || !(result & O_PATH)) {
         return result;
     }
     std::optional<device_file_t> file = device_file_of (fd);

@@ -4,6 +4,7 @@
 #include "chassis/launch/door_entry.h"
 #include "chassis/trap/access_trap.h"
 
+#include <algorithm>
 #include <errno.h>
 #include <fcntl.h>
 #include <stdint.h>
@@ -60,7 +61,7 @@ static void *map_device (void *where, size_t length, int protection, int flags,
 // A view moves only with its trap, which stays.
 static bool refuse_to_change (const char *call, const void *where, size_t length)
 {
-    if (!is_viewed (where, length)) {
+    if (!is_viewed (where, std::max<size_t> (length, 1))) { // no length: a second mapping
         return false;
     }
     complain (std::string (call) + " of a view of /dev/mem: refused; unmap it and map anew");
@@ -75,11 +76,12 @@ template <typename offset_t>
 static void *map_any (mmap_t<offset_t> *next_mmap, void *where, size_t length, int protection,
                       int flags, int fd, offset_t offset, uint64_t phys)
 {
-    if (attached_chassis () != nullptr) {
-        if (std::optional<device_file_t> file = device_file_of (fd)) {
+    if (!(flags & MAP_ANONYMOUS)) {
+        std::optional<device_file_t> file = device_file_of (fd);
+        if (file && chassis_for_open () != nullptr) {
             return map_device (where, length, protection, flags, *file, phys);
         }
-        if (fd >= 0 && is_real_memory (fd)) {
+        if (is_real_memory (fd) && chassis_for_open () != nullptr) {
             return refuse_to_map ("the descriptor leads to the memory of this machine");
         }
     }

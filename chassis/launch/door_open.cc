@@ -100,6 +100,7 @@ int door_creat (const char *path, unsigned mode) Q5_ENTRY ("creat");
 int door_creat64 (const char *path, unsigned mode) Q5_ENTRY ("creat64");
 int door_handle (int mount, void *handle, int flags) Q5_ENTRY ("open_by_handle_at");
 FILE *door_fopen (const char *path, const char *mode) Q5_ENTRY ("fopen");
+FILE *door_fopen_internal (const char *path, const char *mode) Q5_ENTRY ("_IO_fopen");
 FILE *door_fopen64 (const char *path, const char *mode) Q5_ENTRY ("fopen64");
 FILE *door_freopen (const char *path, const char *mode, FILE *file) Q5_ENTRY ("freopen");
 FILE *door_freopen64 (const char *path, const char *mode, FILE *file) Q5_ENTRY ("freopen64");
@@ -185,6 +186,11 @@ FILE *door_fopen (const char *path, const char *mode)
 {
     static auto *next_one = next<FILE *(const char *, const char *)> ("fopen");
     return is_refused ("fopen", path) ? nullptr : next_one (path, mode);
+}
+
+FILE *door_fopen_internal (const char *path, const char *mode)
+{
+    return door_fopen (path, mode);
 }
 
 FILE *door_fopen64 (const char *path, const char *mode)
