@@ -8,7 +8,7 @@
 
 #define MODULE "kp_literate.cc"
 
-int32_t kp_literate_t::read_fully (int32_t fd, void *buffer, int32_t length)
+TESTS_ITS_OBJECT int32_t kp_literate_t::read_fully (int32_t fd, void *buffer, int32_t length)
 {
     ASSERT (11, this);
     ASSERT (12, fd >= 0 && buffer && length > 0);
@@ -25,7 +25,7 @@ int32_t kp_literate_t::read_fully (int32_t fd, void *buffer, int32_t length)
     return length;
 }
 
-int32_t kp_literate_t::write_fully (int32_t fd, const void *buffer, int32_t length)
+TESTS_ITS_OBJECT int32_t kp_literate_t::write_fully (int32_t fd, const void *buffer, int32_t length)
 {
     ASSERT (26, this);
     ASSERT (27, fd >= 0 && buffer && length > 0);

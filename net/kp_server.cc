@@ -38,7 +38,7 @@ static int32_t accept_from (int32_t listener)
     return accept (listener, reinterpret_cast<sockaddr *> (&peer), &peer_size);
 }
 
-void kp_server_t::serve (int32_t port, int32_t backlog)
+TESTS_ITS_OBJECT void kp_server_t::serve (int32_t port, int32_t backlog)
 {
     ASSERT (20, this && port > 0);
 

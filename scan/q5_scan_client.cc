@@ -127,8 +127,8 @@ int32_t q5_scan_client_t::release ()
     return change_owner (Q5_SCAN_RELEASE);
 }
 
-int32_t q5_scan_client_t::send_short (int32_t slot, uint8_t first, uint8_t second, const void *p,
-                                      int32_t size)
+TESTS_ITS_OBJECT int32_t q5_scan_client_t::send_short (int32_t slot, uint8_t first, uint8_t second,
+                                                       const void *p, int32_t size)
 {
     ASSERT (234, this && p && size < 28);
 

@@ -18,7 +18,8 @@ constexpr std::string_view date_mark = "Compiled on:\n";
 static const char *const month_names[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                           "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
-int32_t q5_scan_client_t::find_version (char *image, int32_t length, char *version) const
+TESTS_ITS_OBJECT int32_t q5_scan_client_t::find_version (char *image, int32_t length,
+                                                         char *version) const
 {
     ASSERT (417, this && image && length > 0 && version);
 

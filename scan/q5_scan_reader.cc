@@ -13,7 +13,7 @@ q5_scan_reader_t::q5_scan_reader_t (const char *host, int32_t port)
       bytes (nullptr), types (nullptr)
 {}
 
-int32_t q5_scan_reader_t::begin_message (int32_t slot)
+TESTS_ITS_OBJECT int32_t q5_scan_reader_t::begin_message (int32_t slot)
 {
     ASSERT (13, this);
     ASSERT (14, slot >= 0 && slot < Q5_SCAN_NUM_SLOTS);
@@ -34,7 +34,7 @@ int32_t q5_scan_reader_t::begin_message (int32_t slot)
     return length;
 }
 
-int32_t q5_scan_reader_t::begin_raw (int32_t slot)
+TESTS_ITS_OBJECT int32_t q5_scan_reader_t::begin_raw (int32_t slot)
 {
     ASSERT (30, this);
     ASSERT (31, slot >= 0 && slot < Q5_SCAN_NUM_SLOTS);
@@ -131,7 +131,8 @@ uint8_t q5_scan_reader_t::get_type ()
     return types[types_pos++];
 }
 
-void q5_scan_reader_t::init_command (q5_scan_command_t *c, int32_t command, int32_t slot, uint8_t *)
+TESTS_ITS_OBJECT void q5_scan_reader_t::init_command (q5_scan_command_t *c, int32_t command,
+                                                      int32_t slot, uint8_t *)
 {
     ASSERT (97, this && c);
 

@@ -17,8 +17,9 @@ static_assert (Q5_SCAN_BAD_ADDRESS == SCAN_PORT_BAD_ADDRESS);
 
 q5_scan_server_t::q5_scan_server_t () : owner_id (0) {}
 
-int32_t q5_scan_server_t::scan (int32_t slot, int32_t command, int32_t txlen, const uint8_t *txbuf,
-                                int32_t rxlen, uint8_t *rxbuf)
+TESTS_ITS_OBJECT int32_t q5_scan_server_t::scan (int32_t slot, int32_t command, int32_t txlen,
+                                                 const uint8_t *txbuf, int32_t rxlen,
+                                                 uint8_t *rxbuf)
 {
     ASSERT (27, this);
     ASSERT (28, txbuf && rxbuf);
@@ -28,7 +29,7 @@ int32_t q5_scan_server_t::scan (int32_t slot, int32_t command, int32_t txlen, co
     return scan_port_transfer (slot, command, txlen, txbuf, rxlen, rxbuf);
 }
 
-scan_request_t *q5_scan_server_t::check_request (scan_request_t *m)
+TESTS_ITS_OBJECT scan_request_t *q5_scan_server_t::check_request (scan_request_t *m)
 {
     ASSERT (39, this);
     ASSERT (46, m->slot >= 0 && m->slot < Q5_SCAN_NUM_SLOTS);
@@ -37,7 +38,7 @@ scan_request_t *q5_scan_server_t::check_request (scan_request_t *m)
     return m;
 }
 
-int32_t q5_scan_server_t::handle (int32_t fd)
+TESTS_ITS_OBJECT int32_t q5_scan_server_t::handle (int32_t fd)
 {
     ASSERT (58, this && fd);
 

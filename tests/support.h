@@ -26,9 +26,10 @@ template <typename call_t> std::string message_of (call_t call)
     return "";
 }
 
-// The call fails an assertion; `where` as in "kp_literate.cc:11 (this)".
+// The call, on a null object perhaps, fails an assertion; `where` as in "kp_literate.cc:11 (this)".
 #define EXPECT_ASSERTION(call, where)                                                              \
-    EXPECT_EQ (message_of ([&] { call; }), std::string ("assertion failed. ") + (where))
+    EXPECT_EQ (message_of ([&] () TESTS_ITS_OBJECT { call; }),                                     \
+               std::string ("assertion failed. ") + (where))
 
 inline std::string assertion (const std::string &module, int line, const std::string &text)
 {
