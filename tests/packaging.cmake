@@ -18,7 +18,7 @@ else ()
     if (TARGET q5_chassis)
         add_test (NAME ${tree}/packaging.init
             COMMAND ${own_network} ${scripts}/init ${PROJECT_SOURCE_DIR}/packaging/init/q5_scand
-            $<TARGET_FILE:q5_chassis> $<TARGET_FILE:q5_scand>)
+            $<TARGET_FILE:q5_chassis> $<TARGET_FILE:q5_scand> $<TARGET_FILE:q5_scand_start>)
     endif ()
 endif ()
 add_test (NAME ${tree}/packaging.packages COMMAND ${scripts}/packages ${CMAKE_CPACK_COMMAND}

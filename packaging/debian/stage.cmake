@@ -1,6 +1,7 @@
 # Runs in CPack between installation and packing, one folder for each component: what Debian wants
 # in every package, where it wants it.
-set (packages_daemon q5-scand)
+set (packages_daemon q5-scand-base)
+set (packages_service q5-scand)
 set (packages_client-dev libq5-scan-dev)
 set (packages_tools q5-scan)
 set (packages_chassis q5-chassis)

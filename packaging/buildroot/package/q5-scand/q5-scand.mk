@@ -16,6 +16,8 @@ Q5_SCAND_CONF_OPTS = -DQ5_TESTS=OFF -DQ5_CHASSIS=OFF -DQ5_TOOLS=OFF
 define Q5_SCAND_INSTALL_TARGET_CMDS
 	$(INSTALL) -D -m 0755 $(Q5_SCAND_BUILDDIR)/scan/q5_scand \
 		$(TARGET_DIR)/usr/sbin/q5_scand
+	$(INSTALL) -D -m 0755 $(Q5_SCAND_BUILDDIR)/packaging/q5_scand_start \
+		$(TARGET_DIR)/usr/libexec/q5_scand_start
 endef
 
 define Q5_SCAND_INSTALL_INIT_SYSV
@@ -26,7 +28,7 @@ endef
 define Q5_SCAND_INSTALL_INIT_SYSTEMD
 	$(INSTALL) -D -m 0644 $(@D)/packaging/systemd/q5_scand.service.in \
 		$(TARGET_DIR)/usr/lib/systemd/system/q5_scand.service
-	$(SED) 's|@Q5_SBINDIR@|/usr/sbin|' \
+	$(SED) 's|@Q5_SBINDIR@|/usr/sbin|; s|@Q5_START@|/usr/libexec/q5_scand_start |' \
 		$(TARGET_DIR)/usr/lib/systemd/system/q5_scand.service
 	$(INSTALL) -D -m 0644 $(@D)/packaging/udev/70-q5_scand.rules \
 		$(TARGET_DIR)/usr/lib/udev/rules.d/70-q5_scand.rules

@@ -17,11 +17,13 @@ INITSCRIPT_PARAMS = "defaults 90 10"
 
 do_install () {
     install -D -m 0755 ${B}/scan/q5_scand ${D}${sbindir}/q5_scand
+    install -D -m 0755 ${B}/packaging/q5_scand_start ${D}${libexecdir}/q5_scand_start
     install -D -m 0644 ${S}/packaging/udev/70-q5_scand.rules \
         ${D}${nonarch_base_libdir}/udev/rules.d/70-q5_scand.rules
     install -D -m 0644 ${S}/packaging/systemd/q5_scand.service.in \
         ${D}${systemd_system_unitdir}/q5_scand.service
-    sed -i 's|@Q5_SBINDIR@|${sbindir}|' ${D}${systemd_system_unitdir}/q5_scand.service
+    sed -i 's|@Q5_SBINDIR@|${sbindir}|; s|@Q5_START@|${libexecdir}/q5_scand_start |' \
+        ${D}${systemd_system_unitdir}/q5_scand.service
     install -D -m 0755 ${S}/packaging/init/q5_scand ${D}${sysconfdir}/init.d/q5_scand
 }
 
