@@ -267,6 +267,19 @@ TEST_F (transfer, failures_leave_the_strobe_low_and_time_outs_the_controller_run
     }
 }
 
+TEST_F (transfer, fails_while_a_second_daemon_starts_and_is_good_again_behind_it)
+{
+    start ();
+    log->on_command = [&] (uint32_t) {
+        if (log->commands.size () == 2) {
+            scan_port_init ();
+        }
+    };
+    EXPECT_EQ (ask (3), -1);
+    EXPECT_TRUE (rx_untouched ());
+    EXPECT_EQ (ask (3), 3);
+}
+
 TEST_F (transfer, tests_the_line_then_the_address_then_which_address_then_noise)
 {
     settings.card (4).from (0xA5).answers (0x33, {1});
