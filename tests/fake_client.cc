@@ -1,36 +1,67 @@
-// fake_client [-b] [-n TIMES] [-r BYTES] HEX...: sends these bytes to the daemon on port 1971 and
-// shows the reply in words of 32 bits. -b: byte by byte; -n: TIMES times, shows
-// the first reply and those that differ; -r:
-// breaks the connection off, by a reset, after so many bytes of the reply.
-#include "net/kp_server.h"
+// fake_client [-b] [-n TIMES] [-r BYTES] [-p PORT] [-f ADDRESS] [-s] [-w FILE] [-e] HEX...: sends
+// these bytes to the daemon on port 1971, or who listens on PORT, and shows the reply in words of
+// 32 bits. -b: byte by byte; -n: TIMES times, shows the first reply and those that differ; -r:
+// breaks the connection off, by a reset, after so many bytes of the reply; -f: from this address;
+// -s: with small segments and buffers; -w: reads only once FILE is there; -e: shows the number of
+// bytes alone, and how the reply ended.
 #include "tests/support.h"
 
+#include <arpa/inet.h>
+#include <errno.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 
 struct options_t {
     bool byte_by_byte = false;
+    bool small = false;
+    bool shows_end = false;
     int times = 1;
     ssize_t break_off = -1; // after so many bytes
+    int port = 1971;
+    const char *from = "127.0.0.1";
+    const char *awaited = "/";
 };
 
-static bytes_t talk (const options_t &options, const bytes_t &request)
+static sockaddr_in address_of (const char *host, int port)
 {
-    kp_client_t client ("127.0.0.1", 1971);
-    int fd = client.connect_to (client.host, client.port);
-    if (fd < 0) {
-        perror ("fake_client");
-        exit (1);
-    }
-    int on = 1;
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons (port);
+    address.sin_addr.s_addr = inet_addr (host);
+    return address;
+}
+
+static int connected (const options_t &options)
+{
+    int fd = socket (AF_INET, SOCK_STREAM, 0), on = 1, small = 536;
     timeval limit = {30, 0};
     setsockopt (fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof (on));
     setsockopt (fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof (limit));
+    if (options.small) {
+        setsockopt (fd, IPPROTO_TCP, TCP_MAXSEG, &small, sizeof (small));
+        setsockopt (fd, SOL_SOCKET, SO_RCVBUF, &small, sizeof (small));
+    }
+    sockaddr_in from = address_of (options.from, 0), to = address_of ("127.0.0.1", options.port);
+    if (bind (fd, reinterpret_cast<sockaddr *> (&from), sizeof (from)) != 0 ||
+        connect (fd, reinterpret_cast<sockaddr *> (&to), sizeof (to)) != 0) {
+        perror ("fake_client");
+        exit (1);
+    }
+    return fd;
+}
+
+static bytes_t talk (const options_t &options, const bytes_t &request)
+{
+    int fd = connected (options);
     size_t step = options.byte_by_byte ? 1 : request.size ();
     for (size_t at = 0; at < request.size (); at += step) {
         send (fd, &request[at], step, MSG_NOSIGNAL);
+    }
+    while (access (options.awaited, F_OK) != 0) {
+        usleep (5000);
     }
     bytes_t reply (options.break_off >= 0 ? options.break_off : 1 << 20);
     if (options.break_off >= 0) {
@@ -41,28 +72,44 @@ static bytes_t talk (const options_t &options, const bytes_t &request)
     }
     ssize_t size = reply.empty () ? 0 : recv (fd, reply.data (), reply.size (), MSG_WAITALL);
     reply.resize (std::max<ssize_t> (size, 0));
+    if (options.shows_end) {
+        bool ended = recv (fd, &step, 1, 0) == 0;
+        printf ("%zu bytes, %s\n", reply.size (), ended ? "end" : strerror (errno));
+    }
     close (fd);
     return reply;
+}
+
+static void show (const options_t &options, const bytes_t &reply)
+{
+    if (!options.shows_end) {
+        print_words (reply);
+    }
 }
 
 int main (int argc, char **argv)
 {
     options_t options;
-    for (int option; (option = getopt (argc, argv, "bn:r:")) != -1;) {
+    for (int option; (option = getopt (argc, argv, "bn:r:p:f:sw:e")) != -1;) {
         options.byte_by_byte |= option == 'b';
         options.times = option == 'n' ? atoi (optarg) : options.times;
         options.break_off = option == 'r' ? atoi (optarg) : options.break_off;
+        options.port = option == 'p' ? atoi (optarg) : options.port;
+        options.from = option == 'f' ? optarg : options.from;
+        options.small |= option == 's';
+        options.awaited = option == 'w' ? optarg : options.awaited;
+        options.shows_end |= option == 'e';
     }
     bytes_t request;
     for (; argv[optind]; optind++) {
         request = request + bytes_of_hex (argv[optind]);
     }
     const bytes_t reply = talk (options, request);
-    print_words (reply);
+    show (options, reply);
     while (--options.times > 0) {
         bytes_t next = talk (options, request);
         if (next != reply) {
-            print_words (next);
+            show (options, next);
         }
     }
 }

@@ -44,7 +44,7 @@ endforeach ()
 add_executable (launcher_probe launcher_probe.cc)
 # It calls what it finds by name, whatever the types there.
 target_compile_options (launcher_probe PRIVATE $<$<CXX_COMPILER_ID:Clang>:-fno-sanitize=function>)
-foreach (program fake_daemon fake_client q5_scan q5_scand q5_chassis draw_transfer launcher_probe)
+foreach (program fake_daemon fake_client q5_scan q5_scand q5_scand_start q5_chassis draw_transfer launcher_probe)
     if (NOT TARGET ${program})
         continue ()
     endif ()

@@ -5,6 +5,12 @@ endif ()
 
 add_transcripts (transcript_test transcripts)
 
+# The front that ships, in the real HAProxy, between clients and the daemon.
+find_program (HAPROXY haproxy PATHS /usr/sbin)
+if (HAPROXY AND NOT CMAKE_CROSSCOMPILING)
+    add_transcripts (haproxy_test haproxy TEST_SUFFIX .haproxy)
+endif ()
+
 # The examples of the pages.
 add_executable (examples_test examples_test.cc)
 target_compile_definitions (examples_test PRIVATE
