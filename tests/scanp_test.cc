@@ -9,7 +9,7 @@ class scanp : public board_test {};
 
 static int flags_of (int fd)
 {
-    return fcntl (fd, F_GETFL) & (O_ACCMODE | O_SYNC);
+    return (fcntl (fd, F_GETFL) & (O_ACCMODE | O_SYNC)) | (fcntl (fd, F_GETFD) ? O_CLOEXEC : 0);
 }
 
 // Of the descriptor that was opened last: the one before the lowest free number.
@@ -287,6 +287,7 @@ TEST_F (transfer, tests_the_line_then_the_address_then_which_address_then_noise)
     settings.card (6).from (0xA5).fails (fault_t::noise).answers (0x33, {1});
     start ();
     EXPECT_EQ (ask (4), -4);
+    EXPECT_EQ (word (0x10D50) & 0xFF, 16u) << "the strobe stays low here too";
     EXPECT_EQ (ask (5), -1);
     EXPECT_EQ (ask (6), -4);
     EXPECT_TRUE (rx_untouched ());
