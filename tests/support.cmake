@@ -12,6 +12,7 @@ endif ()
 # A network of their own, for all tests of a program.
 add_library (q5_own_network STATIC EXCLUDE_FROM_ALL own_network.cc own_network_main.cc)
 target_link_libraries (q5_own_network PUBLIC GTest::gtest)
+target_precompile_headers (q5_own_network PRIVATE <gtest/gtest.h>)
 if (CMAKE_CROSSCOMPILING)
     # An emulator cannot enter one: this machine's program does, before it.
     set (own_network ${Q5_HOST_BUILD}/tests/own_network)
