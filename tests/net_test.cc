@@ -81,11 +81,14 @@ TEST (kp_literate, checks_speak_in_their_order)
     const std::string text = " (fd >= 0 && buffer && length > 0)";
     EXPECT_ASSERTION (null->read_fully (-1, nullptr, 0), "kp_literate.cc:11 (this)");
     EXPECT_ASSERTION (null->write_fully (-1, nullptr, 0), "kp_literate.cc:26 (this)");
-    const std::tuple<int, char *, int> wrong[] = {
-        {-1, buffer, 1}, {0, nullptr, 1}, {0, buffer, 0}, {0, buffer, -1}};
-    for (auto [fd, b, length] : wrong) {
-        EXPECT_ASSERTION (io.read_fully (fd, b, length), "kp_literate.cc:12" + text);
-        EXPECT_ASSERTION (io.write_fully (fd, b, length), "kp_literate.cc:27" + text);
+    const struct {
+        int fd;
+        char *to;
+        int length;
+    } wrong[] = {{-1, buffer, 1}, {0, nullptr, 1}, {0, buffer, 0}, {0, buffer, -1}};
+    for (const auto &w : wrong) {
+        EXPECT_ASSERTION (io.read_fully (w.fd, w.to, w.length), "kp_literate.cc:12" + text);
+        EXPECT_ASSERTION (io.write_fully (w.fd, w.to, w.length), "kp_literate.cc:27" + text);
     }
     EXPECT_ASSERTION (io.gets (nullptr, 8, -1), "kp_literate.cc:43 (buffer && size > 0)");
     EXPECT_ASSERTION (io.gets (buffer, 0, -1), "kp_literate.cc:43 (buffer && size > 0)");
