@@ -35,7 +35,7 @@ static std::string shown (const std::string &output, const std::string &mark)
         bool is_taken = mark.empty () && !line.empty () && strchr ("#$&>!?\\", line[0]);
         text += mark + (is_taken ? "\\" : "");
         for (char c : line) {
-            bool is_control = c >= 0 && c < ' ';
+            bool is_control = static_cast<unsigned char> (c) < ' ';
             text += is_control ? "\xE2\x90" + std::string (1, '\x80' + c) : std::string (1, c);
         }
         text += "\n";
