@@ -1,5 +1,5 @@
 // The value change dump: what is on the wires when something goes wrong. What a decoder of others
-// reads from it is in transcripts/waveform.txt.
+// reads from it is in transcripts/waveform_native.txt.
 #include "chassis/bus/waveform.h"
 #include "tests/board.h"
 #include "tests/expected.h"
