@@ -234,6 +234,10 @@ TEST_F (transfer, copies_as_many_bytes_as_were_wanted_whatever_came)
     EXPECT_EQ (ask (3, 0), 3);
     EXPECT_EQ (scan_port_transfer (3, -0xCD, 0, nullptr, -1, rx), 3) << "...FF33";
     EXPECT_EQ (scan_port_transfer (3, 0x33, -1, nullptr, 0, rx), -3) << "sent, and not understood";
+    rx[0] = rx[1] = 0xEE;
+    EXPECT_EQ (ask (3, 1), 3);
+    EXPECT_NE (rx[0], 0xEE);
+    EXPECT_EQ (rx[1], 0xEE);
 }
 
 TEST_F (transfer, failures_leave_the_strobe_low_and_time_outs_the_controller_running)
