@@ -1,0 +1,21 @@
+// A connection in memory: the descriptor `wire_fd` reads what a peer has sent, and writes what it
+// will receive. Programs that link this have their read and write wrapped; other descriptors are
+// the system's.
+#pragma once
+
+#include "fuzz/fuzz.h"
+
+constexpr int wire_fd = 1 << 20;
+
+struct wire_t {
+    bytes_t sent;            // by the peer, who then ends the stream
+    size_t chunk = SIZE_MAX; // bytes that one call moves at the most, at least 1
+    size_t room = SIZE_MAX;  // bytes that the peer takes before it is gone
+    size_t num_read = 0;
+    bytes_t received; // by the peer
+};
+extern wire_t wire;
+
+// A batch as an input tells it: id, count and headers, the transmit bytes that they ask for, and
+// then often too few of all that or some too many.
+bytes_t read_batch (input_t &input);
