@@ -54,15 +54,22 @@ int close (int fd)
     errno = calls.error;
     return calls.failing == "close" ? -1 : result;
 }
-// Knows a host that nobody answers for.
+// Knows a host that nobody answers for, one with many addresses, and some that it fails at.
 int gethostbyname_r (const char *name, hostent *entry, char *buffer, size_t size, hostent **found,
                      int *error)
 {
-    if (std::string (name) == "slow.invalid") {
-        usleep (400000);
+    std::string_view host = name;
+    if (host == "many.invalid" && size < 5000) {
+        return ERANGE;
     }
+    if (host == "broken.invalid" || host == "lost.invalid" || host == "127.2") {
+        *found = nullptr;
+        *error = host == "lost.invalid" ? 0 : host == "127.2" ? HOST_NOT_FOUND : NETDB_INTERNAL;
+        return host == "broken.invalid" ? EMFILE : 0;
+    }
+    usleep (host == "slow.invalid" ? 400000 : 0);
     auto next = reinterpret_cast<decltype (&gethostbyname_r)> (dlsym (RTLD_NEXT, __func__));
-    return next (name, entry, buffer, size, found, error);
+    return next (host == "many.invalid" ? "127.0.0.1" : name, entry, buffer, size, found, error);
 }
 }
 
@@ -179,6 +186,13 @@ TEST (batch, says_why_there_is_no_connection)
     all += "The resolver hangs:\n" + text ();
     settings.connect_timeout = 0ms;
     all += "There is no such host:\n" + text ();
+    for (const char *host : {"broken.invalid", "lost.invalid", "many.invalid", "127.2"}) {
+        settings.host = host;
+        all += settings.host + ":\n" + text ();
+    }
+    kp_client_t client ("", port);
+    EXPECT_EQ (client.connect_to ("127.2", port), -1);
+    EXPECT_EQ (h_errno, 0) << "an address, though the resolver did not take it for one";
     expect_file ("expected/client/no_connection.txt", all);
     settings.port = 65536;
     EXPECT_ASSERTION (q5_scan_exchange (settings, requests),
