@@ -240,37 +240,6 @@ TEST_F (transfer, copies_as_many_bytes_as_were_wanted_whatever_came)
     EXPECT_EQ (rx[1], 0xEE);
 }
 
-TEST_F (transfer, failures_leave_the_strobe_low_and_time_outs_the_controller_running)
-{
-    using f = fault_t;
-    const std::pair<f, int32_t> cases[] = {{f::line_low, -2},
-                                           {f::silent, -3},
-                                           {f::late, -3},
-                                           {f::wrong_address, -3},
-                                           {f::missing_address, -3},
-                                           {f::missing_end, -3},
-                                           {f::endless_transmitter, -10},
-                                           {f::framing, -1},
-                                           {f::line_break, -1},
-                                           {f::overrun, -1},
-                                           {f::noise, -1}};
-    settings.board.cts3 = true;
-    const bytes_t tx (29); // one more than the controller takes before the first is sent
-    for (auto [fault, result] : cases) {
-        SCOPED_TRACE (static_cast<int> (fault));
-        settings.card (4) = card_t ().answers (0x33, {1, 2, 3}).fails (fault, 1);
-        start ();
-        EXPECT_EQ (scan_port_transfer (4, 0x33, 29, tx.data (), 16, rx), result);
-        bool started = result != -2, ended = result == -1;
-        EXPECT_EQ (log->commands.size (), started ? 2u : 0u);
-        EXPECT_EQ (word (0x10D50) & 0xFF, 16u);
-        EXPECT_EQ (word (0x11A40), started && !ended ? 0x00028034u : 0x00028004u);
-        EXPECT_EQ (microseconds (), ended ? 10000 : started ? TIME_OUT : 0);
-        EXPECT_TRUE (rx_untouched ());
-        EXPECT_EQ (ask (3), 3) << "the next transfer puts it right";
-    }
-}
-
 TEST_F (transfer, fails_while_a_second_daemon_starts_and_is_good_again_behind_it)
 {
     start ();
@@ -282,26 +251,6 @@ TEST_F (transfer, fails_while_a_second_daemon_starts_and_is_good_again_behind_it
     EXPECT_EQ (ask (3), -1);
     EXPECT_TRUE (rx_untouched ());
     EXPECT_EQ (ask (3), 3);
-}
-
-TEST_F (transfer, tests_the_line_then_the_address_then_which_address_then_noise)
-{
-    settings.card (4).from (0xA5).answers (0x33, {1});
-    settings.card (5).from (0xA5).fails (fault_t::framing).answers (0x33, {1});
-    settings.card (6).from (0xA5).fails (fault_t::noise).answers (0x33, {1});
-    start ();
-    EXPECT_EQ (ask (4), -4);
-    EXPECT_EQ (word (0x10D50) & 0xFF, 16u) << "the strobe stays low here too";
-    EXPECT_EQ (ask (5), -1);
-    EXPECT_EQ (ask (6), -4);
-    EXPECT_TRUE (rx_untouched ());
-    // No answer comes without an address in this mode; so the controller's word is changed for it.
-    log->on_access = [&] (const access_t &a) {
-        if (a.is_write && a.offset == 0x11A40 && log->commands.size () == 8) {
-            chassis->memory ().write16 (0x1020, chassis->memory ().read16 (0x1020) & ~0x0400);
-        }
-    };
-    EXPECT_EQ (ask (4), -1);
 }
 
 TEST_F (transfer, what_ends_within_the_eleventh_sleep_is_in_time)

@@ -104,10 +104,12 @@ inline bytes_t words (std::initializer_list<int64_t> values)
     return bytes;
 }
 
+// Up to what is neither a digit nor a blank.
 inline bytes_t bytes_of_hex (const char *digits)
 {
     bytes_t bytes;
-    for (unsigned byte; sscanf (digits, "%2x", &byte) == 1; digits += 2) {
+    int size;
+    for (unsigned byte; sscanf (digits, "%2x%n", &byte, &size) == 1; digits += size) {
         bytes.push_back (byte);
     }
     return bytes;

@@ -1,0 +1,15 @@
+# Sweeps: everything between two ends, instead of samples.
+function (add_sweep name)
+    add_executable (sweep_${name}_test sweep_${name}_test.cc)
+    if (CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+        target_compile_definitions (sweep_${name}_test PRIVATE Q5_SANITIZED)
+    endif ()
+    target_link_libraries (sweep_${name}_test PRIVATE ${ARGN} GTest::gtest_main)
+    discover_tests (sweep_${name}_test)
+endfunction ()
+
+add_sweep (session q5_scan_server)
+add_sweep (transfer q5_scanp)
+if (TARGET q5_chassis_door AND TARGET q5_chassis_file)
+    add_sweep (chassis q5_scan_server q5_chassis_door q5_chassis_file)
+endif ()
