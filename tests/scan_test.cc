@@ -11,14 +11,26 @@ constexpr int release = 2;
 constexpr int echo = 0x93;
 constexpr int ask = 0x33;
 
-// How many more writes of this process succeed, a thousand bytes each at the most; -1: all.
+// How many more writes of this process succeed; -1: all. A read or a write moves a thousand bytes
+// at the most.
 static int writes_left = -1;
+constexpr size_t most_at_once = 1000;
+
+// What the reads asked for, and less than 0, what the writes did.
+static std::vector<int> sizes;
+
+extern "C" ssize_t read (int fd, void *bytes, size_t size)
+{
+    sizes.push_back (size);
+    return syscall (SYS_read, fd, bytes, std::min (size, most_at_once));
+}
 
 extern "C" ssize_t write (int fd, const void *bytes, size_t size)
 {
+    sizes.push_back (-size);
     errno = EPIPE;
     writes_left -= writes_left > 0;
-    return writes_left == 0 ? -1 : syscall (SYS_write, fd, bytes, std::min<size_t> (size, 1000));
+    return writes_left == 0 ? -1 : syscall (SYS_write, fd, bytes, std::min (size, most_at_once));
 }
 
 // One request after the id and the count.
@@ -216,6 +228,16 @@ TEST_F (session, a_client_gone_stops_the_batch_and_what_ran_stays_done)
         EXPECT_EQ (num_transfers (), c.transfers);
         EXPECT_EQ (wire.received ().size (), c.received);
     }
+}
+
+TEST_F (session, moves_each_part_with_one_call_and_asks_for_all_that_is_left_of_it)
+{
+    socket_pair_t wire;
+    wire.send (words ({2, 3, 3, echo, 4096, 2500, 0, claim, 0, 0, 3, ask, 2, 7}) + bytes_t (2507));
+    sizes.clear ();
+    server.handle (wire.there);
+    EXPECT_EQ (sizes, (std::vector<int>{4, 4, 48, 2500, 1500, 500, 7,          // the batch
+                                        -4, -2500, -1500, -500, -4, -4, -2})); // the replies
 }
 
 TEST_F (session, a_reply_leaves_as_its_request_ends)
