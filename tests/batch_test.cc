@@ -22,6 +22,7 @@ struct calls_t {
     std::string_view failing;
     int error = 0;
     int fd = -1, opened = 0, closed = 0, sent = 0;
+    size_t most = SIZE_MAX; // bytes that a send takes
 };
 static thread_local calls_t calls;
 
@@ -36,8 +37,8 @@ static thread_local calls_t calls;
 extern "C" {
 STAND_IN (int, connect, SYS_connect, (int fd, const sockaddr *to, socklen_t size), fd, to, size)
 STAND_IN (int, poll, SYS_poll, (pollfd * fds, nfds_t size, int time), fds, size, time)
-STAND_IN (ssize_t, send, SYS_sendto, (int fd, const void *p, size_t size, int flags), fd, p, size,
-          flags, nullptr, 0)
+STAND_IN (ssize_t, send, SYS_sendto, (int fd, const void *p, size_t size, int flags), fd, p,
+          std::min (size, calls.most), flags, nullptr, 0)
 STAND_IN (ssize_t, recv, SYS_recvfrom, (int fd, void *p, size_t size, int flags), fd, p, size,
           flags, nullptr, nullptr)
 int socket (int domain, int type, int protocol) noexcept
@@ -136,6 +137,17 @@ TEST (batch, ends_in_an_outcome_that_says_what_became_of_it)
         }
         return text;
     });
+}
+
+TEST (batch, goes_out_whole_in_pieces_too)
+{
+    fake_server_t server (words ({0, 0}));
+    std::vector<q5_scan_request_t> requests = two_requests;
+    calls.most = 5;
+    EXPECT_TRUE (q5_scan_exchange (settings_for (server.port), requests).answered ());
+    calls.most = SIZE_MAX;
+    EXPECT_EQ (server.received (),
+               words ({2, 2, 3, 77, 4, 2, 31, -78, 2, 1}) + (bytes_t{0xa1, 0xa2, 0xb1}));
 }
 
 TEST (batch, outlives_every_error_of_every_system_call)
