@@ -14,13 +14,14 @@ TESTS_ITS_OBJECT int32_t kp_literate_t::read_fully (int32_t fd, void *buffer, in
     ASSERT (12, fd >= 0 && buffer && length > 0);
 
     char *p = static_cast<char *> (buffer);
-    char *end = p + length;
-    while (p < end) {
-        ssize_t r = read (fd, p, end - p);
+    int32_t left = length;
+    while (left > 0) {
+        ssize_t r = read (fd, p, left);
         if (r <= 0) {
             return 0;
         }
         p += r;
+        left -= r;
     }
     return length;
 }
@@ -31,13 +32,14 @@ TESTS_ITS_OBJECT int32_t kp_literate_t::write_fully (int32_t fd, const void *buf
     ASSERT (27, fd >= 0 && buffer && length > 0);
 
     const char *p = static_cast<const char *> (buffer);
-    const char *end = p + length;
-    while (p < end) {
-        ssize_t r = write (fd, p, end - p);
+    int32_t left = length;
+    while (left > 0) {
+        ssize_t r = write (fd, p, left);
         if (r <= 0) {
             return 0;
         }
         p += r;
+        left -= r;
     }
     return length;
 }

@@ -106,6 +106,9 @@ TEST (kp_literate, moves_all_bytes_or_reports_nothing)
     EXPECT_EQ (std::string (buffer, 5), "abcd-");
     EXPECT_EQ (io.write_fully (wire.there, "vwxyz", 4), 4);
     EXPECT_EQ (wire.received (), (bytes_t{'v', 'w', 'x', 'y'}));
+    char *last_page = reinterpret_cast<char *> (-4096); // the length leads beyond all memory
+    EXPECT_EQ (io.read_fully (wire.there, last_page, INT_MAX), 0);
+    EXPECT_EQ (io.write_fully (wire.there, last_page, INT_MAX), 0);
     wire.close_here ();
     EXPECT_EQ (io.read_fully (wire.there, buffer, 3), 0);
     EXPECT_EQ (std::string (buffer, 5), "efcd-");
