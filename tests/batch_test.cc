@@ -9,7 +9,6 @@
 #include <dlfcn.h>
 #include <netdb.h>
 #include <poll.h>
-#include <regex>
 #include <sstream>
 #include <string_view>
 #include <sys/syscall.h>
@@ -101,7 +100,13 @@ static const char *const names[] = {
 
 static std::string text_of (const q5_scan_outcome_t &outcome)
 {
-    return std::regex_replace (outcome.text, std::regex ("port [0-9]+"), "port N");
+    std::string text = outcome.text;
+    size_t port = text.find ("port ");
+    if (port != std::string::npos) {
+        port += strlen ("port ");
+        text.replace (port, text.find_first_not_of ("0123456789", port) - port, "N");
+    }
+    return text;
 }
 
 static const std::vector<q5_scan_request_t> two_requests = {{3, 77, {0xa1, 0xa2}, 4},
