@@ -9,9 +9,12 @@
 #include <dlfcn.h>
 #include <netdb.h>
 #include <poll.h>
+#include <random>
 #include <sstream>
+#include <stdarg.h>
 #include <string_view>
 #include <sys/syscall.h>
+#include <utility>
 
 using namespace std::chrono_literals;
 using state_t = q5_scan_state_t;
@@ -47,6 +50,19 @@ int socket (int domain, int type, int protocol) noexcept
     calls.opened += calls.fd >= 0 && (type & SOCK_CLOEXEC);
     return calls.fd;
 }
+// What the other host has not acknowledged.
+int ioctl (int fd, unsigned long request, ...) noexcept
+{
+    va_list arguments;
+    va_start (arguments, request);
+    int *bytes = va_arg (arguments, int *);
+    va_end (arguments);
+    if (calls.failing == "the other host") {
+        *bytes = 1;
+        return 0;
+    }
+    return syscall (SYS_ioctl, fd, request, bytes);
+}
 int close (int fd)
 {
     calls.closed += fd == calls.fd;
@@ -71,6 +87,14 @@ int gethostbyname_r (const char *name, hostent *entry, char *buffer, size_t size
     auto next = reinterpret_cast<decltype (&gethostbyname_r)> (dlsym (RTLD_NEXT, __func__));
     return next (host == "many.invalid" ? "127.0.0.1" : name, entry, buffer, size, found, error);
 }
+}
+
+// The system's random numbers: from 0 up, in such steps.
+static uint32_t random_number, random_step;
+
+std::random_device::result_type std::random_device::_M_getval ()
+{
+    return std::exchange (random_number, random_number + random_step);
 }
 
 static q5_scan_settings_t settings_for (int port, std::chrono::milliseconds timeout = 0ms)
@@ -181,15 +205,22 @@ TEST (batch, outlives_every_error_of_every_system_call)
     expect_file ("expected/client/errors.txt", text);
 }
 
+static int lowest_free ()
+{
+    int fd = dup (0);
+    close (fd);
+    return fd;
+}
+
 TEST (batch, says_why_there_is_no_connection)
 {
     int port;
     int listener = listen_on_loopback (0, &port);
     std::vector<q5_scan_request_t> requests = two_requests;
     q5_scan_settings_t settings = settings_for (port, 150ms);
-    auto text = [&] {
+    auto text = [&] (std::string_view failing = "") {
         q5_scan_outcome_t outcome;
-        expect_in_time ([&] { outcome = q5_scan_exchange (settings, requests); });
+        expect_in_time ([&] { outcome = q5_scan_exchange (settings, requests); }, failing);
         return names[static_cast<int> (outcome.state)] + (": " + text_of (outcome)) + "\n";
     };
     std::string all = "Nobody accepts:\n" + text ();
@@ -199,14 +230,21 @@ TEST (batch, says_why_there_is_no_connection)
     all += "The queue is full:\n" + text ();
     close (listener);
     all += "Nobody listens:\n" + text ();
+    fake_server_t silent (std::vector<session_t>{{{}, session_t::holds}});
+    settings.port = silent.port;
+    all += "The batch is not taken:\n" + text ("the other host");
+    settings.port = port;
     settings.host = "slow.invalid";
     all += "The resolver hangs:\n" + text ();
     settings.connect_timeout = 0ms;
     all += "There is no such host:\n" + text ();
+    settings.connect_timeout = 1000ms; // looks up in a thread
+    int before = lowest_free ();
     for (const char *host : {"broken.invalid", "lost.invalid", "many.invalid", "127.2"}) {
         settings.host = host;
         all += settings.host + ":\n" + text ();
     }
+    EXPECT_EQ (lowest_free (), before) << "no end of a pipe stays open";
     kp_client_t client ("", port);
     EXPECT_EQ (client.connect_to ("127.2", port), -1);
     EXPECT_EQ (h_errno, 0) << "an address, though the resolver did not take it for one";
@@ -243,6 +281,7 @@ TEST (batch, waits_while_it_is_dropped_until_it_is_cancelled)
     const bytes_t id = words ({-5}), batch = words ({-5, 1, 7, 147, 0, 3}) + bytes_t{1, 2, 3};
     EXPECT_EQ (state ({drop, drop, {words ({0})}}, 9000ms, -1, 2 * id + batch), state_t::answered);
     EXPECT_EQ (state ({drop, drop, drop, drop}, 150ms, -1, 2 * id), state_t::dropped);
+    EXPECT_EQ (state ({{{0}}}, 9000ms, -1, batch), state_t::broken_off) << "it may have run";
     int ends[2];
     ASSERT_EQ (pipe (ends), 0);
     std::thread canceller ([&] { usleep (200000), close (ends[1]); });
@@ -254,16 +293,26 @@ TEST (batch, waits_while_it_is_dropped_until_it_is_cancelled)
 
 TEST (claim, lasts_as_long_as_the_object_and_is_given_back_whatever_happens)
 {
+    random_number = 0;
+    random_step = 1;
+    EXPECT_EQ (q5_scan_fresh_id (), 3) << "the lowest: 0 holds nothing, 2 is everybody's";
+    random_step = 1 << 28;
     auto claimed = [] (const std::vector<session_t> &sessions, bool is_held, bool is_released) {
         fake_server_t server (sessions);
         int32_t id = 0;
+        int ends[2];
+        EXPECT_EQ (pipe (ends), 0);
         try {
-            q5_scan_claim_t claim (settings_for (server.port, 200ms));
+            q5_scan_settings_t settings = settings_for (server.port, 200ms);
+            settings.cancel_fd = ends[0];
+            q5_scan_claim_t claim (settings);
             id = claim.settings.id;
             EXPECT_EQ (claim.held, is_held) << claim.outcome.text;
+            close (ends[1]); // nor does Ctrl-C keep it
             throw 5;
         } catch (int) {
         }
+        close (ends[0]);
         EXPECT_GT (id, 2);
         bytes_t release = words ({id, 1, 0, 2, 0, 0}), sent = server.received ();
         EXPECT_EQ (sent.size () > 24 && bytes_t (sent.end () - 24, sent.end ()) == release,
@@ -283,7 +332,13 @@ TEST (claim, lasts_as_long_as_the_object_and_is_given_back_whatever_happens)
 TEST (fetch, asks_the_second_command_of_slots_that_answered_the_first)
 {
     const bytes_t one = words ({2}) + bytes_t{1, 2};
-    fake_server_t server ({{words ({-3}) + one}, {one}, {words ({-3, -3})}, {words ({-3}) + one}});
+    fake_server_t server ({{words ({-3}) + one},
+                           {one},
+                           {words ({0, -3})},
+                           {words ({0})},
+                           {words ({-3}) + one},
+                           {100 * words ({0})},
+                           {28 * words ({0})}});
     q5_scan_fetch_t fetch = {{4, 7}};
     std::vector<q5_scan_request_t> replies;
     std::string seen;
@@ -301,10 +356,15 @@ TEST (fetch, asks_the_second_command_of_slots_that_answered_the_first)
     EXPECT_EQ (fetched (), state_t::answered);
     fetch.only_answering = false;
     EXPECT_EQ (fetched (), state_t::broken_off);
-    EXPECT_EQ (seen, "4:-3 7:2 7:2 4:-3 7:-3 4:-3 7:2 ");
+    EXPECT_EQ (seen, "4:-3 7:2 7:2 4:0 7:-3 4:0 4:-3 7:2 ");
     const bytes_t typed = words ({4, 51, 4096, 0, 7, 51, 4096, 0});
-    const bytes_t raw_7 = words ({7, 83, 4096, 0});
-    EXPECT_EQ (server.received (), words ({2, 2}) + typed + words ({2, 1}) + raw_7 +
-                                       words ({2, 2}) + typed + words ({2, 4}) + typed +
-                                       words ({4, 83, 4096, 0}) + raw_7);
+    const bytes_t raw_4 = words ({4, 83, 4096, 0}), raw_7 = words ({7, 83, 4096, 0});
+    const bytes_t all = words ({2, 2}) + typed + words ({2, 1}) + raw_7 + words ({2, 2}) + typed +
+                        words ({2, 1}) + raw_4 + words ({2, 4}) + typed + raw_4 + raw_7;
+    fetch.slots.resize (64);
+    EXPECT_EQ (fetched (), state_t::answered) << "in two batches, and none left out";
+    EXPECT_EQ (replies.size (), 128u);
+    bytes_t received = server.received ();
+    received.resize (all.size ());
+    EXPECT_EQ (received, all);
 }
