@@ -112,9 +112,9 @@ static void set_up_parameter_ram ()
 static void clear_descriptors (volatile scc_bd_t *bds, uint16_t status)
 {
     for (int i = 0; i < SCAN_NUM_BDS; i++) {
+        io_write (&bds[i].status, status);
         io_write (&bds[i].length, 0);
         io_write (&bds[i].pointer, 0);
-        io_write (&bds[i].status, status);
     }
 }
 
