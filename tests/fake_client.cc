@@ -1,9 +1,9 @@
-// fake_client [-b] [-n TIMES] [-r BYTES] [-p PORT] [-f ADDRESS] [-s] [-w FILE] [-e] HEX...: sends
-// these bytes to the daemon on port 1971, or who listens on PORT, and shows the reply in words of
-// 32 bits. -b: byte by byte; -n: TIMES times, shows the first reply and those that differ; -r:
-// breaks the connection off, by a reset, after so many bytes of the reply; -f: from this address;
-// -s: with small segments and buffers; -w: reads only once FILE is there; -e: shows the number of
-// bytes alone, and how the reply ended.
+// fake_client [-b] [-c BYTES] [-n TIMES] [-r BYTES] [-p PORT] [-f ADDRESS] [-s] [-w FILE] [-e]
+// HEX...: sends these bytes to the daemon on port 1971, or who listens on PORT, and shows the reply
+// in words of 32 bits. -b: byte by byte; -c: in two pieces, the first of so many bytes; -n: TIMES
+// times, shows the first reply and those that differ; -r: breaks the connection off, by a reset,
+// after so many bytes of the reply; -f: from this address; -s: with small segments and buffers; -w:
+// reads only once FILE is there; -e: shows the number of bytes alone, and how the reply ended.
 #include "tests/support.h"
 
 #include <arpa/inet.h>
@@ -16,6 +16,7 @@
 
 struct options_t {
     bool byte_by_byte = false;
+    size_t cut = 0;
     bool small = false;
     bool shows_end = false;
     int times = 1;
@@ -57,8 +58,10 @@ static bytes_t talk (const options_t &options, const bytes_t &request)
 {
     int fd = connected (options);
     size_t step = options.byte_by_byte ? 1 : request.size ();
-    for (size_t at = 0; at < request.size (); at += step) {
-        send (fd, &request[at], step, MSG_NOSIGNAL);
+    for (size_t at = 0, size; at < request.size (); at += size) {
+        size = std::min (at < options.cut ? options.cut : step, request.size () - at);
+        send (fd, &request[at], size, MSG_NOSIGNAL);
+        usleep (options.cut > 0 ? 1000 : 0); // so that the daemon meets the end of the first piece
     }
     while (access (options.awaited, F_OK) != 0) {
         usleep (5000);
@@ -90,8 +93,9 @@ static void show (const options_t &options, const bytes_t &reply)
 int main (int argc, char **argv)
 {
     options_t options;
-    for (int option; (option = getopt (argc, argv, "bn:r:p:f:sw:e")) != -1;) {
+    for (int option; (option = getopt (argc, argv, "bc:n:r:p:f:sw:e")) != -1;) {
         options.byte_by_byte |= option == 'b';
+        options.cut = option == 'c' ? atoi (optarg) : options.cut;
         options.times = option == 'n' ? atoi (optarg) : options.times;
         options.break_off = option == 'r' ? atoi (optarg) : options.break_off;
         options.port = option == 'p' ? atoi (optarg) : options.port;

@@ -119,12 +119,7 @@ TEST (session_sweep, runs_a_batch_only_when_the_whole_of_it_has_come)
     // Some of them times 16 would wrap to a small number.
     counts.insert (counts.end (),
                    {-1, INT_MIN, -0x7FFFFFF0, -0x6FFFFFFF, 102, 0x10000001, INT_MAX});
-#if defined(Q5_EMULATED) || defined(Q5_SANITIZED)
-    // Ten times as slow.
-    const size_t step = getenv ("Q5_FULL_SWEEP") ? 1 : 97;
-#else
-    const size_t step = 1;
-#endif
+    const size_t step = getenv ("Q5_FULL_SWEEP") ? 1 : Q5_SWEEP_STEP;
     for (int32_t count : counts) {
         make_model (count);
         for (sent = 0; sent <= longest; sent += step) {

@@ -1,5 +1,6 @@
 // Every word that the controller can leave as the status of the answer, on plain memory in place of
 // the board.
+#include "scanp/mpc8260_io.h"
 #include "scanp/scan_port.h"
 #include "scanp/scanp.h"
 #include "tests/support.h"
@@ -12,19 +13,13 @@ alignas (8) static uint8_t immr[0x40000], buffers[2 * 4096];
 static uint32_t left;
 static int sleeps;
 
-static void put16 (uint32_t offset, uint32_t value)
-{
-    immr[offset] = value >> 8;
-    immr[offset + 1] = value & 0xFF;
-}
-
 // The command that starts the controller.
 extern "C" int ioctl (int, unsigned long, ...) noexcept
 {
-    put16 (0x1010, left & 0x10000 ? 0xA400 : 0x2400);
-    put16 (0x1020, left);
-    put16 (0x1022, 0xABCD);
-    put16 (0x8242, left >> 17);
+    io_write (reg16 (0x1010), left & 0x10000 ? 0xA400 : 0x2400);
+    io_write (reg16 (0x1020), left);
+    io_write (reg16 (0x1022), 0xABCD);
+    io_write (reg16 (0x8242), left >> 17);
     return 0;
 }
 
