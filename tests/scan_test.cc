@@ -1,6 +1,7 @@
 // One session of the server at a time, over a socket pair, on the emulated chassis.
 #include "scan/q5_scan_server.h"
 #include "tests/board.h"
+#include "tests/cases.h"
 
 #include <errno.h>
 #include <limits.h>
@@ -33,15 +34,18 @@ extern "C" ssize_t write (int fd, const void *bytes, size_t size)
     return writes_left == 0 ? -1 : syscall (SYS_write, fd, bytes, std::min (size, most_at_once));
 }
 
-// One request after the id and the count.
-static bytes_t one (int64_t slot, int64_t command, int64_t rxlen, const bytes_t &tx = {})
+// "3,51,-1": big-endian words; "b1,2": bytes; with "*N" behind them: as often.
+static bytes_t bytes_of (const std::string &token)
 {
-    return words ({2, 1, slot, command, rxlen, int64_t (tx.size ())}) + tx;
-}
-
-static bytes_t header (int64_t slot, int64_t rxlen, int64_t txlen)
-{
-    return words ({2, 1, slot, ask, rxlen, txlen});
+    size_t star = std::min (token.find ('*'), token.size ());
+    bool is_bytes = token[0] == 'b';
+    std::istringstream values (token.substr (is_bytes, star - is_bytes));
+    bytes_t bytes;
+    for (std::string text; std::getline (values, text, ',');) {
+        int64_t value = std::stoll (text);
+        bytes = bytes + (is_bytes ? bytes_t{static_cast<uint8_t> (value)} : words ({value}));
+    }
+    return (star < token.size () ? std::stoi (token.substr (star + 1)) : 1) * bytes;
 }
 
 class session : public board_test {
@@ -99,104 +103,31 @@ TEST_F (session, checks_a_call_in_the_listed_order)
     EXPECT_EQ (server.scan (3, ask, 4095, b, 0, b), -4) << "the transfer's to refuse";
 }
 
-// A batch that is cut off, and counts out of range: see sweep_session_test.cc.
-TEST_F (session, refuses_a_malformed_batch_with_the_check_that_speaks_first)
+// One connection a line, all to one server: its bytes, and what becomes of them. (A batch that is
+// cut off, and counts out of range: see sweep_session_test.cc.)
+TEST_F (session, does_with_each_batch_what_the_file_says)
 {
-    struct case_t {
-        std::string where;
-        std::vector<bytes_t> batches;
-        size_t unread = 0;
-    };
-    const std::string slot = ":46 (m->slot >= 0 && m->slot < Q5_SCAN_NUM_SLOTS)";
-    const std::string txlen = ":47 (m->txlen >= 0 && m->txlen <= Q5_SCAN_MAX_TX)";
-    const std::string rxlen = ":48 (m->rxlen >= 0 && m->rxlen <= Q5_SCAN_MAX_RX)";
-    const std::string sum = ":82 (m->txlen + tx_count <= Q5_SCAN_MAX_TX)";
-    const bytes_t claimed = words ({2, 2, 3, claim, 0, 0}), zeros (4094);
-    const bytes_t then_bad = words ({2, 2, 3, ask, 0, 9, 32, ask, 0, 0});
-    const std::vector<case_t> cases = {
-        {slot, {header (32, -1, -1), header (-1, 0, 0), claimed + words ({32, claim, 0, 0})}},
-        {slot, {header (INT_MIN, 0, 0), header (INT_MAX, 0, 0)}},
-        {txlen, {header (31, -1, -1), header (3, 0, 4095)}},
-        {txlen, {header (3, 0, INT_MAX), header (3, 0, INT_MIN)}},
-        {rxlen, {header (3, -1, 0), header (3, 4097, 0), header (3, INT_MIN, 0)}},
-        {rxlen, {header (3, INT_MAX, 0), claimed + words ({3, claim, 4097, 0})}},
-        // The sum counts a claim's bytes too; it is tested before the bytes are read.
-        {sum, {words ({2, 2, 3, claim, 0, 2048, 3, ask, 0, 2047}) + bytes_t (2048 + 5)}, 5},
-        {sum, {words ({2, 2, 3, ask, 0, 4094, 3, ask, 0, 1}) + zeros}},
-        // Each header is checked after the bytes of those before it have been read.
-        {":85 (r)", {then_bad + bytes_t (8)}},
-        {slot, {then_bad + bytes_t (9)}},
-    };
-    for (const case_t &c : cases) {
-        for (const bytes_t &batch : c.batches) {
-            EXPECT_EQ (serve (batch), "assertion failed. q5_scan_server.cc" + c.where);
-            EXPECT_EQ (unread, c.unread) << c.where;
-            EXPECT_EQ (reply, bytes_t ()) << c.where;
-            EXPECT_EQ (server.owner_id, 0) << c.where;
-            EXPECT_EQ (num_transfers (), 0u) << c.where;
+    expect_cases ("sessions.txt", [&] (const std::string &line) {
+        std::istringstream tokens (line);
+        bytes_t batch;
+        for (std::string token; tokens >> token;) {
+            batch = batch + bytes_of (token);
         }
-    }
+        log->commands.clear ();
+        std::string text = serve (batch);
+        text += (text.empty () ? "" : "; ") + (reply.empty () ? "dropped" : hex_of (reply));
+        text += "; " + std::to_string (num_transfers ()) + " transfers";
+        text += unread > 0 ? "; " + std::to_string (unread) + " bytes unread" : "";
+        return text + "; owner " + std::to_string (server.owner_id);
+    });
 }
 
-TEST_F (session, answers_each_request_with_a_result_and_no_more_bytes_than_were_wanted)
+TEST_F (session, carries_every_byte_of_the_longest_request)
 {
-    const bytes_t all = {11, 12, 13, 14}, first = {11}, four = words ({4}), done = words ({1});
-    const bytes_t numbers = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11};
-    const bytes_t sevens (2047, 7), nines (2047, 9);
     bytes_t full (4094);
     std::generate (full.begin (), full.end (), [i = 0] () mutable { return i++ / 16; });
-    const std::vector<std::pair<bytes_t, bytes_t>> cases = {
-        {one (3, ask, 0), four},
-        {one (3, ask, 3), four + bytes_t{11, 12, 13}},
-        {one (3, ask, 4096), four + all},
-        {one (4, ask, 16), words ({-3})},
-        {words ({2, 3, 4, ask, 16, 0, 21, ask, 16, 0, 3, ask, 1, 0}), words ({-3, -2, 4}) + first},
-        {one (3, ask, 0) + bytes_t (50, 1), four},
-        // Each request has its own transmit bytes, a claim too.
-        {words ({2, 4, 0, claim, 0, 3, 3, echo, 5, 5, 0, release, 0, 1, 3, echo, 2, 2}) + numbers,
-         words ({1, 5}) + bytes_t{4, 5, 6, 7, 8} + words ({1, 2}) + bytes_t{10, 11}},
-        // A claim answers one stale byte, of an earlier batch too, when asked for data.
-        {words ({2, 1, 3, ask, 4, 0}), four + all},
-        {words ({2, 3, 0, claim, 8, 0, 0, release, 1, 0, 0, claim, 0, 0}),
-         done + first + done + first + done},
-        // Every limit itself.
-        {words ({2, 100}) + 100 * words ({31, ask, 4096, 0}), 100 * words ({-2})},
-        {words ({2, 2, 3, echo, 4, 2047, 3, echo, 4, 2047}) + sevens + nines,
-         words ({2047, 0x07070707, 2047, 0x09090909})},
-        {one (3, echo, 4096, full), words ({4094}) + full},
-    };
-    for (const auto &[batch, expected] : cases) {
-        EXPECT_EQ (serve (batch), "");
-        EXPECT_EQ (reply, expected);
-    }
-}
-
-TEST_F (session, one_client_holds_the_bus)
-{
-    struct step_t {
-        int64_t id;
-        int64_t command;
-        bytes_t reply;
-        int owner;
-    };
-    const bytes_t done = words ({1}), answer = words ({4}), silence = words ({-3}), dropped;
-    EXPECT_EQ (server.owner_id, 0);
-    const std::vector<step_t> steps = {
-        {5, release, done, 0},        {0, claim, done, 0}, // id 0 cannot hold the bus
-        {5, claim, done, 5},          {5, claim, done, 5},      {6, claim, dropped, 5},
-        {6, release, dropped, 5},     {0, release, dropped, 5}, {6, ask, dropped, 5},
-        {5, ask, answer, 5},          {5, release, done, 0},    {-1, claim, done, -1},
-        {1, ask, dropped, -1},        {-1, release, done, 0},   {6, ask, answer, 0},
-        {6, 0, silence, 0},           {6, 3, silence, 0},       {6, 0x101, silence, 0},
-        {6, INT_MIN + 1, silence, 0}, // only 1 and 2 are the daemon's own
-    };
-    for (const step_t &step : steps) {
-        EXPECT_EQ (serve (words ({step.id, 1, 3, step.command, 0, 0})), "");
-        EXPECT_EQ (reply, step.reply) << step.id << " " << step.command;
-        EXPECT_EQ (server.owner_id, step.owner);
-    }
-    server.owner_id = 7;
-    EXPECT_EQ (serve (words ({8})), "") << "dropped after four bytes, before anything else is read";
+    EXPECT_EQ (serve (words ({2, 1, 3, echo, 4096, 4094}) + full), "");
+    EXPECT_EQ (reply, words ({4094}) + full);
 }
 
 TEST_F (session, a_client_gone_stops_the_batch_and_what_ran_stays_done)
