@@ -87,6 +87,8 @@ static void tell_names ()
     tell_board ("not through a link", open ("a", O_RDWR | O_NOFOLLOW));
     tell_board ("read only", open ("/dev/mem", O_RDONLY));
     tell_board ("a file", open ("/proc/self/exe", O_RDONLY));
+    tell ("as a folder", open ("/dev/mem", O_RDONLY | O_DIRECTORY));
+    tell ("as a new file", open ("/dev/mem", O_RDWR | O_CREAT | O_EXCL, 0600));
 }
 
 static void tell_reading_and_writing ()
@@ -109,7 +111,8 @@ static void tell_views ()
     int fd = open ("/dev/mem", O_RDWR);
     volatile uint8_t *view = map (fd, 0x3FFFF, 0xF0000000);
     auto *page = const_cast<uint8_t *> (view) + 0x1000; // of dual-port RAM
-    view[0x3FFFF] = 0x12, view[0x2FFF] = 0x34;
+    view[0x3FFFF] = 0x12, errno = EILSEQ, view[0x2FFF] = 0x34;
+    tell ("errno behind an access", -(errno == EILSEQ));
     tell ("behind the length, in the page", view[0x3FFFF]);
     tell ("past the end", map (fd, 0x40001, 0xF0000000) ? 0 : -1);
     tell ("length 0", map (fd, 0, 0xF0000000) ? 0 : -1);
