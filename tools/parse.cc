@@ -42,7 +42,8 @@ int32_t parse_number (const std::string &name, const std::string &text, int64_t 
     bool is_number = read_digits (is_negative ? text.substr (1) : text, &magnitude);
     // Beyond 32 bits it is out of every range; until then the sign cannot overflow.
     bool is_short = is_number && magnitude <= 1ULL << 32;
-    int64_t value = is_negative ? -static_cast<int64_t> (magnitude) : magnitude;
+    int64_t value = is_short ? static_cast<int64_t> (magnitude) : 0;
+    value = is_negative ? -value : value;
     if (!is_short || value < least || value > most) {
         usage_failure (name + " " + shown_value (text) +
                            (is_number ? " is out of range" : " is not a number"),
