@@ -3,6 +3,7 @@
 #include "scan/q5_scan_protocol.h"
 #include "tools/report.h"
 
+#include <algorithm>
 #include <charconv>
 #include <math.h>
 #include <set>
@@ -98,7 +99,10 @@ std::vector<int32_t> parse_commands (const std::string &text)
     std::vector<int32_t> commands;
     std::istringstream parts (text + ",");
     for (std::string part; std::getline (parts, part, ',');) {
-        commands.push_back (parse_number ("command", part, 3, 255));
+        int32_t command = parse_number ("command", part, 3, 255);
+        if (std::count (commands.begin (), commands.end (), command) == 0) {
+            commands.push_back (command);
+        }
     }
     return commands;
 }

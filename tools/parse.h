@@ -21,7 +21,7 @@ int32_t parse_word (const std::string &name, const std::string &text); // any si
 // All slots for no text.
 std::vector<int32_t> parse_slots (const std::vector<std::string> &texts);
 
-// Commands of the cards, 3 to 255, with commas between.
+// Commands of the cards, 3 to 255, with commas between; each once, in this order.
 std::vector<int32_t> parse_commands (const std::string &text);
 
 // A number from 0 to 255. Beside bytes in hex, one of several plain digits could be meant either
