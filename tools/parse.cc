@@ -128,7 +128,12 @@ std::chrono::milliseconds parse_seconds (const std::string &name, const std::str
         usage_failure (name + " " + shown_value (text) + " is no number of seconds",
                        "Give seconds from 0 to " + std::to_string (most) + ", for example 0.5.");
     }
-    return std::chrono::milliseconds (static_cast<int64_t> (ceil (seconds * 1000)));
+    // Upwards, so that a little is not none; but 2.007 times 1000 is more than 2007 only in a
+    // double.
+    double whole = round (seconds * 1000);
+    bool is_whole = fabs (seconds * 1000 - whole) < 1e-6 && (whole > 0 || seconds == 0);
+    return std::chrono::milliseconds (
+        static_cast<int64_t> (is_whole ? whole : ceil (seconds * 1000)));
 }
 
 static int digit_value (char c)
