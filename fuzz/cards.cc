@@ -1,0 +1,91 @@
+// What the commands make of hostile cards: sound lines and JSON, text that Prometheus reads, and a
+// chassis file that plays the same bytes.
+#include "chassis/file/chassis_file.h"
+#include "fuzz/peer.h"
+#include "fuzz/printed.h"
+#include "tools/inventory.h"
+#include "tools/metrics.h"
+#include "tools/parse.h"
+#include "tools/results.h"
+#include "tools/snapshot.h"
+#include "tools/types.h"
+#include "tools/watch.h"
+
+#include <sstream>
+
+using slots_t = std::vector<int32_t>;
+
+static report_t fetch (const globals_t &globals, const slots_t &slots, const char *types)
+{
+    fetched_t fetched = fetch_slots (globals.settings, slots, parse_types (types));
+    report_t report = report_of (fetched, true);
+    for (const slot_report_t &slot : fetched.slots) {
+        report.text += marked_lines ({}, {row_of (slot, true)}).front () + "\n";
+    }
+    return report;
+}
+
+// name{label="value",...} number: outside the quotes nothing but these.
+static bool is_sample (const std::string &line)
+{
+    bool is_quoted = false;
+    std::string bare;
+    for (size_t i = 0; i < line.size (); i++) {
+        is_quoted ^= line[i] == '"';
+        bare += is_quoted ? "" : line.substr (i, 1);
+        i += is_quoted && line[i] == '\\';
+    }
+    size_t end = bare.find_first_not_of ("abcdefghijklmnopqrstuvwxyz_5{=\",");
+    return bare.substr (end, 2) == "} " &&
+           bare.find_first_not_of ("-+.einf0123456789", end + 2) == bare.npos;
+}
+
+static report_t measure (const globals_t &globals, const slots_t &slots)
+{
+    static const names_t names = {{{0, 1}, {"a\"\\\n", 1e308, true}}};
+    report_t report = metrics (globals, {{}, slots, names});
+    std::istringstream lines (report.text);
+    for (std::string line; std::getline (lines, line);) {
+        REQUIRE_SHOWING (line[0] == '#' || is_sample (line), line);
+    }
+    return report;
+}
+
+static report_t play (const std::vector<taken_t> &taken)
+{
+    report_t report;
+    report.text = chassis_file_of (taken);
+    chassis_settings_t chassis = parse_chassis (report.text, "chassis.toml");
+    for (const taken_t &t : taken) {
+        const q5_scan_request_t &r = t.request;
+        REQUIRE (r.result < 0 || chassis.cards.at (r.slot).answer.at (r.command).bytes == r.rx);
+        report.text += text_of (r, 2);
+    }
+    return report;
+}
+
+extern "C" int LLVMFuzzerTestOneInput (const uint8_t *data, size_t size)
+{
+    input_t input (data, size);
+    read_peer (input);
+    globals_t globals;
+    globals.settings.reply_timeout = std::chrono::seconds (1);
+    const char *types = input.byte () % 2
+                            ? "b=sbyte*-0.1:t,b3=bytes:3:a=\"\x7F\\,h=sshort*1e308,i=uint"
+                            : "b=byte,h=short,i=int,s=string,x=rest";
+    const slots_t slots = {0, 3, 20};
+    wire.sent = input.rest ();
+    wire.sent.insert (wire.sent.end (), 36, 0xFF); // what is missing failed
+    require_lines (fetch (globals, slots, types));
+    wire.num_read = 0;
+    require_lines (inventory (globals, {}, slots, identity_command));
+    wire.num_read = 0;
+    require_lines (measure (globals, slots));
+    wire.num_read = 0;
+    try {
+        require_lines (play (take_snapshot (globals.settings, slots, parse_commands ("51,73,51"))));
+    } catch (failure_t &failure) {
+        require_lines (report_of (failure));
+    }
+    return 0;
+}

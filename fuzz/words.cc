@@ -1,0 +1,57 @@
+// What a person types, and files of lines. What is accepted means the same when it is printed; what
+// is refused is refused in one line that begins with the place.
+#include "fuzz/fuzz.h"
+#include "tools/batch.h"
+#include "tools/names.h"
+#include "tools/parse.h"
+#include "tools/types.h"
+
+#include <sstream>
+
+// What `read` returns; nothing when it refuses.
+template <typename read_t> static auto accepted (const std::string &place, const read_t &read)
+{
+    std::optional<decltype (read ())> value;
+    try {
+        value = read ();
+    } catch (failure_t &failure) {
+        REQUIRE_SHOWING (failure.what.substr (0, place.size ()) == place, failure.what);
+        REQUIRE_SHOWING (is_one_line (printable (failure.what)), failure.what);
+    }
+    return value;
+}
+
+static std::string text_of (const std::vector<q5_scan_request_t> &requests)
+{
+    std::string text;
+    for (const q5_scan_request_t &r : requests) {
+        REQUIRE (r.slot >= 0 && r.slot < 32 && r.rxlen >= 0 && r.rxlen <= Q5_SCAN_MAX_RX);
+        text += std::to_string (r.slot) + " " + std::to_string (r.command) +
+                (r.tx.empty () ? "" : " --tx '" + hex (r.tx) + "'") +
+                " --rx=" + std::to_string (r.rxlen) + "\n";
+    }
+    return text;
+}
+
+extern "C" int LLVMFuzzerTestOneInput (const uint8_t *data, size_t size)
+{
+    const std::string text (data, data + size);
+    std::istringstream batch (text), names (text);
+    if (auto requests = accepted ("file", [&] { return read_batch (batch, "file"); })) {
+        std::istringstream again (text_of (*requests));
+        REQUIRE_SHOWING (text_of (read_batch (again, "again")) == again.str (), again.str ());
+    }
+    accepted ("file:", [&] { return read_names (names, "file"); });
+    accepted ("--types: ", [&] { return parse_types (text); });
+    accepted ("command ", [&] { return parse_commands (text); });
+    accepted ("slot", [&] { return parse_slots ({text}); });
+
+    int64_t number = strtoll (text.c_str (), nullptr, text.find_first_of ("xX") < size ? 16 : 10);
+    auto word = accepted ("word ", [&] { return parse_word ("word", text); });
+    REQUIRE (word ? *word == number : std::to_string (int32_t (number)) != text);
+    if (auto time = accepted ("--wait ", [&] { return parse_seconds ("--wait", text, 86400); })) {
+        const std::string seconds = std::to_string (time->count () / 1000.0);
+        REQUIRE_SHOWING (parse_seconds ("--wait", seconds, 86400) == *time, seconds);
+    }
+    return 0;
+}
