@@ -32,6 +32,8 @@ constexpr uint64_t flag_carry = 0x001, flag_parity = 0x004, flag_adjust = 0x010,
 // The ALU operations' numbers in the opcode.
 constexpr int operation_add = 0, operation_subtract = 5, operation_compare = 7;
 constexpr int operation_test = 8; // not one of theirs
+// With more the longest instruction would pass the 15 bytes that one may have.
+constexpr int max_prefixes = 3;
 
 class instruction_t {
   public:
@@ -80,7 +82,8 @@ class instruction_t {
 
 void instruction_t::read_prefixes ()
 {
-    while (*next_ == 0x66 || *next_ == 0x2E || *next_ == 0x3E) {
+    const uint8_t *end = next_ + max_prefixes;
+    while (next_ < end && (*next_ == 0x66 || *next_ == 0x2E || *next_ == 0x3E)) {
         operand_16_ |= *next_++ == 0x66;
     }
     if ((*next_ & 0xF0) == 0x40) {
