@@ -3,9 +3,9 @@
 #pragma once
 
 #include <algorithm>
+#include <iostream>
 #include <stddef.h>
 #include <stdint.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <string>
 #include <utility>
@@ -13,39 +13,26 @@
 
 using bytes_t = std::vector<uint8_t>;
 
-[[noreturn]] inline void report_broken (const char *file, int line, const char *property,
-                                        const std::string &shown)
-{
-    fprintf (stderr, "%s:%d: does not hold: %s\n%s\n", file, line, property, shown.c_str ());
-    abort ();
-}
-
 // Ends the run with the property's text, and what else may help, unless it holds.
-#define REQUIRE(property) REQUIRE_SHOWING (property, std::string ())
+#define REQUIRE(property) REQUIRE_SHOWING (property, "")
 #define REQUIRE_SHOWING(property, shown)                                                           \
-    do {                                                                                           \
-        if (!(property)) {                                                                         \
-            report_broken (__FILE__, __LINE__, #property, shown);                                  \
-        }                                                                                          \
-    } while (0)
+    if (!(property)) {                                                                             \
+        std::cerr << __FILE__ << ":" << __LINE__ << ": not so: " #property "\n"                    \
+                  << (shown) << "\n";                                                              \
+        abort ();                                                                                  \
+    }
 
 // What a message and a line of output are, whatever the input: one line, no control characters.
-inline bool is_one_line (const std::string &line)
+inline bool is_one_line (const std::string &line, char allowed = ' ')
 {
     return std::none_of (line.begin (), line.end (),
-                         [] (unsigned char c) { return c < 0x20 || c == 0x7F; });
+                         [=] (unsigned char c) { return (c < 0x20 || c == 0x7F) && c != allowed; });
 }
 
-// Output of whole lines: the last one ends too.
+// Output of such lines, each with its end.
 inline bool is_lines (const std::string &text)
 {
-    for (size_t at = 0, end; at < text.size (); at = end + 1) {
-        end = text.find ('\n', at);
-        if (end == std::string::npos || !is_one_line (text.substr (at, end - at))) {
-            return false;
-        }
-    }
-    return true;
+    return is_one_line (text, '\n') && (text.empty () || text.back () == '\n');
 }
 
 // An input, read from its front; behind its end all is 0.
@@ -62,24 +49,17 @@ class input_t {
     int32_t word ()
     {
         static constexpr int32_t edges[] = {
-            INT32_MIN, INT32_MIN + 1, -0x70000000, -0x6FFFFFFF, -65536,     -4096,
-            -256,      -10,           -4,          -3,          -2,         -1,
-            255,       256,           257,         2047,        2048,       4093,
-            4094,      4095,          4096,        4097,        4098,       32767,
-            32768,     65535,         65536,       0x10000001,  0x7FFFFFF0, INT32_MAX - 1,
-            INT32_MAX};
+            INT32_MIN, -0x70000000, -0x6FFFFFFF, -256, -1,   255,  256,        257,
+            2047,      2048,        4094,        4095, 4096, 4097, 0x10000001, INT32_MAX};
         uint8_t first = byte ();
         if (first < 0x80) {
             return first;
         }
         if (first < 0xC0) {
-            return edges[(first - 0x80) % (sizeof (edges) / sizeof (edges[0]))];
+            return edges[first % 16];
         }
-        uint32_t value = 0;
-        for (int i = 0; i < 4; i++) {
-            value = value << 8 | byte ();
-        }
-        return static_cast<int32_t> (value);
+        const uint32_t b[] = {byte (), byte (), byte (), byte ()};
+        return static_cast<int32_t> (b[0] << 24 | b[1] << 16 | b[2] << 8 | b[3]);
     }
     bool at_end () const
     {

@@ -8,7 +8,10 @@ if (NOT seeds)
 endif ()
 file (REMOVE_RECURSE ${work})
 file (MAKE_DIRECTORY ${work}/new ${work}/found)
-execute_process (COMMAND ${program} -seed=1 -max_total_time=2 -timeout=20 -rss_limit_mb=1024
+cmake_path (GET corpus FILENAME target)
+file (GLOB words ${CMAKE_CURRENT_LIST_DIR}/dictionaries/${target}.txt)
+list (TRANSFORM words PREPEND -dict=)
+execute_process (COMMAND ${program} ${words} -seed=1 -max_total_time=2 -timeout=20 -rss_limit_mb=1024
         -print_final_stats=1 -artifact_prefix=${work}/found/ ${work}/new ${corpus}
     RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
 file (GLOB found ${work}/found/*)

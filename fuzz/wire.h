@@ -15,7 +15,3 @@ struct wire_t {
     bytes_t received; // by the peer
 };
 extern wire_t wire;
-
-// A batch as an input tells it: id, count and headers, the transmit bytes that they ask for, and
-// then often too few of all that or some too many.
-bytes_t read_batch (input_t &input);

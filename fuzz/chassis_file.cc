@@ -1,0 +1,33 @@
+// A chassis file: one line that names file and line, or settings on which each card's transfer ends
+// in time with one of the documented results.
+#include "chassis/file/chassis_file.h"
+#include "fuzz/board.h"
+
+static void require_transfers (chassis_settings_t settings)
+{
+    static uint8_t buffer[SCAN_PORT_MAX_RX];
+    settings.board.device = true; // with answers of the driver with which a daemon starts
+    settings.board.cpcr = 0;
+    settings.board.buffer = board_t ().buffer;
+    settings.board.dpram = board_t ().dpram;
+    board_under_test_t board (settings);
+    for (const auto &[slot, card] : settings.cards) {
+        int command = card.answer.empty () ? 51 : card.answer.begin ()->first;
+        uint64_t end = board.chassis.now () + settings.board.brgclk / 100 * 11;
+        REQUIRE (is_result (scan_port_transfer (slot, command, slot, buffer, 4096, buffer)));
+        REQUIRE (board.chassis.now () <= end + 11 && !board.refused);
+    }
+}
+
+extern "C" int LLVMFuzzerTestOneInput (const uint8_t *data, size_t size)
+{
+    try {
+        require_transfers (parse_chassis (std::string (data, data + size), "a.toml"));
+    } catch (chassis_file_error_t &error) {
+        int line = 0;
+        char key = 0;
+        int found = sscanf (error.what (), "a.toml:%d: %c", &line, &key);
+        REQUIRE_SHOWING (found == 2 && line > 0 && is_one_line (error.what ()), error.what ());
+    }
+    return 0;
+}
