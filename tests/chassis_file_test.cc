@@ -1,6 +1,7 @@
 #include "chassis/file/chassis_watch.h"
 
 #include <fcntl.h>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/mman.h>
@@ -28,6 +29,8 @@ TEST (chassis_watch, sees_an_edit_that_does_not_move_the_stamp)
     text[16] = '3';
     EXPECT_EQ (watch.changed ().value ().cards.begin ()->first, 3);
     EXPECT_FALSE (watch.changed ());
+    std::ofstream (path) << "[board]\ndpram = 8\n" + card;
+    EXPECT_EQ (watch.changed ().value ().board.dpram, board_t ().dpram) << "a board stays";
     munmap (text, card.size ());
     close (fd);
     unlink (path.c_str ());
