@@ -11,6 +11,7 @@
 #include <string>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
@@ -82,6 +83,8 @@ static void tell_names ()
          {"//dev/mem", "/dev/../dev/./mem", "b", "./node", descriptor.c_str ()}) {
         tell_board (name == descriptor ? "descriptor" : name, open (name, O_RDWR));
     }
+    char byte;
+    tell ("read of the descriptor", read (open (descriptor.c_str (), O_RDWR), &byte, 1));
     tell_board ("dup", dup (opened));
     tell_board ("from /dev", openat (folder, "mem", O_RDWR));
     tell_board ("not through a link", open ("a", O_RDWR | O_NOFOLLOW));
@@ -131,11 +134,26 @@ static void tell_views ()
     view[0x2FFF] = 1;
 }
 
+// The descriptor is a path alone: nothing is opened, and nothing can be mapped of it.
+static void tell_real_memory ()
+{
+    long fd = mknod ("real", S_IFCHR | 0600, makedev (1, 1));
+    for (const char *name : {"real", "/dev/mem"}) {
+        fd = fd > 0 ? fd : syscall (SYS_openat, AT_FDCWD, name, O_PATH);
+    }
+    errno = EINVAL; // where there is neither
+    tell ("real memory", fd > 0 && map (static_cast<int> (fd), 4096, 0) ? 0 : -1);
+}
+
 int main (int argc, char **argv)
 {
     const std::string what = argc == 2 ? argv[1] : "";
     if (what == "inherited") {
         tell_board (what, 3);
+        return 0;
+    }
+    if (what == "real") {
+        tell_real_memory ();
         return 0;
     }
     if (what != "door") {
