@@ -99,7 +99,8 @@ class long_run : public testing::Test {
         // It may just be at a connection.
         figures_t last = figures_of (pid);
         auto has_grown = [&] {
-            return last[0] > first[0] || last[1] > first[1] || last[2] > first[2];
+            return !std::equal (last.begin (), last.end (), first.begin (),
+                                std::less_equal<int> ());
         };
         for (int looks = 0; looks < 1000 && has_grown (); looks++) {
             usleep (10000);
