@@ -44,7 +44,7 @@ extern "C" int32_t __wrap__Z18scan_port_transferjiiPKhiPh (uint32_t slot, int32_
 
 // The peer as an input tells it: how it reads and writes; id, count and headers, the transmit bytes
 // that they ask for, and then often some more, or not all of it.
-static void read_peer (input_t &input)
+[[maybe_unused]] static void read_peer (input_t &input)
 {
     uint8_t how = input.byte ();
     wire = {};
