@@ -9,27 +9,19 @@ if (NOT CMAKE_CROSSCOMPILING)
         USES_TERMINAL)
 endif ()
 
-# A network of their own, for all tests of a program.
-add_library (q5_own_network STATIC EXCLUDE_FROM_ALL own_network.cc own_network_main.cc)
-target_link_libraries (q5_own_network PUBLIC GTest::gtest)
-target_precompile_headers (q5_own_network PRIVATE <gtest/gtest.h>)
-if (CMAKE_CROSSCOMPILING)
-    # An emulator cannot enter one: this machine's program does, before it.
-    set (own_network ${Q5_HOST_BUILD}/tests/own_network)
-    if (NOT EXISTS ${own_network})
-        set (own_network /usr/bin/env)
-    endif ()
-else ()
-    add_executable (own_network own_network.cc own_network_run.cc)
-    set (own_network $<TARGET_FILE:own_network>)
-endif ()
+# What most tests read first, once.
+file (TOUCH ${CMAKE_CURRENT_BINARY_DIR}/empty.cc)
+add_library (q5_test_header STATIC EXCLUDE_FROM_ALL ${CMAKE_CURRENT_BINARY_DIR}/empty.cc)
+target_link_libraries (q5_test_header PUBLIC GTest::gtest)
+target_precompile_headers (q5_test_header PRIVATE <gtest/gtest.h>)
+
+# A network of its own, for each test of a program.
+set (own_network ${CMAKE_CURRENT_SOURCE_DIR}/own_network.sh)
 
 function (discover_network_tests target)
-    target_link_libraries (${target} PRIVATE q5_own_network)
-    if (CMAKE_CROSSCOMPILING)
-        set_property (TARGET ${target} PROPERTY
-            CROSSCOMPILING_EMULATOR ${own_network} ${CMAKE_CROSSCOMPILING_EMULATOR})
-    endif ()
+    target_link_libraries (${target} PRIVATE GTest::gtest_main)
+    set_property (TARGET ${target} PROPERTY
+        CROSSCOMPILING_EMULATOR ${own_network} ${CMAKE_CROSSCOMPILING_EMULATOR})
     discover_tests (${target} ${ARGN})
 endfunction ()
 

@@ -26,9 +26,9 @@ if (NOT CMAKE_CROSSCOMPILING OR NOT EXISTS ${Q5_HOST_BUILD}/tests/transcript_tes
 endif ()
 set (sessions --gtest_filter=*/batches:*/builtin:*/edits:*/inventory:*/protocol:*/watch)
 add_test (NAME ${tree}/target_daemon.host_transcript_test
-    COMMAND ${Q5_HOST_BUILD}/tests/transcript_test ${sessions})
+    COMMAND ${own_network} ${Q5_HOST_BUILD}/tests/transcript_test ${sessions})
 add_test (NAME ${tree}/target_daemon.host_examples_test
-    COMMAND ${Q5_HOST_BUILD}/tests/examples_test)
+    COMMAND ${own_network} ${Q5_HOST_BUILD}/tests/examples_test)
 set_tests_properties (${tree}/target_daemon.host_transcript_test
     ${tree}/target_daemon.host_examples_test PROPERTIES
     ENVIRONMENT "Q5_TEST_PATH=${q5_chassis_folder}:${q5_scand_folder}")
