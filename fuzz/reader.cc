@@ -27,8 +27,18 @@ static bool comes_next (const q5_scan_field_t &f)
                 : std::equal (f.bytes.begin (), f.bytes.end (), r.get_bytes (f.bytes.size ())));
 }
 
-static void decode (const bytes_t &bytes)
+extern "C" int LLVMFuzzerTestOneInput (const uint8_t *data, size_t size)
 {
+    input_t input (data, size);
+    bytes_t bytes (input.byte ());
+    std::generate (bytes.begin (), bytes.end (), [&] { return input.byte (); });
+    // Before this one lies another, not the cursor: a negative letter count reaches there.
+    q5_scan_buffer_t &typed = r.typed_buffers[1];
+    std::fill (std::copy (bytes.begin (), bytes.end (), typed.data), std::end (typed.data), 0);
+    typed.count = bytes.size ();
+    r.raw_buffers[31].count = input.word (); // what a daemon says, whatever came
+    r.bytes = r.types = nullptr;
+    r.length = r.types_length = r.pos = r.types_pos = 0;
     q5_scan_message_t m = q5_scan_decode (bytes.data (), bytes.size (), q5_scan_usual_types ());
     REQUIRE (m.length + m.letters.size () + !bytes.empty () == bytes.size ());
     REQUIRE (m.problem.empty () == (m.fields.size () == (bytes.empty () ? 0 : bytes[0])));
@@ -36,21 +46,6 @@ static void decode (const bytes_t &bytes)
     int32_t length = r.begin_message (1);
     REQUIRE (std::all_of (m.fields.begin (), m.fields.end (), comes_next));
     REQUIRE (m.fields.empty () || length == int32_t (r.pos + m.left.size ()));
-}
-
-extern "C" int LLVMFuzzerTestOneInput (const uint8_t *data, size_t size)
-{
-    input_t input (data, size);
-    bytes_t message (input.byte ());
-    std::generate (message.begin (), message.end (), [&] { return input.byte (); });
-    // Before this one lies another, not the cursor: a negative letter count reaches there.
-    q5_scan_buffer_t &typed = r.typed_buffers[1];
-    std::fill (std::copy (message.begin (), message.end (), typed.data), std::end (typed.data), 0);
-    typed.count = message.size ();
-    r.raw_buffers[31].count = input.word (); // what a daemon says, whatever came
-    r.bytes = r.types = nullptr;
-    r.length = r.types_length = r.pos = r.types_pos = 0;
-    decode (message);
     while (!input.at_end ()) {
         std::pair before (r.pos, r.types_pos);
         try {

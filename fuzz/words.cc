@@ -15,8 +15,8 @@ template <typename read_t> static auto accepted (const std::string &place, const
     try {
         value = read ();
     } catch (failure_t &failure) {
-        REQUIRE_SHOWING (failure.what.substr (0, place.size ()) == place, failure.what);
-        REQUIRE_SHOWING (is_one_line (printable (failure.what)), failure.what);
+        const std::string line = printable (failure.what);
+        REQUIRE_SHOWING (is_one_line (line) && line.substr (0, place.size ()) == place, line);
     }
     return value;
 }
