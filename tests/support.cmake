@@ -64,7 +64,8 @@ if (TARGET q5_chassis_preload)
     add_dependencies (q5_shell q5_chassis_preload)
 endif ()
 list (JOIN path : path)
-target_compile_definitions (q5_shell PRIVATE Q5_PATH="${path}")
+target_compile_definitions (q5_shell PRIVATE Q5_PATH="${path}" Q5_BUILD="${PROJECT_BINARY_DIR}")
+add_dependencies (q5_shell q5_net q5_scan_client) # they are installed
 
 # add_transcripts (TEST FOLDER [options of discover_tests]): sessions with the programs, and what they
 # print. The build looks at the folder itself, so that a new file becomes a test.
