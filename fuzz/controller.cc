@@ -46,7 +46,8 @@ extern "C" int LLVMFuzzerTestOneInput (const uint8_t *data, size_t size)
             chassis.set_cards (read_cards (input));
         } else {
             uint32_t slot = input.byte (), command = input.byte ();
-            scan_port_transfer (slot, command, input.byte (), buffer, SCAN_PORT_MAX_RX, buffer);
+            int32_t txlen = std::clamp (input.word (), -2, SCAN_PORT_MAX_TX);
+            scan_port_transfer (slot, command, txlen, buffer, SCAN_PORT_MAX_RX, buffer);
             uint64_t polled = chassis.now () / 66 - waited;
             waited += polled;
             REQUIRE (polled % 10000 == 0 && polled <= 11 * 10000);
