@@ -11,7 +11,7 @@ file (MAKE_DIRECTORY ${work}/new ${work}/found)
 cmake_path (GET corpus FILENAME target)
 file (GLOB words ${CMAKE_CURRENT_LIST_DIR}/dictionaries/${target}.txt)
 list (TRANSFORM words PREPEND -dict=)
-execute_process (COMMAND ${program} ${words} -seed=1 -max_total_time=2 -timeout=20 -rss_limit_mb=1024
+execute_process (COMMAND ${program} ${words} -seed=1 -max_total_time=2 -timeout=100 -report_slow_units=100 -rss_limit_mb=1024
         -print_final_stats=1 -artifact_prefix=${work}/found/ ${work}/new ${corpus}
     RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
 file (GLOB found ${work}/found/*)
