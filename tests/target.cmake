@@ -4,17 +4,29 @@ if (CMAKE_CXX_FLAGS MATCHES "-fsanitize")
     return ()
 endif ()
 
-add_custom_command (OUTPUT daemon.symbols DEPENDS q5_scand
-    COMMAND ${CMAKE_NM} -C -S $<TARGET_FILE:q5_scand> > daemon.symbols)
-add_executable (target_test daemon_symbols_test.cc daemon.symbols)
-target_compile_definitions (target_test PRIVATE
-    Q5_SYMBOLS="${CMAKE_CURRENT_BINARY_DIR}/daemon.symbols"
-    Q5_CODE="${CMAKE_CURRENT_BINARY_DIR}/daemon.code")
-target_link_libraries (target_test PRIVATE GTest::gtest_main)
+# No streams, no demangler, nothing of the client, no shared C++ runtime.
+add_test (NAME ${tree}/daemon.carries_what_it_needs_and_no_more
+    COMMAND ${CMAKE_NM} -C $<TARGET_FILE:q5_scand>)
+set_tests_properties (${tree}/daemon.carries_what_it_needs_and_no_more PROPERTIES
+    PASS_REGULAR_EXPRESSION " q5_scan_server_t::handle\\("
+    FAIL_REGULAR_EXPRESSION "std::(ios_base|locale|basic_|num_put)|__cxa_demangle|kp_client_t::|q5_scan_(client|reader)_t::|gethostbyname|GLIBCXX_")
+
+# Offset to top, type and handle: no destructor.
+math (EXPR vtable_size "3 * ${CMAKE_SIZEOF_VOID_P}" OUTPUT_FORMAT HEXADECIMAL)
+string (SUBSTRING ${vtable_size} 2 -1 vtable_size)
+add_test (NAME ${tree}/daemon.has_a_server_with_one_virtual_slot
+    COMMAND ${CMAKE_NM} -C -S $<TARGET_FILE:q5_scand>)
+set_property (TEST ${tree}/daemon.has_a_server_with_one_virtual_slot PROPERTY
+    PASS_REGULAR_EXPRESSION " 0*${vtable_size} [dV] vtable for q5_scan_server_t\n")
+
 if (CMAKE_SYSTEM_PROCESSOR STREQUAL ppc)
     add_custom_command (OUTPUT daemon.code DEPENDS q5_scand
         COMMAND ${CMAKE_OBJDUMP} -d -C --no-show-raw-insn $<TARGET_FILE:q5_scand> > daemon.code)
-    target_sources (target_test PRIVATE target_test.cc device_order_test.cc daemon.code)
+    add_executable (target_test target_test.cc device_order_test.cc daemon.code)
+    target_compile_definitions (target_test PRIVATE
+        Q5_CODE="${CMAKE_CURRENT_BINARY_DIR}/daemon.code")
+    target_link_libraries (target_test PRIVATE GTest::gtest_main)
+    discover_tests (target_test)
 
     # The device layer as a builder compiles it that asks for large files everywhere.
     get_target_property (sources q5_scanp SOURCES)
@@ -28,7 +40,6 @@ if (CMAKE_SYSTEM_PROCESSOR STREQUAL ppc)
     set_tests_properties (${tree}/target.opens_devices_with_plain_offsets PROPERTIES
         PASS_REGULAR_EXPRESSION "U open\n" FAIL_REGULAR_EXPRESSION "U [_a-z]*64")
 endif ()
-discover_tests (target_test)
 
 # The counts are those of the presets' own trees and their compiler.
 if (tree MATCHES "^(release|powerpc)$" AND CMAKE_CXX_COMPILER_VERSION MATCHES "^12\\.")
