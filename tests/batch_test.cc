@@ -214,7 +214,7 @@ static int lowest_free ()
 
 TEST (batch, says_why_there_is_no_connection)
 {
-    int port;
+    int port = 0;
     int listener = listen_on_loopback (0, &port);
     std::vector<q5_scan_request_t> requests = two_requests;
     q5_scan_settings_t settings = settings_for (port, 150ms);

@@ -110,7 +110,7 @@ static int connect_to_own (int number, int port)
 
 TEST (client, resolves_in_many_threads_at_once)
 {
-    int port;
+    int port = 0;
     int listener = listen_on_loopback (4000, &port);
     std::vector<std::thread> threads;
     std::atomic<int> wrong = 0;

@@ -1,28 +1,11 @@
 // fake_daemon [HEX...] [+ HEX...] -- COMMAND...: runs the command against a daemon on port 1971
 // that answers with these bytes, whatever it is asked, and ends the connection; behind a + those
 // for the next connection; there are no more. Then shows in words of 32 bits what each was sent.
-#include "tests/support.h"
+#include "tests/fake_server.h"
 
-#include <netinet/in.h>
 #include <poll.h>
 #include <string.h>
 #include <sys/wait.h>
-
-static int listener_on (int port)
-{
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons (port);
-    address.sin_addr.s_addr = htonl (INADDR_LOOPBACK);
-    int fd = socket (AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    int on = 1;
-    setsockopt (fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof (on));
-    if (bind (fd, reinterpret_cast<sockaddr *> (&address), sizeof (address)) || listen (fd, 2)) {
-        perror ("fake_daemon");
-        exit (1);
-    }
-    return fd;
-}
 
 static void serve (int fd, const bytes_t &reply)
 {
@@ -46,7 +29,7 @@ int main (int, char **argv)
             replies.back () = replies.back () + bytes_of_hex (*argv);
         }
     }
-    int listener = listener_on (1971), status = 0;
+    int port = 1971, listener = listen_on_loopback (2, &port), status = 0;
     pid_t child = fork ();
     if (child == 0) {
         execvp (argv[1], argv + 1);

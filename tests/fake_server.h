@@ -19,12 +19,15 @@ struct session_t {
     int pace = 0;  // milliseconds before each byte
 };
 
+// On this port, or where it is 0 on one that is free.
 inline int listen_on_loopback (int backlog, int *port)
 {
     sockaddr_in address = {};
     address.sin_family = AF_INET;
+    address.sin_port = htons (*port);
     socklen_t size = sizeof (address);
-    int listener = socket (AF_INET, SOCK_STREAM, 0);
+    int listener = socket (AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), on = 1;
+    setsockopt (listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof (on));
     (void)!bind (listener, reinterpret_cast<sockaddr *> (&address), size);
     listen (listener, backlog);
     getsockname (listener, reinterpret_cast<sockaddr *> (&address), &size);
@@ -34,7 +37,7 @@ inline int listen_on_loopback (int backlog, int *port)
 
 class fake_server_t {
   public:
-    int port;
+    int port = 0;
 
     // Nobody is served after the last session.
     explicit fake_server_t (const std::vector<session_t> &sessions)
