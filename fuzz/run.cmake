@@ -15,7 +15,10 @@ list (TRANSFORM targets PREPEND fuzz_ OUTPUT_VARIABLE programs)
 execute_process (COMMAND ${CMAKE_COMMAND} --preset fuzz WORKING_DIRECTORY ${source}
     OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
 execute_process (COMMAND ${CMAKE_COMMAND} --build ${build} --target ${programs}
-    OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
+    OUTPUT_VARIABLE output RESULT_VARIABLE failed)
+if (failed)
+    message (FATAL_ERROR "${output}")
+endif ()
 
 function (corpus_size target result)
     file (GLOB files ${source}/fuzz/corpus/${target}/*)
