@@ -127,7 +127,7 @@ static void tell_views ()
     tell ("protected", view[0x2FFF]);
     tell ("munmap", munmap (page, 4096));
     tell ("mprotect of what is gone", mprotect (page, 4096, PROT_READ));
-    tell ("behind what is gone", view[0x2FFF]);
+    tell ("behind what is gone", view[0x3FFFF]);
     tell ("another page there", mmap (page, 4096, PROT_READ | PROT_WRITE,
                                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) == page);
     tell ("its own bytes", *page = 5);
