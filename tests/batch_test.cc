@@ -83,7 +83,7 @@ int gethostbyname_r (const char *name, hostent *entry, char *buffer, size_t size
         *error = host == "lost.invalid" ? 0 : host == "127.2" ? HOST_NOT_FOUND : NETDB_INTERNAL;
         return host == "broken.invalid" ? EMFILE : 0;
     }
-    usleep (host == "slow.invalid" ? 400000 : 0);
+    usleep (host == "slow.invalid" ? 1500000 : 0);
     auto next = reinterpret_cast<decltype (&gethostbyname_r)> (dlsym (RTLD_NEXT, __func__));
     return next (host == "many.invalid" ? "127.0.0.1" : name, entry, buffer, size, found, error);
 }
@@ -105,7 +105,7 @@ static q5_scan_settings_t settings_for (int port, std::chrono::milliseconds time
     return settings;
 }
 
-// Within a second of the time-outs here, while a system call fails.
+// Long before the nine seconds that some wait, while a system call fails.
 template <typename work_t>
 static void expect_in_time (work_t work, std::string_view failing = "", int error = 0)
 {
@@ -113,7 +113,7 @@ static void expect_in_time (work_t work, std::string_view failing = "", int erro
     calls = {failing, error};
     work ();
     calls.failing = "";
-    EXPECT_LT (std::chrono::steady_clock::now () - start, 1300ms);
+    EXPECT_LT (std::chrono::steady_clock::now () - start, 5s);
     EXPECT_EQ (calls.opened, calls.closed) << "none is left open, none closed twice";
 }
 
@@ -189,7 +189,7 @@ TEST (batch, outlives_every_error_of_every_system_call)
             std::vector<q5_scan_request_t> requests = two_requests;
             q5_scan_outcome_t outcome, next;
             auto exchange = [&] (q5_scan_outcome_t &outcome) {
-                outcome = q5_scan_exchange (settings_for (server.port, 100ms), requests);
+                outcome = q5_scan_exchange (settings_for (server.port, 400ms), requests);
             };
             expect_in_time ([&] { exchange (outcome); }, name, error);
             std::string state = names[static_cast<int> (outcome.state)];
@@ -217,7 +217,7 @@ TEST (batch, says_why_there_is_no_connection)
     int port = 0;
     int listener = listen_on_loopback (0, &port);
     std::vector<q5_scan_request_t> requests = two_requests;
-    q5_scan_settings_t settings = settings_for (port, 150ms);
+    q5_scan_settings_t settings = settings_for (port, 500ms);
     auto text = [&] (std::string_view failing = "") {
         q5_scan_outcome_t outcome;
         expect_in_time ([&] { outcome = q5_scan_exchange (settings, requests); }, failing);
@@ -238,7 +238,7 @@ TEST (batch, says_why_there_is_no_connection)
     all += "The resolver hangs:\n" + text ();
     settings.connect_timeout = 0ms;
     all += "There is no such host:\n" + text ();
-    settings.connect_timeout = 1000ms; // looks up in a thread
+    settings.connect_timeout = 5000ms; // looks up in a thread
     int before = lowest_free ();
     for (const char *host : {"broken.invalid", "lost.invalid", "many.invalid", "127.2"}) {
         settings.host = host;
@@ -280,7 +280,7 @@ TEST (batch, waits_while_it_is_dropped_until_it_is_cancelled)
     };
     const bytes_t id = words ({-5}), batch = words ({-5, 1, 7, 147, 0, 3}) + bytes_t{1, 2, 3};
     EXPECT_EQ (state ({drop, drop, {words ({0})}}, 9000ms, -1, 2 * id + batch), state_t::answered);
-    EXPECT_EQ (state ({drop, drop, drop, drop}, 150ms, -1, 2 * id), state_t::dropped);
+    EXPECT_EQ (state (std::vector<session_t> (50, drop), 1000ms, -1, 2 * id), state_t::dropped);
     EXPECT_EQ (state ({{{0}}}, 9000ms, -1, batch), state_t::broken_off) << "it may have run";
     int ends[2];
     ASSERT_EQ (pipe (ends), 0);
@@ -303,7 +303,7 @@ TEST (claim, lasts_as_long_as_the_object_and_is_given_back_whatever_happens)
         int ends[2];
         EXPECT_EQ (pipe (ends), 0);
         try {
-            q5_scan_settings_t settings = settings_for (server.port, 200ms);
+            q5_scan_settings_t settings = settings_for (server.port, 700ms);
             settings.cancel_fd = ends[0];
             q5_scan_claim_t claim (settings);
             id = claim.settings.id;

@@ -1,6 +1,7 @@
 // Cases kept as a file of lines "INPUT => OUTPUT", in which \n, \0 and \xNN stand for bytes.
 #pragma once
 
+#include "base/hex.h"
 #include "tests/expected.h"
 #include "tests/support.h"
 
@@ -29,16 +30,6 @@ inline std::string escaped (const std::string &bytes)
         char hex[5];
         snprintf (hex, sizeof (hex), c >= ' ' && c < 0x7F && c != '\\' ? "%c" : "\\x%02x", c);
         text += c == '\n' ? "\\n" : c == '\0' ? "\\0" : hex;
-    }
-    return text;
-}
-
-template <typename bytes_t> std::string hex_of (const bytes_t &bytes)
-{
-    std::string text;
-    for (uint8_t byte : bytes) {
-        text += "0123456789abcdef"[byte >> 4];
-        text += "0123456789abcdef"[byte & 15];
     }
     return text;
 }

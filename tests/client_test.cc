@@ -57,7 +57,9 @@ TEST (client, does_what_the_file_says)
         for (const q5_scan_command_t &c : commands) {
             text += " | " + std::to_string (c.result);
         }
-        return text + " | " + hex_of (rx) + " | " + hex_of (server.received ());
+        const bytes_t received = server.received ();
+        return text + " | " + hex_text (rx, sizeof (rx)) + " | " +
+               hex_text (received.data (), received.size ());
     });
 }
 

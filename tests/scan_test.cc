@@ -7,7 +7,6 @@
 #include <sys/syscall.h>
 
 constexpr int claim = 1;
-constexpr int release = 2;
 constexpr int echo = 0x93;
 constexpr int ask = 0x33;
 
@@ -110,7 +109,8 @@ TEST_F (session, does_with_each_batch_what_the_file_says)
         }
         log->commands.clear ();
         std::string text = serve (batch);
-        text += (text.empty () ? "" : "; ") + (reply.empty () ? "dropped" : hex_of (reply));
+        text += (text.empty () ? "" : "; ") +
+                (reply.empty () ? "dropped" : hex_text (reply.data (), reply.size ()));
         text += "; " + std::to_string (num_transfers ()) + " transfers";
         text += unread > 0 ? "; " + std::to_string (unread) + " bytes unread" : "";
         return text + "; owner " + std::to_string (server.owner_id);

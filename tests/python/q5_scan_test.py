@@ -35,7 +35,7 @@ def end_that(says, after):
                 time.sleep(after)
         thread = threading.Thread(target=serve)
         thread.start()
-        yield Client(port=server.getsockname()[1], reply_timeout=0.3)
+        yield Client(port=server.getsockname()[1], reply_timeout=1)
         thread.join()
 
 
@@ -95,7 +95,7 @@ class WithoutDaemon(unittest.TestCase):
         for says, after, error, results in [
                 (b"", 0, q5_scan.DroppedError, [None, None]),
                 (b"\0\0\0\x08\1\0\0\0", 0, q5_scan.BrokenOffError, [8, None]),
-                (b"\0\0\0\x08\1\0", 0.6, q5_scan.TimedOutError, [8, None])]:
+                (b"\0\0\0\x08\1\0", 2, q5_scan.TimedOutError, [8, None])]:
             batch = [Request(3, 83, rxlen=2), Request(4, 83)]
             with end_that(says, after) as client, self.assertRaises(error) as raised:
                 client.exchange(batch)
