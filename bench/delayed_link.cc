@@ -86,7 +86,7 @@ static void wait_for_packets (const std::array<direction_t, 2> &link)
         }
     }
     left = std::max (left, my_clock_t::duration::zero ());
-    timespec time = {0, std::chrono::nanoseconds (left).count ()};
+    timespec time = {0, static_cast<long> (std::chrono::nanoseconds (left).count ())};
     std::array<pollfd, 2> ends = {pollfd{link[0].from, POLLIN, 0}, pollfd{link[1].from, POLLIN, 0}};
     ppoll (ends.data (), ends.size (), &time, nullptr);
 }
