@@ -13,14 +13,6 @@
 #include <stdio.h>
 #include <string.h>
 
-inline std::string access_line (const access_t &a)
-{
-    char line[40];
-    snprintf (line, sizeof (line), "%c%d %05X %0*X", a.is_write ? 'w' : 'r', a.width * 8, a.offset,
-              a.width * 2, a.value);
-    return line;
-}
-
 // Lines of the log: "r32 10D50 00000080" and "w16 11A50 FFFF" for the accesses, "command 08C10000".
 class board_log_t final : public chassis_observer_t {
   public:
@@ -32,7 +24,10 @@ class board_log_t final : public chassis_observer_t {
 
     void access (const access_t &a) override
     {
-        lines.push_back (access_line (a));
+        char line[40];
+        snprintf (line, sizeof (line), "%c%d %05X %0*X", a.is_write ? 'w' : 'r', a.width * 8,
+                  a.offset, a.width * 2, a.value);
+        lines.push_back (line);
         if (on_access) {
             on_access (a);
         }

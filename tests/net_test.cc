@@ -105,7 +105,7 @@ TEST (kp_literate, moves_all_bytes_or_reports_nothing)
     char *last_page = reinterpret_cast<char *> (-4096); // the length leads beyond all memory
     EXPECT_EQ (io.read_fully (wire.there, last_page, INT_MAX), 0);
     EXPECT_EQ (io.write_fully (wire.there, last_page, INT_MAX), 0);
-    wire.close_here ();
+    shutdown (wire.here, SHUT_WR);
     EXPECT_EQ (io.read_fully (wire.there, buffer, 3), 0);
     EXPECT_EQ (std::string (buffer, 5), "efcd-");
     for (int result : {0, -1}) {

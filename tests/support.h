@@ -31,11 +31,6 @@ template <typename call_t> std::string message_of (call_t call)
     EXPECT_EQ (message_of ([&] () TESTS_ITS_OBJECT { call; }),                                     \
                std::string ("assertion failed. ") + (where))
 
-inline std::string assertion (const std::string &module, int line, const std::string &text)
-{
-    return "assertion failed. " + module + ":" + std::to_string (line) + " (" + text + ")";
-}
-
 // A null object that the compiler does not see through.
 template <typename object_t> object_t *null_object ()
 {
@@ -64,15 +59,8 @@ struct socket_pair_t {
     }
     ~socket_pair_t ()
     {
-        close_here ();
+        close (here);
         close (there);
-    }
-    void close_here ()
-    {
-        if (here >= 0) {
-            close (here);
-        }
-        here = -1;
     }
     void send (const bytes_t &bytes)
     {
