@@ -1,4 +1,5 @@
-# Sourced by ./demo and ./check: packages they need, and steps that speak up only when they fail.
+# Sourced by ./demo, ./check and their like: packages they need, and steps that say more only when they
+# fail.
 
 # need PACKAGE...: installs what is missing, with apt.
 need () {
