@@ -22,11 +22,15 @@ using bytes_t = std::vector<uint8_t>;
         abort ();                                                                                  \
     }
 
-// What a message and a line of output are, whatever the input: one line, no control characters.
+// What a message and a line of output are, whatever the input: one line, no control characters, nor
+// those of Unicode's second block.
 inline bool is_one_line (const std::string &line, char allowed = ' ')
 {
-    return std::none_of (line.begin (), line.end (),
-                         [=] (unsigned char c) { return (c < 0x20 || c == 0x7F) && c != allowed; });
+    uint8_t before = 0;
+    return std::none_of (line.begin (), line.end (), [&] (uint8_t c) {
+        bool is_second = std::exchange (before, c) == 0xC2 && (c & 0xE0) == 0x80;
+        return is_second || ((c < 0x20 || c == 0x7F) && c != allowed);
+    });
 }
 
 // Output of such lines, each with its end.
