@@ -3,12 +3,12 @@
 #include "chassis/file/chassis_file.h"
 #include "fuzz/peer.h"
 #include "fuzz/printed.h"
-#include "tools/inventory.h"
-#include "tools/metrics.h"
-#include "tools/parse.h"
-#include "tools/snapshot.h"
-#include "tools/types.h"
-#include "tools/watch.h"
+#include "tools/command/inventory.h"
+#include "tools/command/metrics.h"
+#include "tools/command/snapshot.h"
+#include "tools/command/watch.h"
+#include "tools/parse/parse.h"
+#include "tools/parse/types.h"
 
 #include <sstream>
 

@@ -1,7 +1,7 @@
 // The client library on a hostile daemon: it takes the replies that came whole, no other, and has
 // room for them.
+#include "client/batch.h"
 #include "fuzz/peer.h"
-#include "scan/q5_scan_batch.h"
 #include "scan/q5_scan_client.h"
 
 using requests_t = std::vector<q5_scan_request_t>;

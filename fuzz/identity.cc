@@ -1,9 +1,9 @@
 // The build identity of a file of any bytes, read through a window that moves over it, is that of
 // the same bytes as a whole; and the order of two builds does not depend on who asks.
-#include "tools/identity.h"
+#include "tools/parse/identity.h"
 #include "fuzz/printed.h"
 #include "scan/q5_scan_client.h"
-#include "tools/images.h"
+#include "tools/command/images.h"
 
 #include <sys/mman.h>
 #include <unistd.h>

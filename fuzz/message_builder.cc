@@ -2,8 +2,8 @@
 // refused in one line.
 #include "chassis/bus/one_line.h"
 #include "chassis/bus/typed_message.h"
+#include "client/message.h"
 #include "fuzz/fuzz.h"
-#include "scan/q5_scan_message.h"
 
 // Numbers may be negative: the bits count.
 static bool is_value (const q5_scan_field_t &field, const field_t &value)

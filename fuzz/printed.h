@@ -2,7 +2,7 @@
 #pragma once
 
 #include "fuzz/fuzz.h"
-#include "tools/report.h"
+#include "tools/show/report.h"
 
 // A report is whole lines for a person, and for a program one object on one line.
 inline void require_lines (const report_t &report)

@@ -1,7 +1,7 @@
 // A reply as a card may send it: the reader's cursor stays in its object, wherever it is led, and
 // finds the fields of the decoded message.
+#include "client/message.h"
 #include "fuzz/fuzz.h"
-#include "scan/q5_scan_message.h"
 #include "scan/q5_scan_reader.h"
 
 static q5_scan_reader_t r ("", 0);

@@ -1,10 +1,10 @@
 // What a person types, and files of lines. What is accepted means the same when it is printed; what
 // is refused is refused in one line that begins with the place.
 #include "fuzz/fuzz.h"
-#include "tools/batch.h"
-#include "tools/names.h"
-#include "tools/parse.h"
-#include "tools/types.h"
+#include "tools/command/batch.h"
+#include "tools/parse/names.h"
+#include "tools/parse/parse.h"
+#include "tools/parse/types.h"
 
 #include <sstream>
 

@@ -1,7 +1,7 @@
 #include "scan/q5_scan_client.h"
 
+#include "client/exchange.h"
 #include "net/exception.h"
-#include "scan/q5_scan_exchange.h"
 
 #include <algorithm>
 #include <string.h>

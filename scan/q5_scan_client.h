@@ -22,7 +22,7 @@ struct q5_scan_command_t {
 // Every operation throws exception_t on a broken precondition and returns 0 when the network fails.
 // A program that uses execute, or what is built on it, ignores or handles SIGPIPE: the daemon may
 // close while a batch is sent. Objects are independent: each thread uses one of its own. Time-outs,
-// reasons and results as values: q5_scan_batch.h.
+// reasons and results as values: client/batch.h.
 class q5_scan_client_t : public kp_client_t {
   public:
     int32_t client_id; // sent first in every batch; 2 unless the program writes it

@@ -1,7 +1,7 @@
 // Batches as values, claims and fetches, whatever the other end and the system do.
-#include "scan/q5_scan_batch.h"
-#include "scan/q5_scan_claim.h"
-#include "scan/q5_scan_fetch.h"
+#include "client/batch.h"
+#include "client/claim.h"
+#include "client/fetch.h"
 #include "tests/cases.h"
 #include "tests/fake_server.h"
 

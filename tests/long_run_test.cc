@@ -1,7 +1,7 @@
 // Clients by the thousand against the daemon on the emulated chassis: none gets a wrong reply, and
 // nothing grows. tests/long_run plays it at full length.
-#include "scan/q5_scan_batch.h"
-#include "scan/q5_scan_claim.h"
+#include "client/batch.h"
+#include "client/claim.h"
 #include "scan/q5_scan_client.h"
 #include "tests/shell.h"
 #include "tests/support.h"

@@ -1,4 +1,4 @@
-#include "scan/q5_scan_result.h"
+#include "client/result.h"
 #include "tests/cases.h"
 
 TEST (result, is_described_in_words)

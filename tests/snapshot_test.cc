@@ -1,6 +1,6 @@
 // What a snapshot makes of the times that the answers took. All else about it is in the
 // transcripts.
-#include "tools/snapshot.h"
+#include "tools/command/snapshot.h"
 
 #include <gtest/gtest.h>
 #include <sstream>

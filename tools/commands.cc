@@ -1,16 +1,16 @@
 #include "tools/commands.h"
 
-#include "tools/batch.h"
-#include "tools/fetch_view.h"
-#include "tools/files.h"
-#include "tools/hold.h"
-#include "tools/images.h"
-#include "tools/inventory.h"
-#include "tools/metrics.h"
-#include "tools/parse.h"
-#include "tools/snapshot.h"
-#include "tools/types.h"
-#include "tools/watch.h"
+#include "tools/command/batch.h"
+#include "tools/command/hold.h"
+#include "tools/command/images.h"
+#include "tools/command/inventory.h"
+#include "tools/command/metrics.h"
+#include "tools/command/snapshot.h"
+#include "tools/command/watch.h"
+#include "tools/parse/files.h"
+#include "tools/parse/parse.h"
+#include "tools/parse/types.h"
+#include "tools/show/fetch_view.h"
 
 #include <memory>
 

@@ -1,7 +1,7 @@
 // The command line of q5-scan: batches for the daemon, the chassis as a table, firmware images.
 #include "net/exception.h"
 #include "tools/commands.h"
-#include "tools/parse.h"
+#include "tools/parse/parse.h"
 
 #include <algorithm>
 #include <new>

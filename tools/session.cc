@@ -1,7 +1,7 @@
 #include "tools/session.h"
 
 #include "net/kp_server.h"
-#include "tools/results.h"
+#include "tools/show/results.h"
 
 #include <stdio.h>
 

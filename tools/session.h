@@ -1,9 +1,9 @@
 // One batch between the command line and the daemon, as it is reported.
 #pragma once
 
-#include "scan/q5_scan_batch.h"
+#include "client/batch.h"
 #include "tools/interrupt.h"
-#include "tools/report.h"
+#include "tools/show/report.h"
 
 #include <stdint.h>
 #include <string>

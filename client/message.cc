@@ -1,0 +1,181 @@
+#include "client/message.h"
+
+#include <algorithm>
+#include <charconv>
+#include <string.h>
+
+using kind_t = q5_scan_kind_t;
+
+q5_scan_types_t q5_scan_usual_types ()
+{
+    return {{'b', {{kind_t::byte_field}}},
+            {'h', {{kind_t::short_field}}},
+            {'i', {{kind_t::int_field}}},
+            {'s', {{kind_t::string_field}}},
+            {'x', {{kind_t::rest_field}}}};
+}
+
+namespace {
+
+// The payload of one message, field by field.
+class payload_t {
+  public:
+    payload_t (const uint8_t *bytes, size_t size) : next (bytes), end (bytes + size) {}
+
+    // Fills in the field and returns true; or leaves the payload as it is.
+    bool take (q5_scan_field_t *field);
+    std::vector<uint8_t> rest () const
+    {
+        return {next, end};
+    }
+
+  private:
+    const uint8_t *next;
+    const uint8_t *end;
+
+    bool size_of (const q5_scan_type_t &type, size_t *size) const;
+};
+
+} // namespace
+
+// What the field takes of the payload, the NUL of a string included; false when a string has none.
+bool payload_t::size_of (const q5_scan_type_t &type, size_t *size) const
+{
+    switch (type.kind) {
+    case kind_t::byte_field:
+    case kind_t::signed_byte_field:
+        *size = 1;
+        break;
+    case kind_t::short_field:
+    case kind_t::signed_short_field:
+        *size = 2;
+        break;
+    case kind_t::int_field:
+    case kind_t::unsigned_int_field:
+        *size = 4;
+        break;
+    case kind_t::string_field:
+        *size = std::find (next, end, 0) - next + 1;
+        break;
+    case kind_t::bytes_field:
+        *size = std::max (type.size, 0);
+        break;
+    case kind_t::rest_field:
+        *size = end - next;
+        break;
+    }
+    return *size <= static_cast<size_t> (end - next);
+}
+
+static int64_t number_of (kind_t kind, const uint8_t *bytes, size_t size)
+{
+    uint32_t value = 0;
+    for (const uint8_t *p = bytes; p < bytes + size; p++) {
+        value = value << 8 | *p;
+    }
+    switch (kind) {
+    case kind_t::signed_byte_field:
+        return static_cast<int8_t> (value);
+    case kind_t::signed_short_field:
+        return static_cast<int16_t> (value);
+    case kind_t::int_field:
+        return static_cast<int32_t> (value);
+    default:
+        return value;
+    }
+}
+
+// A tenth of 3 is 0.3, and not the next number beside it.
+static double scaled (int64_t number, double scale)
+{
+    double value = number * scale;
+    char text[32];
+    char *end =
+        std::to_chars (text, text + sizeof (text), value, std::chars_format::general, 15).ptr;
+    std::from_chars (text, end, value);
+    return value;
+}
+
+bool payload_t::take (q5_scan_field_t *field)
+{
+    size_t size = 0;
+    if (!size_of (field->type, &size)) {
+        return false;
+    }
+    if (field->is_number ()) {
+        field->number = number_of (field->type.kind, next, size);
+        field->value = scaled (field->number, field->type.scale);
+    } else {
+        bool has_nul = field->type.kind == kind_t::string_field;
+        field->bytes.assign (next, next + size - has_nul);
+    }
+    next += size;
+    return true;
+}
+
+static std::string shown (uint8_t letter)
+{
+    static const char digits[] = "0123456789abcdef";
+    if (letter >= 0x20 && letter < 0x7F) {
+        return std::string (1, static_cast<char> (letter));
+    }
+    return std::string ("\\x") + digits[letter >> 4] + digits[letter & 15];
+}
+
+// The type of the `count`th field of a letter, from 0; null when it has none.
+static const q5_scan_type_t *type_of (const q5_scan_types_t &types, uint8_t letter, size_t count)
+{
+    auto found = types.find (letter);
+    if (found == types.end () || found->second.empty ()) {
+        return nullptr;
+    }
+    return &found->second[std::min (count, found->second.size () - 1)];
+}
+
+// Returns why it had to stop; "" at the end of the letters.
+static std::string take_fields (payload_t &payload, const uint8_t *letters, size_t num_letters,
+                                const q5_scan_types_t &types, std::vector<q5_scan_field_t> *fields)
+{
+    size_t counts[256] = {};
+    for (const uint8_t *letter = letters; letter < letters + num_letters; letter++) {
+        const q5_scan_type_t *type = type_of (types, *letter, counts[*letter]++);
+        if (!type) {
+            return "letter " + shown (*letter) + " has no type";
+        }
+        q5_scan_field_t field;
+        field.letter = *letter;
+        field.type = *type;
+        if (!payload.take (&field)) {
+            return type->kind == kind_t::string_field
+                       ? "the text of letter " + shown (*letter) + " has no end"
+                       : "letter " + shown (*letter) + " reaches beyond the payload";
+        }
+        fields->push_back (field);
+    }
+    return "";
+}
+
+q5_scan_message_t q5_scan_decode (const uint8_t *bytes, size_t size, const q5_scan_types_t &types)
+{
+    q5_scan_message_t message;
+    if (size == 0) {
+        return message;
+    }
+    const uint8_t *letters = bytes + 1;
+    size_t num_letters = bytes[0];
+    size_t behind = size - 1;
+    // A count above 127 is negative to the cards' reader.
+    if (num_letters > 127 || num_letters > behind) {
+        message.problem = "it announces " + std::to_string (num_letters) + " letters, and has " +
+                          std::to_string (behind) + " bytes behind that";
+        message.length = behind;
+        message.left.assign (letters, letters + behind);
+        return message;
+    }
+    message.letters.assign (letters, letters + num_letters);
+    message.length = behind - num_letters;
+    payload_t payload (letters + num_letters, message.length);
+    message.problem = take_fields (payload, letters, num_letters, types, &message.fields);
+    message.left = payload.rest ();
+    return message;
+}

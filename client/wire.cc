@@ -1,0 +1,106 @@
+#include "client/wire.h"
+
+#include <algorithm>
+#include <errno.h>
+#include <limits.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+// Some 30 years: no sum overflows.
+constexpr milliseconds longest (1'000'000'000'000);
+
+q5_scan_deadline_t::q5_scan_deadline_t (milliseconds limit)
+    : is_set (limit.count () > 0), moment (steady_clock::now () + std::min (limit, longest))
+{}
+
+bool q5_scan_deadline_t::has_passed () const
+{
+    return is_set && steady_clock::now () >= moment;
+}
+
+int q5_scan_deadline_t::poll_timeout () const
+{
+    if (!is_set) {
+        return -1;
+    }
+    milliseconds left = std::chrono::ceil<milliseconds> (moment - steady_clock::now ());
+    return static_cast<int> (std::clamp<int64_t> (left.count (), 0, INT_MAX));
+}
+
+q5_scan_step_t q5_scan_wire_t::fail ()
+{
+    error = errno;
+    return q5_scan_step_t::failed;
+}
+
+q5_scan_step_t q5_scan_wire_t::wait (short events)
+{
+    if (deadline.has_passed ()) {
+        return q5_scan_step_t::timed_out;
+    }
+    pollfd fds[] = {{fd, events, 0}, {cancel_fd, POLLIN, 0}};
+    if (poll (fds, 2, deadline.poll_timeout ()) < 0 && errno != EINTR) {
+        return fail ();
+    }
+    return fds[1].revents != 0 ? q5_scan_step_t::cancelled : q5_scan_step_t::done;
+}
+
+// For a call that was interrupted or would have blocked; then it is to be tried again.
+q5_scan_step_t q5_scan_wire_t::wait_after_error (short events)
+{
+    bool may_go_on = errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
+    return may_go_on ? wait (events) : fail ();
+}
+
+q5_scan_step_t q5_scan_wire_t::connect (const sockaddr_in &address)
+{
+    // A connection under way is asked about by connecting again: that gives the reason of a
+    // failure.
+    while (::connect (fd, reinterpret_cast<const sockaddr *> (&address), sizeof (address)) < 0 &&
+           errno != EISCONN) {
+        bool under_way = errno == EINPROGRESS || errno == EALREADY || errno == EINTR;
+        q5_scan_step_t step = under_way ? wait (POLLOUT) : fail ();
+        if (step != q5_scan_step_t::done) {
+            return step;
+        }
+    }
+    return q5_scan_step_t::done;
+}
+
+q5_scan_step_t q5_scan_wire_t::send (const void *bytes, size_t size)
+{
+    const char *next = static_cast<const char *> (bytes);
+    const char *end = next + size;
+    while (next < end) {
+        ssize_t r = ::send (fd, next, end - next, MSG_NOSIGNAL | MSG_DONTWAIT);
+        q5_scan_step_t step = r < 0 ? wait_after_error (POLLOUT) : q5_scan_step_t::done;
+        if (step != q5_scan_step_t::done) {
+            return step;
+        }
+        next += std::max<ssize_t> (r, 0);
+    }
+    return q5_scan_step_t::done;
+}
+
+// What is here already is taken without waiting, even when the time is up.
+q5_scan_step_t q5_scan_wire_t::receive (void *bytes, size_t size)
+{
+    char *next = static_cast<char *> (bytes);
+    char *end = next + size;
+    while (next < end) {
+        ssize_t r = recv (fd, next, end - next, MSG_DONTWAIT);
+        if (r == 0) {
+            return q5_scan_step_t::ended;
+        }
+        q5_scan_step_t step = r < 0 ? wait_after_error (POLLIN) : q5_scan_step_t::done;
+        if (step != q5_scan_step_t::done) {
+            return step;
+        }
+        has_begun = has_begun || r > 0;
+        next += std::max<ssize_t> (r, 0);
+    }
+    return q5_scan_step_t::done;
+}

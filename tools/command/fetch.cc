@@ -1,0 +1,187 @@
+#include "tools/command/fetch.h"
+
+#include "client/result.h"
+#include "tools/parse/types.h"
+#include "tools/session.h"
+
+#include <algorithm>
+#include <map>
+
+constexpr size_t most_field_text = 60; // characters of one field in a row
+constexpr size_t most_raw_bytes = 16;
+
+bool slot_report_t::is_empty () const
+{
+    return typed_result == Q5_SCAN_NO_ANSWER ||
+           (typed_result == Q5_SCAN_NO_SLOT && !q5_scan_slot_exists (slot));
+}
+
+static bool is_damage (std::optional<int32_t> result)
+{
+    return result && *result < 0 && *result != Q5_SCAN_NO_ANSWER;
+}
+
+bool slot_report_t::is_damaged () const
+{
+    bool is_failed = is_damage (typed_result) || is_damage (raw_result);
+    return (is_failed && !is_empty ()) || !message.adds_up ();
+}
+
+fetched_t fetch_slots (const q5_scan_settings_t &settings, const std::vector<int32_t> &slots,
+                       const q5_scan_types_t &types, const on_slot_t &on_slot)
+{
+    fetched_t fetched;
+    std::map<int32_t, size_t> places;
+    for (int32_t slot : slots) {
+        places[slot] = fetched.slots.size ();
+        fetched.slots.push_back ({slot, {}, {}});
+    }
+    q5_scan_fetch_t fetch;
+    fetch.slots = slots;
+    fetch.only_answering = true;
+    auto take = [&] (const q5_scan_request_t &reply) {
+        slot_report_t &slot = fetched.slots[places[reply.slot]];
+        if (reply.command == Q5_SCAN_GET_TYPED) {
+            slot.typed_result = reply.result;
+            slot.message = q5_scan_decode (reply.rx.data (), reply.rx.size (), types);
+        } else {
+            slot.raw_result = reply.result;
+            slot.raw = reply.rx;
+        }
+        if (on_slot) {
+            on_slot (fetched.slots);
+        }
+    };
+    std::vector<q5_scan_request_t> replies;
+    q5_scan_outcome_t outcome = q5_scan_fetch (settings, fetch, replies, take);
+    if (!outcome.answered ()) {
+        fetched.failure = failure_of (outcome);
+    }
+    return fetched;
+}
+
+static std::string fields_text (const q5_scan_message_t &message, size_t limit)
+{
+    std::vector<std::string> parts;
+    for (const q5_scan_field_t &field : message.fields) {
+        std::string letter (1, static_cast<char> (field.letter));
+        const std::string &name = field.type.name.empty () ? letter : field.type.name;
+        parts.push_back (printable (name) + "=" + shortened (text_of (field), limit));
+    }
+    if (!message.problem.empty ()) {
+        parts.push_back ("problem: " + message.problem + ";");
+    }
+    if (!message.left.empty ()) {
+        parts.push_back ("left: " + shortened (hex (message.left), limit));
+    }
+    std::string text;
+    for (const std::string &part : parts) {
+        text += (text.empty () ? "" : " ") + part;
+    }
+    return text;
+}
+
+// The raw block as two cells: hex, and the characters beside it.
+static row_t raw_cells (const slot_report_t &slot, bool full)
+{
+    if (!slot.raw_result) {
+        return {"-", ""};
+    }
+    if (*slot.raw_result < 0) {
+        return {"(" + q5_scan_describe (*slot.raw_result).state + ")", ""};
+    }
+    size_t size = full ? slot.raw.size () : std::min (slot.raw.size (), most_raw_bytes);
+    std::string more;
+    if (size < slot.raw.size ()) {
+        more = "... " + std::to_string (slot.raw.size () - size) + " more";
+    }
+    bytes_t first (slot.raw.begin (), slot.raw.begin () + size);
+    return {hex (first) + more, characters (first.data (), size)};
+}
+
+static std::string state_of (std::optional<int32_t> result, const char *unknown)
+{
+    return result ? q5_scan_describe (*result).state : unknown;
+}
+
+row_t heading ()
+{
+    return {"SLOT", "STATE", "LENGTH", "TYPES", "FIELDS", "RAW", "TEXT"};
+}
+
+row_t row_of (const slot_report_t &slot, bool full)
+{
+    row_t row = {std::to_string (slot.slot), state_of (slot.typed_result, "not answered"), "-", "-",
+                 "-"};
+    if (slot.typed_result && *slot.typed_result >= 0) {
+        row[2] = std::to_string (slot.message.length);
+        row[3] = printable (slot.message.letters);
+        row[4] = fields_text (slot.message, full ? 0 : most_field_text);
+    }
+    row_t raw = raw_cells (slot, full);
+    row.insert (row.end (), raw.begin (), raw.end ());
+    return row;
+}
+
+// What a failure means, as in the outcome of a single request.
+static void add_meaning (json_t &object, std::optional<int32_t> result, const std::string &prefix)
+{
+    if (result && *result < 0) {
+        object[prefix + "meaning"] = q5_scan_describe (*result).meaning;
+        object[prefix + "look_at"] = q5_scan_describe (*result).look_at;
+    }
+}
+
+static json_t json_of (std::optional<int32_t> result)
+{
+    return result ? json_t (*result) : json_t ();
+}
+
+static json_t json_of (const slot_report_t &slot)
+{
+    json_t fields = json_t::array ();
+    for (const q5_scan_field_t &field : slot.message.fields) {
+        std::string letter (1, static_cast<char> (field.letter));
+        fields.push_back ({{"letter", letter}, {"value", json_of (field)}});
+        if (!field.type.name.empty ()) {
+            fields.back ()["name"] = field.type.name;
+        }
+    }
+    json_t problem;
+    if (!slot.message.problem.empty ()) {
+        problem = slot.message.problem;
+    }
+    const std::string &letters = slot.message.letters;
+    bytes_t letter_bytes (letters.begin (), letters.end ());
+    json_t object = {
+        {"slot", slot.slot},
+        {"state", state_of (slot.typed_result, "not answered")},
+        {"result", json_of (slot.typed_result)},
+        {"length", slot.message.length},
+        {"types", letters},
+        {"types_hex", hex_digits (letter_bytes.data (), letter_bytes.size ())},
+        {"fields", fields},
+        {"problem", problem},
+        {"left_hex", hex_digits (slot.message.left.data (), slot.message.left.size ())},
+        {"raw_state", state_of (slot.raw_result, "not asked")},
+        {"raw_result", json_of (slot.raw_result)},
+        {"raw_hex", hex_digits (slot.raw.data (), slot.raw.size ())},
+        {"raw_text", characters (slot.raw.data (), slot.raw.size ())}};
+    add_meaning (object, slot.typed_result, "");
+    add_meaning (object, slot.raw_result, "raw_");
+    return object;
+}
+
+report_t report_of (const fetched_t &fetched, bool must_answer, bool only_present)
+{
+    report_t report = fetched.failure ? report_of (*fetched.failure) : report_t ();
+    report.json["slots"] = json_t::array ();
+    for (const slot_report_t &slot : fetched.slots) {
+        if (!only_present || !slot.is_empty ()) {
+            report.json["slots"].push_back (json_of (slot));
+        }
+        bool is_wrong = slot.is_damaged () || (must_answer && slot.is_empty ());
+        report.status = is_wrong && !report.failure ? status_failed : report.status;
+    }
+    return report;
+}

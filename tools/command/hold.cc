@@ -1,0 +1,118 @@
+#include "tools/command/hold.h"
+
+#include "client/claim.h"
+#include "tools/show/output.h"
+
+#include <errno.h>
+#include <initializer_list>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+static volatile sig_atomic_t child = 0;
+static volatile sig_atomic_t early_signal = 0; // before there was a child
+
+// A terminal sends Ctrl-C to the command as well; these come to this process alone.
+static void pass_on (int number)
+{
+    if (child > 0) {
+        kill (child, number);
+    } else {
+        early_signal = number;
+    }
+}
+
+static void handle (std::initializer_list<int> numbers, void (*handler) (int))
+{
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    for (int number : numbers) {
+        sigaction (number, &action, nullptr);
+    }
+}
+
+static void set_environment (const q5_scan_settings_t &settings)
+{
+    setenv ("Q5_SCAN_ID", std::to_string (settings.id).c_str (), 1);
+    setenv ("Q5_SCAN_HOST", settings.host.c_str (), 1);
+    setenv ("Q5_SCAN_PORT", std::to_string (settings.port).c_str (), 1);
+}
+
+[[noreturn]] static void become (std::vector<std::string> command)
+{
+    std::vector<char *> words;
+    for (std::string &word : command) {
+        words.push_back (word.data ());
+    }
+    words.push_back (nullptr);
+    handle ({SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGPIPE}, SIG_DFL);
+    execvp (words[0], words.data ());
+    fprintf (stderr, "q5_scan: '%s' cannot be run: %s\n", printable (command[0]).c_str (),
+             strerror (errno));
+    _exit (errno == ENOENT ? status_not_found : status_not_executable);
+}
+
+static int wait_for_child ()
+{
+    int how = 0;
+    while (waitpid (child, &how, 0) < 0 && errno == EINTR) {
+    }
+    child = 0;
+    return WIFSIGNALED (how) ? 128 + WTERMSIG (how) : WEXITSTATUS (how);
+}
+
+// Between claim and release nothing but the end of the command ends this process.
+static int run (const q5_scan_settings_t &settings, const std::vector<std::string> &command)
+{
+    set_environment (settings);
+    handle ({SIGINT, SIGQUIT}, SIG_IGN);
+    handle ({SIGTERM, SIGHUP}, pass_on);
+    pid_t pid = fork ();
+    if (pid == 0) {
+        become (command);
+    }
+    if (pid < 0) {
+        throw failure_t{status_failed,
+                        std::string ("no process for the command: ") + strerror (errno),
+                        "End some programs, and try again."};
+    }
+    child = pid;
+    if (early_signal != 0) {
+        kill (pid, early_signal);
+    }
+    return wait_for_child ();
+}
+
+static const failure_t refused = {status_dropped, "the claim was refused: another id holds the bus",
+                                  "Wait until it releases the bus: --wait SECONDS."};
+
+report_t hold (const globals_t &globals, const std::vector<std::string> &command)
+{
+    if (command.empty ()) {
+        usage_failure ("hold needs a command to run", "For example: q5_scan hold -- ./measure.sh");
+    }
+    report_t report;
+    interrupt_t interrupt;
+    q5_scan_settings_t settings = globals.settings;
+    settings.cancel_fd = interrupt.fd ();
+    q5_scan_claim_t claim (settings);
+    if (!claim.held) {
+        return report_of (claim.outcome.answered () ? refused : failure_of (claim.outcome));
+    }
+    if (interrupt.seen ()) {
+        return report_of ({status_interrupted, "interrupted before the command ran", ""});
+    }
+    report.printed = true;
+    report.status = run (claim.settings, command);
+    if (!claim.release ()) {
+        report.failure = failure_of (claim.outcome);
+        report.failure->what = "the bus may still be held by id " +
+                               std::to_string (claim.settings.id) + ": " + claim.outcome.text;
+        report.failure->advice =
+            "Release it with: q5_scan --id " + std::to_string (claim.settings.id) + " release";
+    }
+    return report;
+}

@@ -1,0 +1,37 @@
+// Numbers and bytes as a person types them.
+#pragma once
+
+#include "tools/show/output.h"
+
+#include <chrono>
+#include <stdint.h>
+#include <string>
+#include <vector>
+
+// Each throws failure_t, with status_usage, for anything else than it names; `name` is what the
+// message calls the value.
+
+// A decimal or 0x number from `least` to `most`; a minus may stand before either form.
+int32_t parse_number (const std::string &name, const std::string &text, int64_t least,
+                      int64_t most);
+int32_t parse_slot (const std::string &text);                          // 0 to 31
+int32_t parse_word (const std::string &name, const std::string &text); // any signed 32-bit value
+
+// The slots that the texts name, each once and in order: 3, 3-7, or several with commas between.
+// All slots for no text.
+std::vector<int32_t> parse_slots (const std::vector<std::string> &texts);
+
+// Commands of the cards, 3 to 255, with commas between; each once, in this order.
+std::vector<int32_t> parse_commands (const std::string &text);
+
+// A number from 0 to 255. Beside bytes in hex, one of several plain digits could be meant either
+// way: it is refused.
+uint8_t parse_plain_byte (const std::string &name, const std::string &text);
+
+// Seconds from 0 to `most`; a decimal fraction is allowed.
+std::chrono::milliseconds parse_seconds (const std::string &name, const std::string &text,
+                                         int32_t most);
+
+// Two hex digits a byte, with or without blanks between bytes; a group of digits may begin with 0x.
+// No text is no bytes.
+bytes_t parse_bytes (const std::string &name, const std::string &text, size_t most);

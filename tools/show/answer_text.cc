@@ -1,0 +1,103 @@
+#include "tools/show/answer_text.h"
+
+#include "client/message.h"
+
+#include <algorithm>
+
+constexpr size_t bytes_a_line = 16;
+
+static bool is_plain (uint8_t c)
+{
+    return c >= 0x20 && c < 0x7F;
+}
+
+static bool is_plain_text (const std::string &text)
+{
+    return std::all_of (text.begin (), text.end (),
+                        [] (char c) { return is_plain (static_cast<uint8_t> (c)); });
+}
+
+// A basic string of TOML; a NUL is its only control character.
+static std::string toml_string (const std::string &text)
+{
+    std::string shown;
+    for (char c : text) {
+        shown += c == '\0' ? "\\u0000" : (c == '"' || c == '\\' ? "\\" : "") + std::string (1, c);
+    }
+    return '"' + shown + '"';
+}
+
+static std::string field_text (const q5_scan_field_t &field)
+{
+    if (field.is_number ()) {
+        return std::to_string (field.number);
+    }
+    return field.type.kind == q5_scan_kind_t::string_field ? toml_string (field.string ())
+                                                           : '"' + hex (field.bytes) + '"';
+}
+
+// As types and fields, when they say all there is in the message; "" otherwise.
+static std::string typed_content (const bytes_t &bytes)
+{
+    q5_scan_message_t message =
+        q5_scan_decode (bytes.data (), bytes.size (), q5_scan_usual_types ());
+    std::string fields;
+    for (const q5_scan_field_t &field : message.fields) {
+        bool is_text = field.type.kind == q5_scan_kind_t::string_field;
+        if (is_text && !is_plain_text (field.string ())) {
+            return "";
+        }
+        fields += (fields.empty () ? "" : ", ") + field_text (field);
+    }
+    // A rest ends the payload: of two, the second is empty, and stays so.
+    bool is_whole = message.adds_up () && !message.letters.empty ();
+    return is_whole ? "types = " + toml_string (message.letters) + "\nfields = [" + fields + "]\n"
+                    : "";
+}
+
+static bool is_texts (const bytes_t &bytes)
+{
+    return bytes.size () > 1 && bytes.back () == '\0' && is_plain (bytes.front ()) &&
+           std::all_of (bytes.begin (), bytes.end (),
+                        [] (uint8_t c) { return c == '\0' || is_plain (c); });
+}
+
+// How many bytes at the front make the whole when they are repeated; at most those of a line.
+static size_t period_of (const bytes_t &bytes)
+{
+    for (size_t period = 1; period <= bytes_a_line && period < bytes.size (); period++) {
+        if (bytes.size () % period == 0 &&
+            std::equal (bytes.begin () + period, bytes.end (), bytes.begin ())) {
+            return period;
+        }
+    }
+    return bytes.size ();
+}
+
+static std::string hex_content (const bytes_t &bytes)
+{
+    if (bytes.size () <= bytes_a_line) {
+        return "hex = \"" + hex (bytes) + "\"\n";
+    }
+    size_t period = period_of (bytes);
+    if (period < bytes.size ()) {
+        return "hex = \"" + hex ({bytes.begin (), bytes.begin () + period}) +
+               "\"\nrepeat = " + std::to_string (bytes.size () / period) + "\n";
+    }
+    std::string lines = "hex = \"\"\"\n";
+    for (size_t at = 0; at < bytes.size (); at += bytes_a_line) {
+        size_t end = std::min (at + bytes_a_line, bytes.size ());
+        lines += hex ({bytes.begin () + at, bytes.begin () + end}) + "\n";
+    }
+    return lines + "\"\"\"\n";
+}
+
+std::string content_of (const bytes_t &bytes, bool is_typed)
+{
+    std::string typed = is_typed ? typed_content (bytes) : "";
+    if (!typed.empty ()) {
+        return typed;
+    }
+    return is_texts (bytes) ? "text = " + toml_string ({bytes.begin (), bytes.end ()}) + "\n"
+                            : hex_content (bytes);
+}

@@ -1,0 +1,128 @@
+#include "tools/show/report.h"
+
+#include "tools/show/output.h"
+
+#include <chrono>
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+#include <time.h>
+
+void usage_failure (const std::string &what, const std::string &advice)
+{
+    throw failure_t{status_usage, what, advice};
+}
+
+report_t report_of (const failure_t &failure)
+{
+    report_t report;
+    report.status = failure.status;
+    report.failure = failure;
+    return report;
+}
+
+static const char *kind_of (int status)
+{
+    switch (status) {
+    case status_usage:
+        return "usage";
+    case status_no_connection:
+        return "no connection";
+    case status_dropped:
+        return "dropped";
+    case status_interrupted:
+        return "interrupted";
+    default:
+        return "failed";
+    }
+}
+
+std::string time_text ()
+{
+    using namespace std::chrono;
+    auto now = system_clock::now ();
+    time_t seconds = system_clock::to_time_t (now);
+    int fraction = duration_cast<milliseconds> (now.time_since_epoch ()).count () % 1000;
+    tm parts = {};
+    gmtime_r (&seconds, &parts);
+    char day[32], text[40];
+    strftime (day, sizeof (day), "%Y-%m-%dT%H:%M:%S", &parts);
+    snprintf (text, sizeof (text), "%s.%03dZ", day, fraction);
+    return text;
+}
+
+// The control characters that JSON lets pass, and a terminal obeys: DEL, and Unicode's second
+// block.
+static std::string without_controls (const std::string &json)
+{
+    std::string text;
+    for (size_t i = 0; i < json.size (); i++) {
+        uint8_t code = static_cast<uint8_t> (json[i]);
+        bool is_second = code == 0xC2 && static_cast<uint8_t> (json[i + 1]) < 0xA0;
+        if (is_second) {
+            code = static_cast<uint8_t> (json[++i]);
+        }
+        if (is_second || code == 0x7F) {
+            text += "\\u00" + hex_digits (&code, 1);
+        } else {
+            text += json[i];
+        }
+    }
+    return text;
+}
+
+std::string json_line (const origin_t &origin, const report_t &report)
+{
+    json_t object;
+    object["command"] = origin.command.empty () ? json_t () : json_t (origin.command);
+    object["ok"] = report.status == status_ok;
+    object["exit_status"] = report.status;
+    object["time"] = time_text ();
+    object.update (origin.place);
+    object.update (report.json);
+    if (!report.note.empty ()) {
+        object["note"] = report.note;
+    }
+    if (report.failure) {
+        object["error"] = {{"kind", kind_of (report.failure->status)},
+                           {"message", report.failure->what},
+                           {"advice", report.failure->advice}};
+    }
+    return without_controls (object.dump (-1, ' ', false, json_t::error_handler_t::replace)) + "\n";
+}
+
+static int flush_output (int status)
+{
+    if ((fflush (stdout) == 0 && !ferror (stdout)) || errno == EPIPE) {
+        return status;
+    }
+    fprintf (stderr, "q5_scan: the output cannot be written: %s\n", strerror (errno));
+    return status == status_ok ? status_failed : status;
+}
+
+static void complain (const report_t &report)
+{
+    if (!report.note.empty ()) {
+        fprintf (stderr, "q5_scan: note: %s\n", printable (report.note).c_str ());
+    }
+    if (report.failure) {
+        fprintf (stderr, "q5_scan: %s\n", printable (report.failure->what).c_str ());
+        if (!report.failure->advice.empty ()) {
+            fprintf (stderr, "  %s\n", printable (report.failure->advice).c_str ());
+        }
+    }
+}
+
+int print (const origin_t &origin, const report_t &report, bool as_json)
+{
+    if (as_json && !report.printed) {
+        fputs (json_line (origin, report).c_str (), stdout);
+    } else if (!as_json) {
+        fputs (report.text.c_str (), stdout);
+    }
+    int status = flush_output (report.status);
+    if (!as_json) {
+        complain (report);
+    }
+    return status;
+}
