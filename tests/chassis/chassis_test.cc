@@ -1,0 +1,394 @@
+// The emulated board and chassis under the device layer. Registers and words are literals, so that
+// a wrong name in the register map cannot hide on both sides.
+#include "chassis/bus/trace.h"
+#include "tests/board.h"
+#include "tests/expected.h"
+
+#include <errno.h>
+#include <map>
+#include <numeric>
+#include <set>
+#include <sstream>
+#include <stdlib.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <thread>
+
+namespace {
+
+// Stands between the daemon and the board and makes its accesses those of a wrong daemon: the
+// changes of expected/wrong_daemons.txt, by name.
+struct meddler_t final : register_file_t {
+    chassis_t &board;
+    std::map<std::string, std::set<uint32_t>> places; // "late": offsets
+    std::map<std::string, std::vector<access_t>> writes;
+    bool in_transfer = false, started = false;
+    std::vector<access_t> waiting;
+
+    explicit meddler_t (chassis_t &chassis) : board (chassis) {}
+
+    // The one value of a change.
+    uint32_t value_of (const std::string &change, uint32_t otherwise)
+    {
+        return places[change].empty () ? otherwise : *places[change].begin ();
+    }
+    void reach (const std::string &moment)
+    {
+        for (const access_t &a : std::exchange (writes[moment], {})) {
+            uint32_t flipped = moment == "flip" ? board.memory ().read (a.offset, a.width) : 0;
+            if (a.offset == 0x119C0) {
+                board.driver_request (SCANP_DO_CPCR_COMMAND, a.value);
+            } else {
+                board.write (a.offset, a.width, a.value ^ flipped);
+            }
+        }
+    }
+    void spoil_bytes ()
+    {
+        for (uint32_t at : places["byte"]) {
+            *board.memory ().physical (0x01F40000 + at) ^= 0xFF;
+        }
+    }
+    uint32_t read (uint32_t offset, int width) override
+    {
+        if (started && offset == 0x1010) {
+            board.advance (value_of ("wait", 0));
+            places["wait"].clear ();
+            reach ("look");
+        }
+        uint32_t value = board.read (offset, width);
+        for (const access_t &a : waiting) {
+            value = a.offset == offset ? a.value : value;
+        }
+        if (started && offset == 0x1020 && !(value & 0x8000)) {
+            reach ("done");
+        }
+        return value;
+    }
+    void write (uint32_t offset, int width, uint32_t value) override
+    {
+        if (offset == 0x11A40 && (value & 0x30) == 0x20) {
+            reach ("ready");
+            spoil_bytes ();
+        }
+        if (in_transfer && !started && places["late"].count (offset)) {
+            waiting.push_back ({offset, width, value, true});
+        } else if (!places["drop"].count (offset) &&
+                   !(in_transfer && places["skip"].count (offset))) {
+            board.write (offset, places["halves"].count (offset) ? 2 : width, value);
+        }
+        if (offset == 0x11A40 && (value & 0x10) && !std::exchange (started, true)) {
+            for (const access_t &a : std::exchange (waiting, {})) {
+                board.write (a.offset, a.width, a.value);
+            }
+            spoil_bytes ();
+            reach ("started");
+        }
+    }
+};
+
+class chassis_test : public board_test {
+  protected:
+    uint8_t rx[4096];
+
+    void SetUp () override
+    {
+        settings.board.fill = board_t::fill_t::noise;
+    }
+    void new_board ()
+    {
+        for (int i = 0; i < 4 && scan_port_state.scanp_fd > 0; i++) {
+            close (scan_port_state.scanp_fd + i); // what the last set-up left open
+        }
+        power_up ();
+    }
+    int32_t ask (uint32_t slot, int32_t txlen = 2)
+    {
+        bytes_t tx (4094);
+        std::iota (tx.begin (), tx.end (), 1);
+        return scan_port_transfer (slot, 0x93, txlen, tx.data (), sizeof (rx), rx);
+    }
+    uint32_t half (uint32_t offset)
+    {
+        return chassis->memory ().read16 (offset);
+    }
+
+    // What became of a transfer: result, the receive descriptor, and what is not 0 or where it was.
+    std::string outcome (int32_t result, int32_t txlen)
+    {
+        bool is_echo = result == txlen;
+        for (int32_t i = 0; i < txlen; i++) {
+            is_echo = is_echo && rx[i] == static_cast<uint8_t> (i + 1);
+        }
+        char text[60];
+        snprintf (text, sizeof (text), "%d%s %04X:%u", result,
+                  result < 0 || is_echo ? "" : " not the echo", half (0x1020), half (0x1022));
+        std::string line = text;
+        for (auto [name, offset, usual] :
+             {std::tuple<const char *, uint32_t, uint32_t>{"FRMEC", 0x8240, 0},
+              {"NOSEC", 0x8242, 0},
+              {"BRKEC", 0x8244, 0},
+              {"SCCE", 0x11A50, 0},
+              {"TBPTR", 0x8220, 0x1000}}) {
+            if (half (offset) != usual) {
+                snprintf (text, sizeof (text), " %s %04X", name, half (offset));
+                line += text;
+            }
+        }
+        for (const std::string &remark : log->remarks) {
+            line += " " + remark;
+        }
+        return line;
+    }
+    std::string play (const std::string &changes)
+    {
+        std::map<std::string, std::set<uint32_t>> places;
+        std::map<std::string, std::vector<access_t>> writes;
+        std::istringstream words (changes);
+        for (std::string what, place, word; words >> what >> place;) {
+            uint32_t at = std::stoul (place, nullptr, 16);
+            if (std::set<std::string>{"flip", "ready", "started", "look", "done"}.count (what)) {
+                words >> word;
+                uint32_t value = std::stoul (word, nullptr, 16);
+                writes[what].push_back ({at, static_cast<int> (word.size () / 2), value, true});
+            } else {
+                places[what].insert (at);
+            }
+        }
+        auto value_of = [&] (const char *what, uint32_t otherwise) {
+            return places[what].empty () ? otherwise : *places[what].begin ();
+        };
+        uint32_t fault = value_of ("fault", 0);
+        settings.card (3) = card_t ().echoes (0x93).pauses (50).after (value_of ("delay", 100));
+        settings.card (3).from (value_of ("from", 0x5A)).bit_rate = value_of ("rate", 0);
+        settings.card (3).fails (static_cast<fault_t> (fault >> 8), fault & 0xFF);
+        settings.board.cts3 = value_of ("cts", 0);
+        new_board ();
+        meddler_t meddler (*chassis);
+        meddler.places = places;
+        meddler.writes = writes;
+        chassis->front = &meddler;
+        scan_port_init ();
+        meddler.in_transfer = true;
+        log->on_command = [&] (uint32_t) { meddler.reach ("flip"); };
+        int32_t txlen = static_cast<int32_t> (value_of ("length", 2));
+        std::string line = outcome (ask (3, txlen), txlen);
+        chassis.reset ();
+        return line;
+    }
+};
+
+TEST_F (chassis_test, a_wrong_daemon_fails_and_a_right_one_sees_the_cards_faults)
+{
+    std::ifstream table (Q5_EXPECTED "/chassis/wrong_daemons.txt");
+    std::string text;
+    for (std::string line; std::getline (table, line);) {
+        std::string changes = line.substr (0, line.find (" => "));
+        bool is_row = !line.empty () && line[0] != '#';
+        text += changes + (is_row ? " => " + play (changes) : "") + "\n";
+    }
+    expect_file ("chassis/wrong_daemons.txt", text);
+}
+
+TEST_F (chassis_test, a_descriptor_that_was_not_ready_is_looked_at_every_64_bits)
+{
+    new_board ();
+    scan_port_init ();
+    chassis->driver_request (SCANP_DO_CPCR_COMMAND, 0x08C10000);
+    chassis->write (0x119FC, 4, 0x10008);
+    chassis->write (0x11A40, 4, 0x28034);
+    chassis->advance (100);
+    for (auto [offset, width, value] :
+         {std::tuple<uint32_t, int, uint32_t>{0x1004, 4, 0x01F40000}, {0x1002, 2, 1}}) {
+        chassis->write (offset, width, value);
+    }
+    chassis->write (0x1000, 2, 0xA400);
+    chassis->advance (55);
+    EXPECT_EQ (half (0x1000), 0xA400u);
+    chassis->advance (1); // the second look is at 155.2 microseconds
+    EXPECT_EQ (half (0x1000), 0x2400u);
+}
+
+TEST_F (chassis_test, the_receive_line_is_low_in_a_start_bit)
+{
+    settings.card (3).echoes (0x93).after (200000);
+    new_board ();
+    scan_port_init ();
+    EXPECT_EQ (ask (3), -3); // at 110 ms; the answer begins at 200.080
+    chassis->advance (90079);
+    EXPECT_EQ (chassis->read (0x10D70, 4) & 0x40, 0x40u);
+    chassis->advance (2);
+    EXPECT_EQ (chassis->read (0x10D70, 4) & 0x40, 0u);
+}
+
+TEST_F (chassis_test, loses_no_tick)
+{
+    settings.board.brgclk = 66666667;
+    power_up ();
+    for (int i = 0; i < 300000; i++) {
+        chassis->advance (10);
+    }
+    EXPECT_EQ (chassis->now (), 200000001u);
+}
+
+TEST_F (chassis_test, cards_are_plugged_just_before_a_select)
+{
+    new_board ();
+    scan_port_init ();
+    int selects = 0;
+    chassis->before_select = [&] {
+        selects++;
+        chassis->set_cards ({{3, card_t ().answers (0x93, {9})}});
+    };
+    EXPECT_EQ (ask (3), 1);
+    chassis->write (0x10D50, 4, 0x11);
+    chassis->write (0x10D50, 4, 0x10);
+    EXPECT_EQ (selects, 3) << "a code that changes under the low strobe selects";
+}
+
+struct disk_t {
+    std::string text;
+    size_t room;
+};
+
+// Takes what it has room for.
+static ssize_t write_to_disk (void *cookie, const char *bytes, size_t size)
+{
+    auto &disk = *static_cast<disk_t *> (cookie);
+    size_t taken = std::min (size, disk.room);
+    disk.text.append (bytes, taken);
+    disk.room -= taken;
+    errno = ENOSPC;
+    return static_cast<ssize_t> (taken);
+}
+
+TEST (trace_file, marks_the_gap_that_a_full_disk_left)
+{
+    disk_t disk{"", 15};
+    FILE *file = fopencookie (&disk, "w", {nullptr, write_to_disk, nullptr, nullptr});
+    trace_file_t trace (file, 1000);
+    testing::internal::CaptureStderr ();
+    for (int line = 1; line <= 5; line++) {
+        disk.room += line == 4 ? 1000 : 0;
+        trace.put (1500, std::to_string (line));
+    }
+    fclose (file);
+    EXPECT_EQ (disk.text, "1.500000  1\n1.5\n... 2 lines are missing here\n1.500000  4\n"
+                          "1.500000  5\n");
+    EXPECT_EQ (testing::internal::GetCapturedStderr (),
+               "q5_chassis: the trace has a gap, it cannot be written: No space left on device\n");
+}
+
+TEST_F (chassis_test, a_trace_tells_what_happened)
+{
+    char *text = nullptr;
+    size_t size = 0;
+    FILE *file = open_memstream (&text, &size);
+    trace_t trace (file, settings.board.brgclk);
+    settings.card (3).answers (0x93, bytes_t (40, 0xEE));
+    settings.card (4).fails (fault_t::framing, 1).answers (0x93, {1, 2, 3});
+    settings.card (5).fails (fault_t::line_low);
+    new_board ();
+    chassis->memory ().write (0x10D50, 4, 0x11); // the strobe is low before the set-up
+    chassis->observe (&trace);
+    scan_port_init ();
+    for (uint32_t slot : {3, 4, 5, 6}) {
+        ask (slot);
+    }
+    log->on_command = [&] (uint32_t) {
+        chassis->write (0x119FC, 4, 0x10030);
+        chassis->write (0x11A4E, 2, 0x7E00);
+    };
+    ask (3);
+    chassis->write (0x11A54, 2, 1);
+    EXPECT_EQ (ask (3), -10) << "nothing moves any more";
+    line_character_t character = {};
+    for (int i = 0; i < 8; i++) { // of all its faults the first few are told
+        character.fault = i % 2 == 0 ? line_fault_t::framing : line_fault_t::noise;
+        trace.character (character);
+    }
+    bus_pins_t pins = {16, true, 4, true, true};
+    for (bool strobe_low : {true, false, true}) { // what lasts is told once
+        pins.strobe_low = strobe_low;
+        trace.pins (1000, pins);
+    }
+    fclose (file);
+    expect_file ("chassis/trace.txt", text);
+    free (text);
+}
+
+class door_test : public chassis_test {
+  protected:
+    uint8_t *view;
+    void SetUp () override
+    {
+        power_up ();
+        view = const_cast<uint8_t *> (scanp_map_phys_mem (0xF0000000, 0x40000, 0));
+    }
+    template <typename word_t> volatile word_t &at (uint32_t offset)
+    {
+        return *reinterpret_cast<volatile word_t *> (view + offset);
+    }
+};
+
+TEST_F (door_test, each_access_arrives_once_at_its_width)
+{
+    at<uint32_t> (0x1000) = htobe32 (0x81828384);
+    at<uint16_t> (0x1004) = htobe16 (0x8586);
+    at<uint8_t> (0x1006) = 0x87;
+    EXPECT_EQ (at<uint32_t> (0x1000), htobe32 (0x81828384));
+    EXPECT_EQ (at<uint16_t> (0x1004), htobe16 (0x8586));
+    EXPECT_EQ (at<int8_t> (0x1006), -0x79);
+    EXPECT_EQ (log->lines,
+               (std::vector<std::string>{"w32 01000 81828384", "w16 01004 8586", "w8 01006 87",
+                                         "r32 01000 81828384", "r16 01004 8586", "r8 01006 87"}));
+}
+
+#ifdef __x86_64__
+TEST_F (door_test, names_the_instruction_that_it_does_not_know)
+{
+    auto swap = [&] { asm volatile("xchgl %%eax, 0x1030(%%rdx)" : : "d"(view) : "eax", "memory"); };
+    EXPECT_DEATH (swap (), "0x01030.*87 82 30");
+}
+#endif
+
+TEST_F (door_test, what_is_no_device_passes_through)
+{
+    int fd = scanp_open ();
+    EXPECT_TRUE (ioctl (fd, _IO ('s', 4)) == -1 && errno == ENOTTY);
+    close (fd);
+    EXPECT_EQ (open ("/dev/null", O_RDWR), fd) << "the lowest number, and another file";
+    EXPECT_EQ (ioctl (fd, _IO ('s', 2)), -1);
+    usleep (1000);
+    std::thread ([] {
+        usleep (1000);
+    }).join (); // the one that opened the device sleeps on the board
+    std::thread ([] { close (scanp_open ()), usleep (1000); }).join ();
+    close (scanp_open ());
+    const timespec shortest = {0, 1};
+    nanosleep (&shortest, nullptr);
+    door_attach (nullptr);
+    usleep (1);
+    EXPECT_EQ (chassis->now (), 132066u) << "2001 microseconds";
+}
+
+TEST_F (door_test, a_fault_of_the_programs_own_still_kills_it)
+{
+    void *closed = mmap (nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    EXPECT_DEATH (*static_cast<volatile uint8_t *> (closed) = 1, "");
+    chassis->memory ().write (0, 4, 0xFFFFFFFF);
+    auto not_abort = [] (int status) { return WTERMSIG (status) != SIGABRT; };
+    EXPECT_EXIT (reinterpret_cast<void (*) ()> (view) (), not_abort, "") << "a jump is no access";
+    auto map_without_descriptors = [] {
+        for (int fd = 3; fd < 1024; fd++) {
+            close (fd);
+        }
+        scanp_map_phys_mem (0xF0000000, 0x40000, 0);
+    };
+    EXPECT_EXIT (map_without_descriptors (), testing::ExitedWithCode (2), "closed a descriptor");
+    door_attach (nullptr);
+    chassis.reset ();
+    EXPECT_DEATH (at<uint8_t> (0x8204) = 1, "") << "the view went with the board";
+}
+
+} // namespace

@@ -1,1 +1,0 @@
-add_char_test (image)

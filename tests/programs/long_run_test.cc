@@ -1,0 +1,210 @@
+// Clients by the thousand against the daemon on the emulated chassis: none gets a wrong reply, and
+// nothing grows. tests/programs/long_run plays it at full length.
+#include "client/batch.h"
+#include "client/claim.h"
+#include "scan/q5_scan_client.h"
+#include "tests/shell.h"
+#include "tests/support.h"
+
+#include <array>
+#include <fstream>
+#include <functional>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+// Sends the first bytes of a batch, reads so many of the replies, and goes: closes (c), resets (r),
+// or closes its sending half before it reads (h).
+static bytes_t talk (const bytes_t &batch, size_t sent, size_t wanted, char way = 'r')
+{
+    kp_client_t client ("", 0);
+    int fd = client.connect_to ("127.0.0.1", Q5_SCAN_PORT);
+    send (fd, batch.data (), sent, MSG_NOSIGNAL);
+    if (way == 'h') {
+        shutdown (fd, SHUT_WR);
+    }
+    timeval limit = {20, 0};
+    setsockopt (fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof (limit));
+    bytes_t replies (wanted);
+    ssize_t size = wanted == 0 ? 0 : recv (fd, replies.data (), wanted, MSG_WAITALL);
+    replies.resize (std::max<ssize_t> (size, 0));
+    linger at_once = {way == 'r', 0};
+    setsockopt (fd, SOL_SOCKET, SO_LINGER, &at_once, sizeof (at_once));
+    close (fd);
+    return replies;
+}
+
+// All of the batch, and all of the replies.
+static bytes_t answer (const bytes_t &batch)
+{
+    return talk (batch, batch.size (), 1 << 16);
+}
+
+static bytes_t one (int64_t id, int64_t slot, int64_t command, const bytes_t &tx = {})
+{
+    return words ({id, 1, slot, command, int64_t (tx.size ()) + 4, int64_t (tx.size ())}) + tx;
+}
+
+// Resident kB, descriptors and threads of a process.
+using figures_t = std::array<int, 3>;
+
+static figures_t figures_of (const std::string &pid)
+{
+    namespace fs = std::filesystem;
+    auto number = [&] (const char *file, const std::string &name) {
+        const std::string text = text_of ("/proc/" + pid + file);
+        return atoi (text.c_str () + text.find (name) + name.size ());
+    };
+    fs::directory_iterator descriptors ("/proc/" + pid + "/fd");
+    return {number ("/smaps_rollup", "\nRss:"), int (std::distance (descriptors, {})),
+            number ("/status", "\nThreads:")};
+}
+
+// In the short form a hundredth has to do.
+static int in_full (int rounds)
+{
+    return getenv ("Q5_LONG_RUN") ? rounds : std::max (rounds / 100, 150);
+}
+
+class long_run : public testing::Test {
+  protected:
+    const bytes_t ask = one (2, 3, 0x33), known = words ({4}) + bytes_t{11, 12, 13, 14};
+    shell_t shell;
+    background_t daemon{shell};
+    std::string pid;
+
+    void SetUp () override
+    {
+        plug ("0B0C0D0E");
+        ASSERT_TRUE (daemon.start ("q5_chassis --fast --file cards.toml -- q5_scand"));
+        pid = shell.read ("pid");
+        ASSERT_EQ (answer (ask), known);
+    }
+    void plug (const char *hex)
+    {
+        shell.write ("new", "[[card]]\nslot = 3\n[[card.answer]]\ncommand = 0x93\necho = true\n"
+                            "[[card.answer]]\ncommand = 0x33\nhex = \"" +
+                                std::string (hex) + "\"\n");
+        rename ((shell.folder + "/work/new").c_str (),
+                (shell.folder + "/work/cards.toml").c_str ());
+    }
+    // Plays one round after another. Nothing of the process has grown since the first hundred.
+    void play (int rounds, const char *what, const std::function<bool (int)> &is_right)
+    {
+        int num_wrong = 0;
+        figures_t first = {};
+        for (int i = 0; i < rounds && num_wrong < 5; i++) {
+            num_wrong += !is_right (i);
+            first = i == 99 ? figures_of (pid) : first;
+        }
+        // It may just be at a connection.
+        figures_t last = figures_of (pid);
+        auto has_grown = [&] {
+            return !std::equal (last.begin (), last.end (), first.begin (),
+                                std::less_equal<int> ());
+        };
+        for (int looks = 0; looks < 1000 && has_grown (); looks++) {
+            usleep (10000);
+            last = figures_of (pid);
+        }
+        printf ("| %7d %-34s %6d %9d %9d %5d %5d %5d %5d\n", rounds, what, num_wrong, first[0],
+                last[0], first[1], last[1], first[2], last[2]);
+        EXPECT_EQ (num_wrong, 0);
+        EXPECT_FALSE (has_grown ());
+    }
+};
+
+TEST_F (long_run, transfers)
+{
+    play (in_full (10000), "batches of 100 transfers", [] (int i) {
+        bytes_t batch = words ({2, 100}) + 100 * words ({3, 0x93, 8, 8}), replies;
+        for (int64_t k = 0; k < 100; k++) {
+            bytes_t data = words ({i, k});
+            batch.insert (batch.end (), data.begin (), data.end ());
+            replies = replies + words ({8}) + data;
+        }
+        return answer (batch) == replies;
+    });
+}
+
+TEST_F (long_run, connections)
+{
+    const bytes_t nothing;
+    const bytes_t claimed = words ({1}) + bytes_t{11}; // with one stale byte
+    const std::pair<bytes_t, bytes_t> steps[] = {
+        {one (9, 0, 1), claimed},     {ask, nothing}, // the bus is claimed
+        {one (9, 3, 0x33), known},    {one (9, 0, 2), claimed},
+        {one (2, 32, 0x33), nothing}, {ask, known}};
+    play (in_full (100000), "connections, good, bad and broken", [&] (int i) {
+        size_t sent = i / 8 % ask.size ();
+        return i % 8 == 6   ? talk (ask, sent, 1, 'h') == nothing
+               : i % 8 == 7 ? talk (ask, sent, 0) == nothing
+                            : answer (steps[i % 8].first) == steps[i % 8].second;
+    });
+}
+
+TEST_F (long_run, edits_of_the_chassis_file)
+{
+    play (in_full (3000), "edits of the chassis file", [&] (int i) {
+        char hex[9];
+        snprintf (hex, sizeof (hex), "%08X", i);
+        plug (i % 10 == 9 ? "broken" : hex);
+        return answer (ask) == words ({4, i - (i % 10 == 9)});
+    });
+}
+
+TEST_F (long_run, of_the_client_library)
+{
+    pid = std::to_string (getpid ());
+    play (in_full (10000), "rounds of the client library", [&] (int) {
+        uint8_t rx[4];
+        q5_scan_command_t command = {0x33, 3, 0, 4, nullptr, rx, 0};
+        q5_scan_client_t client ("127.0.0.1", Q5_SCAN_PORT);
+        bool is_right =
+            client.claim () && client.execute_batch (1, &command) && command.result == 4;
+        is_right = client.release () && is_right && rx[3] == 14;
+        q5_scan_claim_t claim ({});
+        std::vector<q5_scan_request_t> requests = {{3, 0x93, {7, 8}}};
+        is_right =
+            is_right && claim.held && q5_scan_exchange (claim.settings, requests).answered ();
+        return is_right && requests[0].rx == bytes_t{7, 8} && claim.release ();
+    });
+}
+
+TEST_F (long_run, of_a_watch)
+{
+    const std::string fifo = shell.folder + "/work/fifo";
+    ASSERT_EQ (mkfifo (fifo.c_str (), 0600), 0);
+    pid_t watch = shell.start ("exec q5_scan watch 3 --interval 0 --json >fifo", "watch");
+    pid = std::to_string (watch);
+    std::ifstream lines (fifo);
+    std::string first;
+    play (in_full (10000), "rounds of q5_scan watch", [&] (int i) {
+        std::string line;
+        std::getline (lines, line);
+        line.erase (0, line.find ("\"slots\""));
+        first = i == 0 ? line : first;
+        return line == first && has (line, "0c0d0e");
+    });
+    wait_for (watch, 0);
+}
+
+// At each byte of a batch and of its replies. The next client is served as ever.
+TEST_F (long_run, of_clients_that_vanish)
+{
+    const bytes_t batch =
+        words ({2, 3, 3, 0x33, 4, 0, 3, 0x93, 1300, 1350, 31, 0, 0, 0}) + bytes_t (1350, 0xEC);
+    const bytes_t replies = known + words ({1350}) + bytes_t (1300, 0xEC) + words ({-2});
+    const size_t num_places = batch.size () + 1 + replies.size ();
+    play (3 * num_places, "clients that vanish", [&] (int i) {
+        i = i * 1009 % (3 * num_places); // of each kind some are among the first
+        char way = "crh"[i / num_places];
+        size_t place = i % num_places, sent = std::min (place, batch.size ());
+        size_t wanted = place - sent;
+        bytes_t part (replies.begin (), replies.begin () + wanted);
+        if (way == 'h' && wanted == 0) { // it stays, and reads to the end
+            wanted = 1 << 16;
+            part = sent == batch.size () ? replies : bytes_t ();
+        }
+        return talk (batch, sent, wanted, way) == part && answer (ask) == known;
+    });
+}

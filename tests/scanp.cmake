@@ -1,6 +1,0 @@
-if (NOT TARGET q5_chassis_door)
-    return ()
-endif ()
-add_executable (scanp_test scanp_test.cc)
-target_link_libraries (scanp_test PRIVATE q5_scanp q5_chassis_door GTest::gtest_main)
-discover_tests (scanp_test)

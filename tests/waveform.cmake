@@ -1,6 +1,0 @@
-if (NOT TARGET q5_chassis_preload)
-    return ()
-endif ()
-add_executable (waveform_test waveform_test.cc)
-target_link_libraries (waveform_test PRIVATE q5_scanp q5_chassis_door q5_shell)
-discover_network_tests (waveform_test)
