@@ -1,9 +1,14 @@
+// Whatever the builder asks for everywhere: the devices are opened with the documented flags, so by
+// plain open and mmap, not open64 (O_LARGEFILE) or __open_2; and assertions stay.
+#undef _FILE_OFFSET_BITS
+#undef _TIME_BITS
+#undef _FORTIFY_SOURCE
+#undef NDEBUG
+
 #include "scanp/scanp.h"
 
 #include "scanp/mpc8260_io.h"
 
-// The checks below stay whatever the build says.
-#undef NDEBUG
 #include <assert.h>
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -14,7 +19,8 @@ scan_port_state_t scan_port_state;
 constexpr uint32_t PAGE_SIZE = 4096;
 constexpr uint32_t PAGE_MASK = PAGE_SIZE - 1;
 
-// The C library's assertion with the line and function name that the messages are known by.
+// The C library's assertion. The messages are part of the interface, so the line is given: moving
+// code does not change it.
 #define DRIVER_ASSERT(line, condition)                                                             \
     do {                                                                                           \
         if (!(condition)) {                                                                        \
