@@ -1,14 +1,19 @@
 # The Python client against the daemon on the emulated chassis, and against ends that misbehave.
 import contextlib
 import io
+import os
 import pathlib
+import pickle
 import re
 import socket
 import subprocess
+import sys
+import tempfile
 import threading
 import time
 import unittest
 from os import environ
+from unittest import mock
 
 import q5_scan
 from q5_scan import Client, Request
@@ -63,7 +68,7 @@ class OfDaemon(unittest.TestCase):
             words = [r.result.to_bytes(4, "big", signed=True) + r.rx for r in answered]
             self.assertEqual(replies, b"".join(words))
         self.assertEqual(q5_scan.decode(ask.data()).values(), [8, 165, "relay card"])
-        with self.assertRaisesRegex(q5_scan.RequestError, "slot 6 command 51: .* ms. Look at: "):
+        with self.assertRaisesRegex(q5_scan.RequestError, "slot 6 command 51: .* ms. Check "):
             last[4].data()
 
     def test_demo(self):
@@ -82,6 +87,32 @@ class OfDaemon(unittest.TestCase):
         values = readings[7].message(types).values()
         self.assertEqual(values, ["thermometer", 21.5, -3.25, b"\0\x07\xa1"])
         self.assertEqual(readings[9].typed.meaning().state, "no card, or silent")
+
+    # However the program ends that has the bus, the next client gets it.
+    def test_claims_end_with_their_program(self):
+        for last in "os._exit(3)", "os.kill(os.getpid(), 15)", "os.kill(os.getpid(), 9)", "1 / 0":
+            program = ("import os, q5_scan, threading\n"
+                       "with q5_scan.Client().claim(id=77) as mine:\n"
+                       "    pid = os.fork() or os.closerange(1, 3) or os.execlp('sleep', 'sleep', '30')\n"
+                       "    print(mine.request(3, 83), pid)\n"
+                       "    " + last)
+            done = subprocess.run([sys.executable, "-c", program], capture_output=True, timeout=20)
+            self.assertIn(b"b'\\x01", done.stdout)
+            os.kill(int(done.stdout.split()[-1]), 9)  # which has no part in the claim
+            with Client().claim(wait=2):
+                pass
+
+    def test_conversation_proves_its_claim(self):
+        with Client().claim(id=77) as mine:
+            Client(id=77).exchange([q5_scan.release_request()])  # as a daemon that was restarted
+            self.assertEqual(len(mine.fetch()), 32)
+            self.assertRaises(q5_scan.DroppedError, Client().request, 3, 51)
+            self.assertRaises(q5_scan.UsageError, mine.exchange, [Request(3, 51, rxlen=0)] * 100)
+            self.assertEqual(len(mine.exchange([Request(21, 51, rxlen=0) for _ in range(99)])), 99)
+            Client(id=77).exchange([q5_scan.release_request()])
+            with Client(id=78).claim(id=78), self.assertRaises(q5_scan.DroppedError) as raised:
+                mine.request(3, 51)
+            self.assertEqual(raised.exception.num_replies, 0)
 
     def test_example(self):
         [code] = blocks("python.md", "python")
@@ -102,10 +133,62 @@ class WithoutDaemon(unittest.TestCase):
             self.assertEqual([r.result for r in batch], results)
             self.assertEqual(raised.exception.num_replies, 2 - results.count(None))
 
+    def test_trickle_ends_in_time(self):
+        def trickle(server, sent):
+            with server.accept()[0] as connection, contextlib.suppress(OSError):
+                for _ in range(100):
+                    connection.sendall(b"\0")
+                    sent.append(time.sleep(0.1))
+        sent = []
+        with socket.create_server(("127.0.0.1", 0)) as server:
+            threading.Thread(target=trickle, args=(server, sent)).start()
+            client = Client(port=server.getsockname()[1], reply_timeout=1, timeout=0.5)
+            with self.assertRaisesRegex(q5_scan.TimedOutError, "timed out after 0.* waiting for reply"):
+                client.exchange([Request(3, 51) for _ in range(100)])
+        self.assertLess(len(sent), 50)
+
+    def test_silent_name_server_keeps_one_thread_for_a_name(self):
+        answer = threading.Event()
+        before = threading.active_count()
+        with mock.patch("socket.getaddrinfo", side_effect=lambda *_: answer.wait(20) and 1 / 0):
+            for _ in range(5):
+                with self.assertRaisesRegex(q5_scan.TimedOutError, "the name server"):
+                    Client("chassis-4", connect_timeout=0.02).request(3, 51)
+            self.assertEqual(threading.active_count(), before + 1)
+            threading.excepthook, hook = lambda _: None, threading.excepthook
+            answer.set()
+            threading.enumerate()[-1].join()
+            threading.excepthook = hook
+
+    def test_errors_pickle(self):
+        for error in q5_scan.RequestError("a", "b", "c", -3), q5_scan.DroppedError("a", "b", "c"):
+            error.num_replies = 7
+            copy = pickle.loads(pickle.dumps(error))
+            self.assertEqual((str(copy), vars(copy)), (str(error), vars(error)))
+
+    def test_identity(self):
+        image = b"Type: %s\0Type: relay\0Compiled on:\0Jan  5 2004\0%s\0"
+        with tempfile.TemporaryDirectory() as folder:
+            path = pathlib.Path(folder, "image")
+            path.write_bytes(bytes(3 << 20) + image % (b"%s", b"10:22:33"))
+            found = q5_scan.read_identity(path)
+            self.assertEqual((found.type, found.built), ("relay", (2004, 1, 5, 10, 22, 33)))
+            self.assertLess(found.built, q5_scan.find_identity(image % (b"", b"10:22:34")).built)
+            path.write_bytes(b"")
+            for source, problem in [((image % (b"", b"10:22"))[7:], "is not one: 'Jan  5 2004 10:22'"),
+                                    (b"Type: A\0\0\0\0", "no build date"),
+                                    (b"Type: " + b"x" * 1000, "no build identity after it")]:
+                with self.assertRaisesRegex(q5_scan.IdentityError, problem):
+                    q5_scan.find_identity(source)
+            self.assertRaises(q5_scan.IdentityError, q5_scan.read_identity, path)
+
     def test_usage(self):
         half = Request(1, 3, b"x" * 2048)
-        for requests in [], [Request(32, 1)], [Request(1, 1, rxlen=4097)], [half, half]:
+        for requests in ([], [Request(32, 1)], [Request(1, 1, rxlen=4097)], [half, half],
+                         [Request("3", 1)], [Request(1, 1, "text")], [Request(1, 1.5)]):
             self.assertRaises(q5_scan.UsageError, Client().exchange, requests)
+        for words in {"port": "1971"}, {"port": 65536}, {"id": 2**31}, {"host": ""}, {"timeout": -1}:
+            self.assertRaises(q5_scan.UsageError, Client, **words)
         for types in "A", "A=", "A=word", "A=int,A=int", "A=rest*2", "A=bytes:4097", "A0=int":
             self.assertRaises(q5_scan.UsageError, q5_scan.parse_types, types)
 
