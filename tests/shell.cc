@@ -118,7 +118,7 @@ bool background_t::start (const std::string &line)
     end ();
     pid = shell.start ("exec >log 2>&1; exec " + line, "background");
     shell.write ("pid", std::to_string (pid));
-    const char *listener = " 00000000:07B3 00000000:0000 0A";
+    const char *listener = ":07B3 00000000:0000 0A";
     bool listens = false;
     for (int waited = 0; !listens && waited < 60000 && !has_ended (pid); waited += 5) {
         usleep (5000);

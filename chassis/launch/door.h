@@ -1,9 +1,11 @@
 // The program's way to the emulated board. Linked into a program or preloaded, it stands before the
-// C library's open, ioctl, mmap, usleep and nanosleep: /dev/scanp, /dev/mem and sleeping belong to
-// the attached chassis, everything else passes through to the C library.
+// C library's open, ioctl, mmap, usleep, nanosleep and bind: /dev/scanp, /dev/mem, sleeping and the
+// daemon's port belong to the attached chassis, everything else passes through to the C library.
 #pragma once
 
 #include "chassis/board/chassis.h"
+
+#include <netinet/in.h>
 
 // The chassis behind the devices, which must outlive its being attached; null detaches. Without one
 // the door passes everything through.
@@ -16,3 +18,8 @@ void door_on_first_open (chassis_t *(*make) ());
 // Whether sleeping only moves the chassis's time, in no time at all. Otherwise it sleeps as well.
 // It is the thread that opened a device last whose sleep moves the time: a chassis serves one.
 void door_set_fast (bool fast);
+
+// Where the program listens from now on: binding a TCP socket to port 1971, or to any port but 0
+// once a device was opened, binds it here instead. With port 0 any free one is taken, and printed
+// on standard error: "q5_chassis: listening on ADDRESS:PORT".
+void door_listen_at (const sockaddr_in &address);

@@ -8,6 +8,7 @@
 #include "chassis/launch/device_file.h"
 #include "chassis/launch/door.h"
 #include "chassis/launch/environment.h"
+#include "chassis/launch/listen_address.h"
 #include "chassis/trap/own_descriptor.h"
 
 #include <errno.h>
@@ -133,8 +134,19 @@ static void refuse_real_memory ()
     }
 }
 
+static void set_listen_address ()
+{
+    std::string asked = setting (LISTEN_VARIABLE);
+    auto address = parse_listen_address (asked.empty () ? DEFAULT_LISTEN_ADDRESS : asked);
+    if (!address) {
+        fail (std::string (LISTEN_VARIABLE) + ": expected ADDRESS:PORT, found " + asked);
+    }
+    door_listen_at (*address);
+}
+
 __attribute__ ((constructor)) static void announce ()
 {
+    set_listen_address ();
     refuse_real_memory ();
     door_on_first_open (make_chassis);
 }

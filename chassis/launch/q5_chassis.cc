@@ -5,6 +5,7 @@
 #include "chassis/launch/chassis_summary.h"
 #include "chassis/launch/device_file.h"
 #include "chassis/launch/environment.h"
+#include "chassis/launch/listen_address.h"
 #include "chassis/launch/preload_check.h"
 
 #include <CLI/CLI.hpp>
@@ -29,6 +30,7 @@ struct launch_t {
     std::string trace;
     std::string registers;
     std::string vcd;
+    std::string listen;
     bool fast = false;
     bool example = false;
     bool check = false;
@@ -125,6 +127,7 @@ static void set_environment (const launch_t &launch, const std::string &library)
     set_or_unset (TRACE_VARIABLE, absolute (launch.trace));
     set_or_unset (REGISTERS_VARIABLE, absolute (launch.registers));
     set_or_unset (VCD_VARIABLE, absolute (launch.vcd));
+    set_or_unset (LISTEN_VARIABLE, launch.listen);
     set_or_unset (FAST_VARIABLE, launch.fast ? "1" : "");
     const char *others = getenv ("LD_PRELOAD");
     set_or_unset ("LD_PRELOAD", others && *others ? library + ":" + others : library);
@@ -178,6 +181,15 @@ static std::string not_dash (const std::string &path)
     return path == "-" ? "expected a file of its own, found -" : "";
 }
 
+static std::string is_listen_address (const std::string &text)
+{
+    return parse_listen_address (text)
+               ? ""
+               : "expected ADDRESS:PORT in numbers, as in 127.0.0.1:1971 or "
+                 "0.0.0.0:0, found " +
+                     text;
+}
+
 static void add_options (CLI::App &app, launch_t &launch)
 {
     app.add_option ("--file", launch.file, "the chassis to play (default: a built-in one)")
@@ -196,6 +208,11 @@ static void add_options (CLI::App &app, launch_t &launch)
         ->type_name ("FILE")
         ->check (not_empty)
         ->check (not_dash);
+    app.add_option ("--listen", launch.listen,
+                    std::string ("where clients reach the program (default ") +
+                        DEFAULT_LISTEN_ADDRESS + "); port 0 is any free one, printed")
+        ->type_name ("ADDRESS:PORT")
+        ->check (is_listen_address);
     app.add_flag ("--fast", launch.fast, "skip the program's sleeps; the bus does not notice");
     app.add_flag ("--example", launch.example, "print the built-in chassis file and end");
     app.add_flag ("--check", launch.check, "print what is in the chassis and end");
