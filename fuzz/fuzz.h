@@ -1,43 +1,8 @@
-// What the fuzz targets share: a property that must hold, one that every message has, and the
-// reading of values out of an input.
+// What the fuzz targets share: the values that are read out of an input.
 #pragma once
 
-#include <algorithm>
-#include <iostream>
-#include <stddef.h>
-#include <stdint.h>
-#include <stdlib.h>
-#include <string>
-#include <utility>
-#include <vector>
-
-using bytes_t = std::vector<uint8_t>;
-
-// Ends the run with the property's text, and what else may help, unless it holds.
-#define REQUIRE(property) REQUIRE_SHOWING (property, "")
-#define REQUIRE_SHOWING(property, shown)                                                           \
-    if (!(property)) {                                                                             \
-        std::cerr << __FILE__ << ":" << __LINE__ << ": not so: " #property "\n"                    \
-                  << (shown) << "\n";                                                              \
-        abort ();                                                                                  \
-    }
-
-// What a message and a line of output are, whatever the input: one line, no control characters, nor
-// those of Unicode's second block.
-inline bool is_one_line (const std::string &line, char allowed = ' ')
-{
-    uint8_t before = 0;
-    return std::none_of (line.begin (), line.end (), [&] (uint8_t c) {
-        bool is_second = std::exchange (before, c) == 0xC2 && (c & 0xE0) == 0x80;
-        return is_second || ((c < 0x20 || c == 0x7F) && c != allowed);
-    });
-}
-
-// Output of such lines, each with its end.
-inline bool is_lines (const std::string &text)
-{
-    return is_one_line (text, '\n') && (text.empty () || text.back () == '\n');
-}
+#include "tests/require.h"
+#include "tests/support.h"
 
 // An input, read from its front; behind its end all is 0.
 class input_t {
@@ -78,10 +43,3 @@ class input_t {
     const uint8_t *next;
     const uint8_t *end;
 };
-
-inline void append_word (bytes_t &bytes, int32_t value)
-{
-    for (int shift = 24; shift >= 0; shift -= 8) {
-        bytes.push_back (static_cast<uint8_t> (static_cast<uint32_t> (value) >> shift));
-    }
-}

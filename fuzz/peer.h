@@ -3,7 +3,8 @@
 // waited, and without end it may not.
 #pragma once
 
-#include "fuzz/wire.h"
+#include "fuzz/fuzz.h"
+#include "tests/wire.h"
 
 // How it behaves; then comes what it sends.
 void read_peer (input_t &input);

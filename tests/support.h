@@ -80,14 +80,19 @@ struct socket_pair_t {
     }
 };
 
-// Big-endian words, and what follows them, as they go over the wire.
+inline void append_word (bytes_t &bytes, int32_t value)
+{
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        bytes.push_back (static_cast<uint8_t> (value >> shift));
+    }
+}
+
+// Big-endian words, as they are sent.
 inline bytes_t words (std::initializer_list<int64_t> values)
 {
     bytes_t bytes;
     for (int64_t value : values) {
-        for (int shift = 24; shift >= 0; shift -= 8) {
-            bytes.push_back (static_cast<uint8_t> (value >> shift));
-        }
+        append_word (bytes, static_cast<int32_t> (value));
     }
     return bytes;
 }

@@ -1,7 +1,7 @@
 // Every count of requests with every number of bytes really sent, and a peer that goes at each byte
 // of the replies: sessions in memory, on a stubbed transfer, against the model that the fuzz
 // targets have.
-#include "fuzz/session.h"
+#include "tests/session_model.h"
 
 #include <gtest/gtest.h>
 #include <limits.h>

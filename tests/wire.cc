@@ -1,4 +1,4 @@
-#include "fuzz/wire.h"
+#include "tests/wire.h"
 
 #include <errno.h>
 #include <unistd.h>

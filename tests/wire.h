@@ -3,7 +3,7 @@
 // the system's.
 #pragma once
 
-#include "fuzz/fuzz.h"
+#include "tests/support.h"
 
 constexpr int wire_fd = 1 << 20;
 
