@@ -88,26 +88,40 @@ class OfDaemon(unittest.TestCase):
         self.assertEqual(values, ["thermometer", 21.5, -3.25, b"\0\x07\xa1"])
         self.assertEqual(readings[9].typed.meaning().state, "no card, or silent")
 
-    # However the program ends that has the bus, the next client gets it.
+    # However the program ends that has the bus, the next client gets it; what it forks has no part.
     def test_claims_end_with_their_program(self):
-        for last in "os._exit(3)", "os.kill(os.getpid(), 15)", "os.kill(os.getpid(), 9)", "1 / 0":
-            program = ("import os, q5_scan, threading\n"
-                       "with q5_scan.Client().claim(id=77) as mine:\n"
-                       "    pid = os.fork() or os.closerange(1, 3) or os.execlp('sleep', 'sleep', '30')\n"
-                       "    print(mine.request(3, 83), pid)\n"
-                       "    " + last)
-            done = subprocess.run([sys.executable, "-c", program], capture_output=True, timeout=20)
-            self.assertIn(b"b'\\x01", done.stdout)
-            os.kill(int(done.stdout.split()[-1]), 9)  # which has no part in the claim
+        for last in "os._exit(3)", "os.kill(os.getpid(), 15)", "os.killpg(0, 9)", "1 / 0":
+            program = f"""if True:
+                import os, q5_scan, sys, time
+                with q5_scan.Client().claim(id=77) as mine:
+                    os.fork() or sys.exit()
+                    os.wait()
+                    pid = os.fork() or os.setsid() or os.closerange(1, 3) or time.sleep(30)
+                    print(pid, flush=True)
+                    try:
+                        q5_scan.Client().request(3, 83)
+                    except q5_scan.DroppedError:
+                        print("alone", flush=True)
+                    {last}"""
+            done = subprocess.run([sys.executable, "-c", program], capture_output=True, timeout=20,
+                                  text=True, start_new_session=True)
+            child, alone = done.stdout.split()
             with Client().claim(wait=2):
-                pass
+                os.kill(int(child), 9)
+
+    def test_released_claim_is_left_alone(self):
+        for pause in 0, 0.5:
+            with Client().claim(id=77):
+                time.sleep(pause)
+                self.assertRaises(q5_scan.DroppedError, Client().request, 3, 51)
 
     def test_conversation_proves_its_claim(self):
         with Client().claim(id=77) as mine:
             Client(id=77).exchange([q5_scan.release_request()])  # as a daemon that was restarted
             self.assertEqual(len(mine.fetch()), 32)
             self.assertRaises(q5_scan.DroppedError, Client().request, 3, 51)
-            self.assertRaises(q5_scan.UsageError, mine.exchange, [Request(3, 51, rxlen=0)] * 100)
+            with self.assertRaisesRegex(q5_scan.UsageError, "1 to 99"):
+                mine.exchange([Request(3, 51, rxlen=0)] * 100)
             self.assertEqual(len(mine.exchange([Request(21, 51, rxlen=0) for _ in range(99)])), 99)
             Client(id=77).exchange([q5_scan.release_request()])
             with Client(id=78).claim(id=78), self.assertRaises(q5_scan.DroppedError) as raised:
@@ -132,6 +146,12 @@ class WithoutDaemon(unittest.TestCase):
                 client.exchange(batch)
             self.assertEqual([r.result for r in batch], results)
             self.assertEqual(raised.exception.num_replies, 2 - results.count(None))
+
+    def test_claim_comes_first(self):
+        request = Request(3, 83, rxlen=0)
+        with end_that(b"\0\0\0\1", 0) as client, self.assertRaises(q5_scan.BrokenOffError) as raised:
+            q5_scan.Conversation(port=client.port, id=7).exchange([request])
+        self.assertEqual((request.result, raised.exception.num_replies), (None, 0))
 
     def test_trickle_ends_in_time(self):
         def trickle(server, sent):
