@@ -4,7 +4,6 @@
 #include "scanp/mpc8260_io.h"
 
 #include <fcntl.h>
-#include <string.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 
@@ -67,9 +66,7 @@ int32_t floor_transfer (int32_t slot, int32_t command, int32_t txlen, const uint
     give (0, 0, 1, BD_TX_R | BD_TX_A);
     give (1, 0, txlen + 2, BD_TX_R);
     give (2, txlen + 2, 1, BD_TX_R | BD_TX_W | BD_TX_A);
-    if (txlen > 0) {
-        memcpy (tx_buf + 2, txbuf, txlen);
-    }
+    io_copy_to (tx_buf + 2, txbuf, txlen);
     if (!(io_read (reg32 (PDATD)) & PD25_RXD3)) {
         return -2;
     }
@@ -89,9 +86,7 @@ int32_t floor_transfer (int32_t slot, int32_t command, int32_t txlen, const uint
         return -1;
     }
     io_complete ();
-    if (rxlen > 0) {
-        memcpy (rxbuf, rx_buf, rxlen);
-    }
+    io_copy_from (rxbuf, rx_buf, rxlen);
     io_set (reg32 (PDATC), PC24);
     return io_read (&bds[4].length);
 }

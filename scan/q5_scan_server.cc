@@ -58,14 +58,7 @@ TESTS_ITS_OBJECT int32_t q5_scan_server_t::handle (int32_t fd)
     r = read_fully (fd, requests, size);
     ASSERT (75, r);
     read_transmit_bytes (fd, num_requests);
-
-    const uint8_t *tx = txbuf;
-    for (int32_t i = 0; i < num_requests; i++) {
-        const scan_request_t &m = requests[i];
-        int32_t result = execute (m, id, tx);
-        tx += m.txlen;
-        reply (fd, result, m.rxlen);
-    }
+    execute_all (fd, num_requests, id);
     return 0;
 }
 
@@ -76,11 +69,23 @@ void q5_scan_server_t::read_transmit_bytes (int32_t fd, int32_t num_requests)
         scan_request_t *m = check_request (&requests[i]);
         ASSERT (80, m);
         ASSERT (82, m->txlen + tx_count <= Q5_SCAN_MAX_TX);
-        if (m->txlen != 0) {
-            int32_t r = read_fully (fd, txbuf + tx_count, m->txlen);
+        const int32_t txlen = m->txlen;
+        if (txlen != 0) {
+            int32_t r = read_fully (fd, txbuf + tx_count, txlen);
             ASSERT (85, r);
         }
-        tx_count += m->txlen;
+        tx_count += txlen;
+    }
+}
+
+void q5_scan_server_t::execute_all (int32_t fd, int32_t num_requests, int32_t id)
+{
+    const uint8_t *tx = txbuf;
+    const scan_request_t *end = requests + num_requests;
+    for (const scan_request_t *m = requests; m < end; m++) {
+        int32_t result = execute (*m, id, tx);
+        tx += m->txlen;
+        reply (fd, result, m->rxlen);
     }
 }
 

@@ -9,10 +9,11 @@
 // Neither buffers nor table are ever cleared: what a batch does not overwrite stays from before.
 class q5_scan_server_t : public kp_server_t {
   public:
-    uint8_t txbuf[Q5_SCAN_MAX_TX];         // transmit bytes of the batch, back to back
-    uint8_t rxbuf[Q5_SCAN_MAX_RX + 1];     // received bytes of the last transfer
-    scan_request_t requests[MAX_REQUESTS]; // headers of the batch
-    int32_t owner_id;                      // the client that holds the bus; 0: nobody
+    // Aligned so that the target copies them by aligned words.
+    alignas (4) uint8_t txbuf[Q5_SCAN_MAX_TX];     // transmit bytes of the batch, back to back
+    alignas (4) uint8_t rxbuf[Q5_SCAN_MAX_RX + 1]; // received bytes of the last transfer
+    scan_request_t requests[MAX_REQUESTS];         // headers of the batch
+    int32_t owner_id;                              // the client that holds the bus; 0: nobody
 
     q5_scan_server_t ();
 
@@ -32,6 +33,7 @@ class q5_scan_server_t : public kp_server_t {
 
   private:
     void read_transmit_bytes (int32_t fd, int32_t num_requests);
+    void execute_all (int32_t fd, int32_t num_requests, int32_t id);
     int32_t execute (const scan_request_t &m, int32_t id, const uint8_t *txbuf);
     int32_t change_owner (int32_t id, int32_t new_owner);
     void reply (int32_t fd, int32_t result, int32_t rxlen);

@@ -2,7 +2,6 @@
 #include "scanp/scan_port.h"
 #include "scanp/scanp.h"
 
-#include <string.h>
 #include <unistd.h>
 
 static_assert (SCAN_PORT_MAX_TX == SCAN_BUF_SIZE - 2 && SCAN_PORT_MAX_RX == SCAN_BUF_SIZE);
@@ -67,10 +66,6 @@ static void ready_transmitter (int i, uint16_t length, uint16_t status)
     io_write (&scan_port_state.tx_bds[i].status, status);
 }
 
-// The buffers are copied by the C library, in words where it can. Its copy must use plain loads and
-// stores: glibc's for this processor does, while one that clears cache lines ahead of the data
-// (dcbz) would trap on uncached memory.
-
 // The frame: the command as address, the command twice and the data, 0x00 as closing address.
 static void lay_out_frame (uint8_t command, int32_t txlen, const uint8_t *txbuf)
 {
@@ -85,9 +80,7 @@ static void lay_out_frame (uint8_t command, int32_t txlen, const uint8_t *txbuf)
     // With txlen 4094 deliberately one byte past the transmit buffer, in the receive buffer.
     tx_buf[txlen + 2] = 0x00;
     ready_transmitter (2, 1, BD_TX_R | BD_TX_W | BD_TX_A);
-    if (txlen > 0) {
-        memcpy (const_cast<uint8_t *> (tx_buf) + 2, txbuf, txlen);
-    }
+    io_copy_to (tx_buf + 2, txbuf, txlen);
 }
 
 static bool line_is_low ()
@@ -156,9 +149,7 @@ static int32_t check_answer ()
 static void copy_answer (int32_t rxlen, uint8_t *rxbuf)
 {
     io_complete ();
-    if (rxlen > 0) {
-        memcpy (rxbuf, const_cast<uint8_t *> (scan_port_state.rx_buf), rxlen);
-    }
+    io_copy_from (rxbuf, scan_port_state.rx_buf, rxlen);
 }
 
 // Every failure after the slot is selected deliberately leaves the strobe low, and a time-out the

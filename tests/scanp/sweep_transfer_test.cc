@@ -1,11 +1,13 @@
-// Every word that the controller can leave as the status of the answer, on plain memory in place of
-// the board.
+// Every status that the controller can leave, and copies at every alignment, on plain memory in
+// place of the board.
 #include "scanp/mpc8260_io.h"
 #include "scanp/scan_port.h"
 #include "scanp/scanp.h"
 #include "tests/support.h"
 
+#include <array>
 #include <gtest/gtest.h>
+#include <numeric>
 
 alignas (8) static uint8_t immr[0x40000], buffers[2 * 4096];
 
@@ -77,4 +79,21 @@ TEST (transfer_sweep, gives_the_result_of_every_status)
     EXPECT_EQ (scan_port_transfer (3, 0x33, 0, nullptr, 0, nullptr), -2);
     EXPECT_EQ (immr[0x1020], 0xA0) << "was started on a low line";
     EXPECT_EQ (immr[0x10D53], 0x11);
+}
+
+TEST (transfer_sweep, copies_every_size_at_every_alignment_and_nothing_beside_it)
+{
+    using bytes_t = std::array<uint8_t, 96>;
+    bytes_t from, before;
+    std::iota (from.begin (), from.end (), 1);
+    before.fill (0xEE);
+    for (int place = 0; place < 16 * 82; place++) {
+        const int at = place % 4, to = place / 4 % 4, size = place / 16 - 1;
+        bytes_t expected = before, in = before, out = before;
+        std::copy_n (from.begin () + at, std::max (size, 0), expected.begin () + to);
+        io_copy_from (&in[to], &from[at], size);
+        io_copy_to (&out[to], &from[at], size);
+        ASSERT_EQ (in, expected) << at << " " << to << " " << size;
+        ASSERT_EQ (out, expected) << at << " " << to << " " << size;
+    }
 }

