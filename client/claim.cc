@@ -1,7 +1,13 @@
 #include "client/claim.h"
 
+#include "client/exchange.h"
+#include "client/guardian.h"
+
 #include <algorithm>
+#include <errno.h>
 #include <random>
+#include <system_error>
+#include <unistd.h>
 
 using std::chrono::milliseconds;
 
@@ -25,20 +31,64 @@ static q5_scan_outcome_t exchange_one (const q5_scan_settings_t &settings,
     return outcome;
 }
 
-// Whether the daemon cannot have got the batch. One that was dropped may lie with a proxy.
+// Whether the daemon cannot have got the batch. One that was dropped may still be in a proxy.
 static bool was_never_sent (q5_scan_state_t state)
 {
     return state == q5_scan_state_t::unknown_host || state == q5_scan_state_t::no_connection ||
            state == q5_scan_state_t::timed_out_connecting;
 }
 
-q5_scan_claim_t::q5_scan_claim_t (const q5_scan_settings_t &given) : settings (given)
+q5_scan_claim_t::q5_scan_claim_t (const q5_scan_settings_t &given, int32_t id)
+    : settings (given), owner (getpid ())
 {
-    settings.id = q5_scan_fresh_id ();
-    int32_t result = 0;
-    outcome = exchange_one (settings, q5_scan_claim_request (), &result);
-    held = outcome.answered () && result > 0;
-    owed = held || !(outcome.answered () || was_never_sent (outcome.state));
+    settings.id = id != 0 ? id : q5_scan_fresh_id ();
+    settings.claims = false;
+    q5_scan_deadline_t total (settings.total_timeout);
+    start_guardian (total);
+    if (outcome.answered ()) {
+        q5_scan_settings_t now = settings;
+        now.total_timeout = total.left ();
+        int32_t result = 0;
+        outcome = exchange_one (now, q5_scan_claim_request (), &result);
+        held = outcome.answered () && result > 0;
+        owed = held || !(outcome.answered () || was_never_sent (outcome.state));
+    }
+    settings.wait = milliseconds (0);
+    settings.claims = held;
+    if (!held) {
+        problem = "no claim by id " + std::to_string (settings.id) + ": " +
+                  (outcome.answered () ? "another id holds the bus" : outcome.text);
+    }
+    if (!owed) {
+        dismiss_guardian ();
+    }
+}
+
+// On failure leaves an outcome that says why.
+void q5_scan_claim_t::start_guardian (q5_scan_deadline_t total)
+{
+    const std::vector<q5_scan_request_t> release = {q5_scan_release_request ()};
+    q5_scan_check_batch (settings, release);
+    sockaddr_in address;
+    outcome = q5_scan_find (settings, total, &address);
+    if (!outcome.answered ()) {
+        return;
+    }
+    guardian_fd = q5_scan_start_guardian (address, q5_scan_bytes_of (settings, release));
+    if (guardian_fd < 0) {
+        outcome.state = q5_scan_state_t::no_connection;
+        outcome.error = errno;
+        outcome.text = "no guardian can be started for it: " +
+                       std::generic_category ().message (outcome.error);
+    }
+}
+
+void q5_scan_claim_t::dismiss_guardian ()
+{
+    if (guardian_fd >= 0) {
+        q5_scan_dismiss_guardian (guardian_fd);
+        guardian_fd = -1;
+    }
 }
 
 static milliseconds bounded (milliseconds time)
@@ -48,25 +98,38 @@ static milliseconds bounded (milliseconds time)
 
 bool q5_scan_claim_t::release ()
 {
+    settings.claims = false;
     q5_scan_settings_t last = settings;
     last.connect_timeout = bounded (settings.connect_timeout);
     last.reply_timeout = bounded (settings.reply_timeout);
-    last.wait = milliseconds (0);
+    last.total_timeout = milliseconds (0);
     last.cancel_fd = -1;
     for (int32_t i = 0; owed && i < most_tries; i++) {
         int32_t result = 0;
         outcome = exchange_one (last, q5_scan_release_request (), &result);
-        // Dropped: the bus is somebody else's, so it is no longer ours.
+        // Dropped: another client has the bus, so it is no longer ours.
         owed = !outcome.answered () && outcome.state != q5_scan_state_t::dropped;
     }
     held = held && owed;
+    problem.clear ();
+    if (owed) {
+        problem =
+            "the bus may still be held by id " + std::to_string (settings.id) + ": " + outcome.text;
+    } else {
+        dismiss_guardian ();
+    }
     return !owed;
 }
 
 q5_scan_claim_t::~q5_scan_claim_t ()
 {
     try {
-        release ();
+        if (owner == getpid ()) {
+            release ();
+        }
     } catch (...) {
+    }
+    if (guardian_fd >= 0) {
+        close (guardian_fd); // now it is the guardian's turn
     }
 }

@@ -1,50 +1,44 @@
 #include "client/exchange.h"
 
+#include "client/resolve.h"
 #include "client/sentences.h"
-#include "client/wire.h"
 
 #include <algorithm>
 #include <errno.h>
 #include <linux/sockios.h>
-#include <string.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#define MODULE "q5_scan_server.cc"
-
+using requests_t = std::vector<q5_scan_request_t>;
 using step_t = q5_scan_step_t;
 
-void q5_scan_check_record (const q5_scan_command_t *c)
+template <typename value_t> static void append (std::vector<uint8_t> &bytes, const value_t &value)
 {
-    ASSERT (185, c->slot >= 0 && c->slot < Q5_SCAN_NUM_SLOTS);
-    ASSERT (186, !c->txlen || c->txbuf);
-    ASSERT (187, !c->rxlen || c->rxbuf);
+    const uint8_t *p = reinterpret_cast<const uint8_t *> (&value);
+    bytes.insert (bytes.end (), p, p + sizeof (value));
 }
 
-void q5_scan_check_records (int32_t num_commands, const q5_scan_command_t *commands)
+std::vector<uint8_t> q5_scan_bytes_of (const q5_scan_settings_t &settings,
+                                       const requests_t &requests)
 {
-    ASSERT (161, num_commands && commands);
-    ASSERT (201, num_commands > 0 && num_commands <= MAX_REQUESTS);
-    int32_t tx_count = 0;
-    for (const q5_scan_command_t *c = commands; c < commands + num_commands; c++) {
-        q5_scan_check_record (c);
-        ASSERT (206, c->txlen >= 0 && c->txlen <= Q5_SCAN_MAX_TX);
-        ASSERT (207, c->rxlen >= 0 && c->rxlen <= Q5_SCAN_MAX_RX);
-        ASSERT (208, c->txlen + tx_count <= Q5_SCAN_MAX_TX);
-        tx_count += c->txlen;
+    std::vector<uint8_t> bytes;
+    auto word = [] (size_t value) { return be32_t (static_cast<int32_t> (value)); };
+    append (bytes, be32_t (settings.id));
+    append (bytes, word (requests.size () + settings.claims));
+    if (settings.claims) {
+        append (bytes, scan_request_t{0, Q5_SCAN_CLAIM, 0, 0});
     }
+    for (const q5_scan_request_t &r : requests) {
+        append (bytes, scan_request_t{r.slot, r.command, r.rxlen, word (r.tx.size ())});
+    }
+    for (const q5_scan_request_t &r : requests) {
+        bytes.insert (bytes.end (), r.tx.begin (), r.tx.end ());
+    }
+    return bytes;
 }
 
 namespace {
-
-struct batch_t {
-    const q5_scan_settings_t &settings;
-    int32_t num_commands;
-    q5_scan_command_t *commands;
-    const q5_scan_on_record_t &on_record;
-    int32_t num_replies = 0;
-};
 
 // Closed whatever happens.
 struct descriptor_t {
@@ -57,60 +51,77 @@ struct descriptor_t {
     }
 };
 
+struct exchange_t {
+    const q5_scan_settings_t &settings;
+    requests_t &requests;
+    const q5_scan_on_reply_t &on_reply;
+    q5_scan_wire_t wire;
+    size_t num_replies = 0;
+    bool is_sent = false;
+    bool is_refused = false; // the claim before the requests
+
+    step_t run ();
+    q5_scan_outcome_t outcome_of (step_t step) const;
+
+  private:
+    step_t receive_result (int32_t *result);
+    step_t receive_claim ();
+    step_t receive_reply (q5_scan_request_t &request);
+};
+
 } // namespace
 
-template <typename value_t>
-static void append (std::vector<uint8_t> &bytes, const value_t *values, size_t count)
+step_t exchange_t::receive_result (int32_t *result)
 {
-    const uint8_t *p = reinterpret_cast<const uint8_t *> (values);
-    bytes.insert (bytes.end (), p, p + count * sizeof (value_t));
+    be32_t word = 0;
+    step_t step = wire.receive (&word, sizeof (word));
+    *result = word;
+    return step;
 }
 
-// All headers, then all transmit bytes.
-static std::vector<uint8_t> bytes_of (const batch_t &batch)
+step_t exchange_t::receive_claim ()
 {
-    std::vector<uint8_t> bytes;
-    const q5_scan_command_t *end = batch.commands + batch.num_commands;
-    be32_t head[] = {batch.settings.id, batch.num_commands};
-    append (bytes, head, 2);
-    for (const q5_scan_command_t *c = batch.commands; c < end; c++) {
-        scan_request_t header = {c->slot, c->command, c->rxlen, c->txlen};
-        append (bytes, &header, 1);
-    }
-    for (const q5_scan_command_t *c = batch.commands; c < end; c++) {
-        if (c->txlen > 0) {
-            append (bytes, c->txbuf, c->txlen);
-        }
-    }
-    return bytes;
+    int32_t result = 0;
+    step_t step = receive_result (&result);
+    is_refused = step == step_t::done && result <= 0;
+    return is_refused ? step_t::failed : step;
 }
 
-static step_t receive_reply (q5_scan_wire_t &wire, q5_scan_command_t *c)
+// A reply that comes short leaves nothing in its request.
+step_t exchange_t::receive_reply (q5_scan_request_t &request)
 {
-    be32_t result;
-    step_t step = wire.receive (&result, sizeof (result));
-    if (step != step_t::done) {
-        return step;
+    int32_t result = 0;
+    step_t step = receive_result (&result);
+    std::vector<uint8_t> rx (std::clamp (result, 0, request.rxlen));
+    if (step == step_t::done && !rx.empty ()) {
+        step = wire.receive (rx.data (), rx.size ());
     }
-    c->result = result;
-    int32_t size = std::min (c->result, c->rxlen);
-    return size > 0 ? wire.receive (c->rxbuf, size) : step_t::done;
+    if (step == step_t::done) {
+        request.answered = true;
+        request.result = result;
+        request.rx = std::move (rx);
+    }
+    return step;
 }
 
-static step_t receive_replies (q5_scan_wire_t &wire, batch_t &batch)
+step_t exchange_t::run ()
 {
-    while (batch.num_replies < batch.num_commands) {
-        step_t step = receive_reply (wire, &batch.commands[batch.num_replies]);
-        if (step != step_t::done) {
-            return step;
-        }
-        batch.num_replies++;
-        if (batch.on_record) {
-            batch.on_record (batch.num_replies - 1);
-        }
-        wire.deadline = q5_scan_deadline_t (batch.settings.reply_timeout);
+    std::vector<uint8_t> bytes = q5_scan_bytes_of (settings, requests);
+    wire.deadline = q5_scan_deadline_t (settings.reply_timeout);
+    step_t step = wire.send (bytes.data (), bytes.size ());
+    is_sent = step == step_t::done;
+    if (is_sent && settings.claims) {
+        step = receive_claim ();
     }
-    return step_t::done;
+    while (step == step_t::done && num_replies < requests.size ()) {
+        step = receive_reply (requests[num_replies]);
+        if (step == step_t::done && on_reply) {
+            on_reply (requests[num_replies]);
+        }
+        num_replies += step == step_t::done;
+        wire.deadline = q5_scan_deadline_t (settings.reply_timeout);
+    }
+    return step;
 }
 
 static bool is_taken (int32_t fd)
@@ -124,83 +135,87 @@ static bool is_reset (int error)
     return error == ECONNRESET || error == EPIPE;
 }
 
-// What a step other than done means behind the connecting.
-static q5_scan_outcome_t outcome_of (step_t step, const q5_scan_wire_t &wire, const batch_t &batch,
-                                     bool is_sent)
+q5_scan_outcome_t exchange_t::outcome_of (step_t step) const
 {
-    const q5_scan_settings_t &settings = batch.settings;
+    q5_scan_place_t place = {settings, wire.total.has_passed ()};
     int error = step == step_t::failed ? wire.error : 0;
     switch (step) {
     case step_t::done:
-        return {q5_scan_state_t::answered, batch.num_replies, 0, ""};
+        return {q5_scan_state_t::answered, static_cast<int32_t> (num_replies), 0, ""};
     case step_t::cancelled:
-        return q5_scan_cancelled (batch.num_replies);
+        return q5_scan_cancelled (num_replies);
     case step_t::timed_out:
-        return is_sent ? q5_scan_late_reply (settings, batch.num_replies, batch.num_commands,
-                                             is_taken (wire.fd))
-                       : q5_scan_late_sending (settings);
+        return is_sent
+                   ? q5_scan_late_reply (place, num_replies, requests.size (), is_taken (wire.fd))
+                   : q5_scan_late_sending (place);
     default:
+        if (is_refused) {
+            return q5_scan_refused (settings);
+        }
         return !wire.has_begun && (error == 0 || is_reset (error))
                    ? q5_scan_dropped (settings, error)
-                   : q5_scan_broken_off (settings, batch.num_replies, batch.num_commands, error);
+                   : q5_scan_broken_off (settings, num_replies, requests.size (), error);
     }
 }
 
-q5_scan_outcome_t q5_scan_exchange_on (int32_t fd, const q5_scan_settings_t &settings,
-                                       int32_t num_commands, q5_scan_command_t *commands,
-                                       const q5_scan_on_record_t &on_record)
+// Why there is no connection.
+static q5_scan_outcome_t outcome_of_connecting (step_t step, const q5_scan_settings_t &settings,
+                                                const q5_scan_wire_t &wire, bool has_address)
 {
-    batch_t batch = {settings, num_commands, commands, on_record};
-    q5_scan_wire_t wire = {fd, settings.cancel_fd, q5_scan_deadline_t (settings.reply_timeout)};
-    std::vector<uint8_t> bytes = bytes_of (batch);
-    step_t step = wire.send (bytes.data (), bytes.size ());
-    bool is_sent = step == step_t::done;
-    if (is_sent) {
-        step = receive_replies (wire, batch);
-    }
-    return outcome_of (step, wire, batch, is_sent);
-}
-
-static q5_scan_outcome_t outcome_of_connecting (step_t step, int error,
-                                                const q5_scan_settings_t &settings)
-{
+    q5_scan_place_t place = {settings, wire.total.has_passed ()};
     switch (step) {
+    case step_t::done:
+        return {};
     case step_t::cancelled:
         return q5_scan_cancelled (0);
     case step_t::timed_out:
-        return q5_scan_late_connection (settings);
+        return has_address ? q5_scan_late_connection (place) : q5_scan_late_name (place);
     default:
-        return q5_scan_no_connection (settings, error);
+        return q5_scan_no_connection (settings, wire.error);
     }
 }
 
-q5_scan_outcome_t q5_scan_exchange_records (const q5_scan_settings_t &settings,
-                                            int32_t num_commands, q5_scan_command_t *commands,
-                                            const q5_scan_on_record_t &on_record)
+static q5_scan_outcome_t find (const q5_scan_settings_t &settings, q5_scan_wire_t &wire,
+                               sockaddr_in *address)
 {
-    q5_scan_wire_t wire = {-1, settings.cancel_fd, q5_scan_deadline_t (settings.connect_timeout)};
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons (static_cast<uint16_t> (settings.port));
-    bool may_block = settings.connect_timeout.count () <= 0 && settings.cancel_fd < 0;
+    *address = {};
+    address->sin_family = AF_INET;
+    address->sin_port = htons (static_cast<uint16_t> (settings.port));
     int host_error = 0;
-    step_t step =
-        q5_scan_resolve (wire, settings.host.c_str (), may_block, &address.sin_addr, &host_error);
-    if (host_error != 0) {
-        return q5_scan_unknown_host (settings, host_error, wire.error);
-    }
-    if (step != step_t::done) {
-        return step == step_t::timed_out ? q5_scan_late_name (settings)
-                                         : outcome_of_connecting (step, wire.error, settings);
+    step_t step = q5_scan_resolve (wire, settings.host, &address->sin_addr, &host_error);
+    return host_error != 0 ? q5_scan_unknown_host (settings, host_error, wire.error)
+                           : outcome_of_connecting (step, settings, wire, false);
+}
+
+static q5_scan_wire_t wire_for (const q5_scan_settings_t &settings, q5_scan_deadline_t total)
+{
+    return {-1, settings.cancel_fd, total, q5_scan_deadline_t (settings.connect_timeout)};
+}
+
+q5_scan_outcome_t q5_scan_find (const q5_scan_settings_t &settings, q5_scan_deadline_t total,
+                                sockaddr_in *address)
+{
+    q5_scan_wire_t wire = wire_for (settings, total);
+    return find (settings, wire, address);
+}
+
+q5_scan_outcome_t q5_scan_exchange_once (const q5_scan_settings_t &settings,
+                                         q5_scan_deadline_t total, requests_t &requests,
+                                         const q5_scan_on_reply_t &on_reply)
+{
+    exchange_t exchange = {settings, requests, on_reply, wire_for (settings, total)};
+    q5_scan_wire_t &wire = exchange.wire;
+    sockaddr_in address;
+    q5_scan_outcome_t outcome = find (settings, wire, &address);
+    if (!outcome.answered ()) {
+        return outcome;
     }
     descriptor_t connection = {socket (AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)};
     wire.fd = connection.fd;
     if (wire.fd < 0) {
         return q5_scan_no_connection (settings, errno);
     }
-    step = wire.connect (address);
-    if (step != step_t::done) {
-        return outcome_of_connecting (step, wire.error, settings);
-    }
-    return q5_scan_exchange_on (wire.fd, settings, num_commands, commands, on_record);
+    step_t step = wire.connect (address);
+    return step == step_t::done ? exchange.outcome_of (exchange.run ())
+                                : outcome_of_connecting (step, settings, wire, true);
 }

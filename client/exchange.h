@@ -1,29 +1,27 @@
-// One batch of records over one connection. Not part of the public face, which has values instead:
-// client/batch.h.
+// One batch over one connection, without a retry. Not part of the public interface.
 #pragma once
 
 #include "client/batch.h"
-#include "scan/q5_scan_client.h"
+#include "client/wire.h"
 
-#include <functional>
+#include <netinet/in.h>
 #include <stdint.h>
+#include <vector>
 
-// Throw exception_t for slots and buffers that are none; and unless the daemon would accept the
-// whole batch.
-void q5_scan_check_record (const q5_scan_command_t *c);
-void q5_scan_check_records (int32_t num_commands, const q5_scan_command_t *commands);
+// Throws exception_t unless the daemon would accept the batch.
+void q5_scan_check_batch (const q5_scan_settings_t &settings,
+                          const std::vector<q5_scan_request_t> &requests);
 
-// Called with the index of each record as soon as its reply is whole.
-using q5_scan_on_record_t = std::function<void (int32_t)>;
+// The batch as the daemon reads it: all headers, then all transmit bytes.
+std::vector<uint8_t> q5_scan_bytes_of (const q5_scan_settings_t &settings,
+                                       const std::vector<q5_scan_request_t> &requests);
 
-// Sends a checked batch and reads the replies into the records, all but the first num_replies of
-// which keep what they held, apart from one result word and data that came short. Does not try
-// again. Of the port, the low 16 bits count.
-q5_scan_outcome_t q5_scan_exchange_records (const q5_scan_settings_t &settings,
-                                            int32_t num_commands, q5_scan_command_t *commands,
-                                            const q5_scan_on_record_t &on_record = {});
+// Resolves the settings' host into the address to connect to, or returns why not.
+q5_scan_outcome_t q5_scan_find (const q5_scan_settings_t &settings, q5_scan_deadline_t total,
+                                sockaddr_in *address);
 
-// The same on the connection `fd`, which stays open.
-q5_scan_outcome_t q5_scan_exchange_on (int32_t fd, const q5_scan_settings_t &settings,
-                                       int32_t num_commands, q5_scan_command_t *commands,
-                                       const q5_scan_on_record_t &on_record = {});
+// Sends checked requests, and fills in those that are answered.
+q5_scan_outcome_t q5_scan_exchange_once (const q5_scan_settings_t &settings,
+                                         q5_scan_deadline_t total,
+                                         std::vector<q5_scan_request_t> &requests,
+                                         const q5_scan_on_reply_t &on_reply);

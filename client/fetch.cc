@@ -1,39 +1,52 @@
 #include "client/fetch.h"
 
+#include "client/wire.h"
+
 #include <algorithm>
 #include <iterator>
 
 using requests_t = std::vector<q5_scan_request_t>;
 
-requests_t q5_scan_fetch_requests (const q5_scan_fetch_t &fetch)
+requests_t q5_scan_requests_for (const q5_scan_selection_t &selection)
 {
     requests_t requests;
-    for (int32_t command : fetch.commands) {
-        for (int32_t slot : fetch.slots) {
+    for (int32_t command : selection.commands) {
+        for (int32_t slot : selection.slots) {
             requests.push_back ({slot, command});
         }
     }
     return requests;
 }
 
-// Sends the requests, in as many batches as they need, and adds them to `replies` as far as one was
-// sent. Returns whether all were answered.
-static bool exchange (const q5_scan_settings_t &settings, const requests_t &requests,
-                      requests_t &replies, const q5_scan_on_reply_t &on_reply,
-                      q5_scan_outcome_t *outcome)
+namespace {
+
+// The batches of one fetch, all within its total limit.
+struct fetch_t {
+    q5_scan_settings_t settings;
+    const q5_scan_deadline_t total;
+    const q5_scan_on_reply_t &on_reply;
+    requests_t &replies;
+    q5_scan_outcome_t outcome = {};
+
+    // Whether all were answered. Adds the requests to `replies` as far as they were sent.
+    bool exchange (const requests_t &requests);
+};
+
+} // namespace
+
+bool fetch_t::exchange (const requests_t &requests)
 {
-    for (size_t at = 0; at < requests.size (); at += MAX_REQUESTS) {
-        size_t end = std::min<size_t> (at + MAX_REQUESTS, requests.size ());
+    const size_t most = MAX_REQUESTS - settings.claims;
+    for (size_t at = 0; at < requests.size () && outcome.answered (); at += most) {
+        size_t end = std::min (at + most, requests.size ());
         requests_t batch (requests.begin () + at, requests.begin () + end);
-        int32_t before = outcome->num_replies;
-        *outcome = q5_scan_exchange (settings, batch, on_reply);
-        outcome->num_replies += before;
+        settings.total_timeout = total.left ();
+        int32_t before = outcome.num_replies;
+        outcome = q5_scan_exchange (settings, batch, on_reply);
+        outcome.num_replies += before;
         std::move (batch.begin (), batch.end (), std::back_inserter (replies));
-        if (!outcome->answered ()) {
-            return false;
-        }
     }
-    return true;
+    return outcome.answered ();
 }
 
 // The slots of the last `count` replies that are no failure.
@@ -48,23 +61,24 @@ static std::vector<int32_t> answering (const requests_t &replies, size_t count)
     return slots;
 }
 
-q5_scan_outcome_t q5_scan_fetch (const q5_scan_settings_t &settings, const q5_scan_fetch_t &fetch,
-                                 requests_t &replies, const q5_scan_on_reply_t &on_reply)
+q5_scan_outcome_t q5_scan_fetch (const q5_scan_settings_t &settings,
+                                 const q5_scan_selection_t &selection, requests_t &replies,
+                                 const q5_scan_on_reply_t &on_reply)
 {
     replies.clear ();
-    q5_scan_outcome_t outcome;
-    if (!fetch.only_answering) {
-        exchange (settings, q5_scan_fetch_requests (fetch), replies, on_reply, &outcome);
-        return outcome;
+    fetch_t fetch = {settings, q5_scan_deadline_t (settings.total_timeout), on_reply, replies};
+    if (!selection.only_answering) {
+        fetch.exchange (q5_scan_requests_for (selection));
+        return fetch.outcome;
     }
-    q5_scan_fetch_t round = {fetch.slots, {}, false};
-    for (int32_t command : fetch.commands) {
+    q5_scan_selection_t round = {selection.slots, {}, false};
+    for (int32_t command : selection.commands) {
         round.commands = {command};
-        requests_t requests = q5_scan_fetch_requests (round);
-        if (!exchange (settings, requests, replies, on_reply, &outcome)) {
+        requests_t requests = q5_scan_requests_for (round);
+        if (!fetch.exchange (requests)) {
             break;
         }
         round.slots = answering (replies, requests.size ());
     }
-    return outcome;
+    return fetch.outcome;
 }

@@ -6,13 +6,41 @@
 
 using kind_t = q5_scan_kind_t;
 
-q5_scan_types_t q5_scan_usual_types ()
+std::string q5_scan_field_t::name () const
 {
-    return {{'b', {{kind_t::byte_field}}},
-            {'h', {{kind_t::short_field}}},
-            {'i', {{kind_t::int_field}}},
-            {'s', {{kind_t::string_field}}},
-            {'x', {{kind_t::rest_field}}}};
+    return type.name.empty () ? std::string (1, static_cast<char> (letter)) : type.name;
+}
+
+static void append_hex (std::string &text, uint8_t byte)
+{
+    static const char digits[] = "0123456789abcdef";
+    text += {digits[byte >> 4], digits[byte & 15]};
+}
+
+std::string q5_scan_field_t::text () const
+{
+    if (is_number ()) {
+        char digits[32];
+        char *end = type.scale == 1 ? std::to_chars (digits, digits + sizeof (digits), number).ptr
+                                    : std::to_chars (digits, digits + sizeof (digits), value).ptr;
+        return std::string (digits, end);
+    }
+    if (type.kind == kind_t::string_field) {
+        return string ();
+    }
+    std::string text;
+    for (uint8_t byte : bytes) {
+        text += text.empty () ? "" : " ";
+        append_hex (text, byte);
+    }
+    return text;
+}
+
+const q5_scan_field_t *q5_scan_message_t::field (std::string_view name) const
+{
+    auto found = std::find_if (fields.begin (), fields.end (),
+                               [name] (const q5_scan_field_t &f) { return f.name () == name; });
+    return found == fields.end () ? nullptr : &*found;
 }
 
 namespace {
@@ -115,11 +143,12 @@ bool payload_t::take (q5_scan_field_t *field)
 
 static std::string shown (uint8_t letter)
 {
-    static const char digits[] = "0123456789abcdef";
     if (letter >= 0x20 && letter < 0x7F) {
         return std::string (1, static_cast<char> (letter));
     }
-    return std::string ("\\x") + digits[letter >> 4] + digits[letter & 15];
+    std::string text = "\\x";
+    append_hex (text, letter);
+    return text;
 }
 
 // The type of the `count`th field of a letter, from 0; null when it has none.
@@ -163,17 +192,17 @@ q5_scan_message_t q5_scan_decode (const uint8_t *bytes, size_t size, const q5_sc
     }
     const uint8_t *letters = bytes + 1;
     size_t num_letters = bytes[0];
-    size_t behind = size - 1;
+    size_t after = size - 1;
     // A count above 127 is negative to the cards' reader.
-    if (num_letters > 127 || num_letters > behind) {
+    if (num_letters > 127 || num_letters > after) {
         message.problem = "it announces " + std::to_string (num_letters) + " letters, and has " +
-                          std::to_string (behind) + " bytes behind that";
-        message.length = behind;
-        message.left.assign (letters, letters + behind);
+                          std::to_string (after) + " bytes after that";
+        message.length = after;
+        message.left.assign (letters, letters + after);
         return message;
     }
     message.letters.assign (letters, letters + num_letters);
-    message.length = behind - num_letters;
+    message.length = after - num_letters;
     payload_t payload (letters + num_letters, message.length);
     message.problem = take_fields (payload, letters, num_letters, types, &message.fields);
     message.left = payload.rest ();

@@ -1,19 +1,22 @@
-// The system's resolver knows no time-out: a look-up that has one runs in a thread that is left
-// alone when the time is up.
-#include "client/wire.h"
-#include "net/kp_resolve.h"
+// The system's resolver has no timeout, so each look-up runs in a thread that is abandoned when the
+// time is up. All who ask for the same name meanwhile share it: a name server that never answers
+// costs one thread a name.
+#include "client/resolve.h"
 
 #include <arpa/inet.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <future>
+#include <map>
+#include <memory>
+#include <mutex>
 #include <netdb.h>
 #include <poll.h>
 #include <signal.h>
-#include <string>
+#include <string.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -21,6 +24,38 @@ struct found_t {
     in_addr address;
     int host_error; // 0: found
     int error;      // errno, where the resolver itself failed
+};
+
+struct look_up_t {
+    const pid_t pid = getpid (); // a fork does not copy the thread
+    int fds[2] = {-1, -1};       // a pipe; its write end is closed when `found` is there
+    found_t found = {};
+
+    look_up_t ()
+    {
+        if (pipe2 (fds, O_CLOEXEC) < 0) {
+            throw std::system_error (errno, std::generic_category ());
+        }
+    }
+    ~look_up_t ()
+    {
+        close (fds[0]);
+        close_writer ();
+    }
+    void close_writer ()
+    {
+        if (fds[1] >= 0) {
+            close (fds[1]);
+            fds[1] = -1;
+        }
+    }
+};
+using shared_look_up_t = std::shared_ptr<look_up_t>;
+
+// By name; never destroyed, since a thread may outlive main.
+struct pending_t {
+    std::mutex mutex;
+    std::map<std::string, shared_look_up_t> look_ups;
 };
 
 // The program's signal handlers run in its own threads only.
@@ -43,29 +78,63 @@ class signals_blocked_t {
 
 } // namespace
 
+static pending_t &pending ()
+{
+    static pending_t &all = *new pending_t;
+    return all;
+}
+
+constexpr size_t most_entry = 1 << 20; // bytes of all names and addresses of one host
+
 static found_t look_up (const std::string &host)
 {
+    std::vector<char> buffer (1024);
+    hostent entry;
+    hostent *known = nullptr;
+    int reason = HOST_NOT_FOUND;
+    int error;
+    while ((error = gethostbyname_r (host.c_str (), &entry, buffer.data (), buffer.size (), &known,
+                                     &reason)) == ERANGE &&
+           buffer.size () < most_entry) {
+        buffer.resize (2 * buffer.size ());
+    }
     found_t found = {};
-    bool known = kp_resolve (host.c_str (), &found.address);
-    found.host_error = known ? 0 : h_errno;
-    found.error = found.host_error == NETDB_INTERNAL ? errno : 0;
+    if (known) {
+        memcpy (&found.address, known->h_addr_list[0], sizeof (found.address));
+    } else if (inet_aton (host.c_str (), &found.address) == 0) {
+        found.host_error = reason != 0 ? reason : HOST_NOT_FOUND;
+        found.error = reason == NETDB_INTERNAL ? (error != 0 ? error : errno) : 0;
+    }
     return found;
 }
 
-// Looks up in a thread of its own, which at last closes `done_fd`.
-static std::future<found_t> begin_look_up (const std::string &host, int done_fd)
+static void finish (const std::string &host, const shared_look_up_t &look_up, const found_t &found)
 {
-    std::packaged_task<found_t ()> task ([host] () { return look_up (host); });
-    std::future<found_t> future = task.get_future ();
-    signals_blocked_t blocked;
-    std::thread ([done_fd, task = std::move (task)] () mutable {
-        task ();
-        close (done_fd);
-    }).detach ();
-    return future;
+    std::lock_guard<std::mutex> lock (pending ().mutex);
+    auto known = pending ().look_ups.find (host);
+    if (known != pending ().look_ups.end () && known->second == look_up) {
+        pending ().look_ups.erase (known);
+    }
+    look_up->found = found;
+    look_up->close_writer ();
 }
 
-// Waits until the other end of the pipe is closed.
+// Joins the pending look-up of the name, or starts one. Throws std::system_error.
+static shared_look_up_t begin_look_up (const std::string &host)
+{
+    std::lock_guard<std::mutex> lock (pending ().mutex);
+    shared_look_up_t &known = pending ().look_ups[host];
+    if (known && known->pid == getpid ()) {
+        return known;
+    }
+    known.reset ();
+    auto started = std::make_shared<look_up_t> ();
+    signals_blocked_t blocked;
+    std::thread ([host, started] { finish (host, started, look_up (host)); }).detach ();
+    return known = started;
+}
+
+// Waits until the write end of the pipe is closed.
 static q5_scan_step_t wait_for_end (q5_scan_wire_t &wire)
 {
     q5_scan_step_t step;
@@ -76,50 +145,39 @@ static q5_scan_step_t wait_for_end (q5_scan_wire_t &wire)
     return step;
 }
 
-static q5_scan_step_t look_up_aside (q5_scan_wire_t &wire, const char *host, found_t *found)
+static q5_scan_step_t look_up_aside (q5_scan_wire_t &wire, const std::string &host, found_t *found)
 {
-    int ends[2];
-    if (pipe2 (ends, O_CLOEXEC) < 0) {
-        wire.error = errno;
-        return q5_scan_step_t::failed;
-    }
-    q5_scan_step_t step = q5_scan_step_t::failed;
     try {
-        std::future<found_t> future = begin_look_up (host, ends[1]);
+        shared_look_up_t shared = begin_look_up (host);
         q5_scan_wire_t waiting = wire;
-        waiting.fd = ends[0];
-        step = wait_for_end (waiting);
+        waiting.fd = shared->fds[0];
+        q5_scan_step_t step = wait_for_end (waiting);
         wire.error = waiting.error;
         if (step == q5_scan_step_t::done) {
-            *found = future.get ();
+            std::lock_guard<std::mutex> lock (pending ().mutex);
+            *found = shared->found;
         }
-    } catch (std::system_error &e) { // no thread
+        return step;
+    } catch (std::system_error &e) { // no descriptor, or no thread
         wire.error = e.code ().value ();
-        close (ends[1]);
+        return q5_scan_step_t::failed;
     }
-    close (ends[0]);
-    return step;
 }
 
-q5_scan_step_t q5_scan_resolve (q5_scan_wire_t &wire, const char *host, bool may_block,
-                                in_addr *address, int *host_error)
+q5_scan_step_t q5_scan_resolve (q5_scan_wire_t &wire, const std::string &host, in_addr *address,
+                                int *host_error)
 {
     *host_error = 0;
-    if (inet_pton (AF_INET, host, address) == 1) {
+    if (inet_pton (AF_INET, host.c_str (), address) == 1) {
         return q5_scan_step_t::done;
     }
     found_t found = {};
-    q5_scan_step_t step = q5_scan_step_t::done;
-    if (may_block) {
-        found = look_up (host);
-    } else {
-        step = look_up_aside (wire, host, &found);
-    }
-    if (step == q5_scan_step_t::done && found.host_error != 0) {
-        step = q5_scan_step_t::failed;
-        wire.error = found.error;
-    }
+    q5_scan_step_t step = look_up_aside (wire, host, &found);
     *address = found.address;
     *host_error = found.host_error;
+    if (step == q5_scan_step_t::done && found.host_error != 0) {
+        wire.error = found.error;
+        return q5_scan_step_t::failed;
+    }
     return step;
 }

@@ -30,12 +30,6 @@ static const std::map<int32_t, q5_scan_meaning_t> &meanings ()
     return table;
 }
 
-bool q5_scan_slot_exists (int32_t slot)
-{
-    bool has_no_code = slot == 21 || slot == 22 || slot == 25 || slot == 26 || slot == 31;
-    return slot >= 0 && slot < Q5_SCAN_NUM_SLOTS && !has_no_code;
-}
-
 q5_scan_meaning_t q5_scan_describe (int32_t result)
 {
     if (result >= 0) {
@@ -51,6 +45,9 @@ q5_scan_meaning_t q5_scan_describe (int32_t result)
 
 q5_scan_meaning_t q5_scan_describe (const q5_scan_request_t &request)
 {
+    if (!request.answered) {
+        return {"not answered", "no reply to the request came", "the outcome of its batch"};
+    }
     bool is_claim = request.command == Q5_SCAN_CLAIM;
     if (!is_claim && request.command != Q5_SCAN_RELEASE) {
         return q5_scan_describe (request.result);
@@ -60,4 +57,25 @@ q5_scan_meaning_t q5_scan_describe (const q5_scan_request_t &request)
                 "which program holds the bus: it must release it first"};
     }
     return {"ok", is_claim ? "the bus is claimed" : "the bus is free", ""};
+}
+
+bool q5_scan_is_empty (int32_t slot, int32_t result)
+{
+    return result == Q5_SCAN_NO_ANSWER ||
+           (result == Q5_SCAN_NO_SLOT && !q5_scan_slot_exists (slot));
+}
+
+bool q5_scan_is_damaged (int32_t slot, int32_t result)
+{
+    return result < 0 && !q5_scan_is_empty (slot, result);
+}
+
+bool q5_scan_is_empty (const q5_scan_request_t &request)
+{
+    return request.answered && q5_scan_is_empty (request.slot, request.result);
+}
+
+bool q5_scan_is_damaged (const q5_scan_request_t &request)
+{
+    return request.answered && q5_scan_is_damaged (request.slot, request.result);
 }

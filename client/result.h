@@ -1,4 +1,4 @@
-// Results of requests in words.
+// What the results of requests mean.
 #pragma once
 
 #include "client/batch.h"
@@ -12,11 +12,17 @@ struct q5_scan_meaning_t {
     std::string look_at; // where to look for the reason; "" when nothing is wrong
 };
 
-// Whether the bus reaches the slot at all: 21, 22, 25, 26 and 31 have no code on it.
-bool q5_scan_slot_exists (int32_t slot);
-
 // A result of a card's command.
 q5_scan_meaning_t q5_scan_describe (int32_t result);
 
-// The result of an answered request: a claim and a release have results of their own.
+// The result of a request: a claim and a release have results of their own, and one that was never
+// answered is "not answered".
 q5_scan_meaning_t q5_scan_describe (const q5_scan_request_t &request);
+
+// What the result of a card's command says about its slot. Empty: nothing answers, or no such slot
+// exists. Damaged: something is there and does not work, which is every other result below 0.
+bool q5_scan_is_empty (int32_t slot, int32_t result);
+bool q5_scan_is_damaged (int32_t slot, int32_t result);
+// The same of a request that was answered; neither of one that was not.
+bool q5_scan_is_empty (const q5_scan_request_t &request);
+bool q5_scan_is_damaged (const q5_scan_request_t &request);

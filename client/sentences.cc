@@ -5,6 +5,7 @@
 #include <system_error>
 
 using state_t = q5_scan_state_t;
+using std::chrono::milliseconds;
 
 static std::string place_of (const q5_scan_settings_t &settings)
 {
@@ -16,18 +17,19 @@ static std::string reason_of (int error)
     return std::generic_category ().message (error);
 }
 
-static std::string count_of (int32_t num_replies, int32_t num_commands)
-{
-    return std::to_string (num_replies) + " of " + std::to_string (num_commands) + " replies";
-}
-
-// "within 2 s", "within 0.25 s".
-static std::string within (std::chrono::milliseconds time)
+std::string q5_scan_seconds (milliseconds time)
 {
     std::string rest = std::to_string (1000 + time.count () % 1000).substr (1);
     rest.erase (rest.find_last_not_of ('0') + 1);
-    return "within " + std::to_string (time.count () / 1000) + (rest.empty () ? "" : "." + rest) +
-           " s";
+    return std::to_string (time.count () / 1000) + (rest.empty () ? "" : "." + rest) + " s";
+}
+
+// "timed out after 2 s ", and what it was doing.
+static std::string timed_out (const q5_scan_place_t &place, milliseconds limit)
+{
+    return "timed out after " + (place.is_total
+                                     ? q5_scan_seconds (place.settings.total_timeout) + " in all, "
+                                     : q5_scan_seconds (limit) + " ");
 }
 
 q5_scan_outcome_t q5_scan_unknown_host (const q5_scan_settings_t &settings, int host_error,
@@ -38,27 +40,28 @@ q5_scan_outcome_t q5_scan_unknown_host (const q5_scan_settings_t &settings, int 
             "the host '" + settings.host + "' is not known: " + reason};
 }
 
+static const char *const unreachable =
+    ": no host answers there, or the daemon's queue of clients is full";
+
 q5_scan_outcome_t q5_scan_no_connection (const q5_scan_settings_t &settings, int error)
 {
-    std::string hint = error == ETIMEDOUT
-                           ? ": nothing answers there, or the daemon's queue of clients is full"
-                           : "";
     return {state_t::no_connection, 0, error,
-            "no connection to " + place_of (settings) + ": " + reason_of (error) + hint};
+            "no connection to " + place_of (settings) + ": " + reason_of (error) +
+                (error == ETIMEDOUT ? unreachable : "")};
 }
 
-q5_scan_outcome_t q5_scan_late_name (const q5_scan_settings_t &settings)
+q5_scan_outcome_t q5_scan_late_name (const q5_scan_place_t &place)
 {
     return {state_t::timed_out_connecting, 0, 0,
-            "the name '" + settings.host + "' was not resolved " +
-                within (settings.connect_timeout) + ": its name server does not answer"};
+            timed_out (place, place.settings.connect_timeout) + "resolving '" +
+                place.settings.host + "': its name server does not answer"};
 }
 
-q5_scan_outcome_t q5_scan_late_connection (const q5_scan_settings_t &settings)
+q5_scan_outcome_t q5_scan_late_connection (const q5_scan_place_t &place)
 {
     return {state_t::timed_out_connecting, 0, 0,
-            "no connection to " + place_of (settings) + " " + within (settings.connect_timeout) +
-                ": nothing answers there, or the daemon's queue of clients is full"};
+            timed_out (place, place.settings.connect_timeout) + "connecting to " +
+                place_of (place.settings) + unreachable};
 }
 
 // A daemon that closes before it has read the whole batch resets the connection.
@@ -67,47 +70,56 @@ q5_scan_outcome_t q5_scan_dropped (const q5_scan_settings_t &settings, int error
     std::string how = error != 0 ? " (" + reason_of (error) + ")" : "";
     return {state_t::dropped, 0, error,
             "the daemon at " + place_of (settings) + " dropped the batch unanswered" + how +
-                ": as a rule another id holds the bus (this batch went out as id " +
+                ": another id probably holds the bus (this batch was sent as id " +
                 std::to_string (settings.id) +
-                "); a daemon that ended, or whose queue of clients overflowed, looks the same"};
+                "); a daemon that died, or whose queue of clients overflowed, looks the same"};
 }
 
-q5_scan_outcome_t q5_scan_broken_off (const q5_scan_settings_t &settings, int32_t num_replies,
-                                      int32_t num_commands, int error)
+q5_scan_outcome_t q5_scan_refused (const q5_scan_settings_t &settings)
 {
-    std::string count = count_of (num_replies, num_commands);
-    return {state_t::broken_off, num_replies, error,
+    return {state_t::broken_off, 0, 0,
+            "the daemon at " + place_of (settings) + " refused the claim by id " +
+                std::to_string (settings.id) + " that began the batch"};
+}
+
+q5_scan_outcome_t q5_scan_broken_off (const q5_scan_settings_t &settings, size_t num_replies,
+                                      size_t num_requests, int error)
+{
+    std::string count =
+        std::to_string (num_replies) + " of " + std::to_string (num_requests) + " replies";
+    return {state_t::broken_off, static_cast<int32_t> (num_replies), error,
             error == 0
                 ? "the daemon at " + place_of (settings) + " closed the connection after " + count
                 : "the connection to " + place_of (settings) + " failed after " + count + ": " +
                       reason_of (error)};
 }
 
-q5_scan_outcome_t q5_scan_late_sending (const q5_scan_settings_t &settings)
+q5_scan_outcome_t q5_scan_late_sending (const q5_scan_place_t &place)
 {
     return {state_t::timed_out_sending, 0, 0,
-            "the batch was not sent to " + place_of (settings) + " " +
-                within (settings.reply_timeout) + ": the host does not take it"};
+            timed_out (place, place.settings.reply_timeout) + "sending the batch to " +
+                place_of (place.settings) + ": its host does not accept it"};
 }
 
-q5_scan_outcome_t q5_scan_late_reply (const q5_scan_settings_t &settings, int32_t num_replies,
-                                      int32_t num_commands, bool is_taken)
+q5_scan_outcome_t q5_scan_late_reply (const q5_scan_place_t &place, size_t num_replies,
+                                      size_t num_requests, bool is_taken)
 {
-    std::string text = "the daemon at " + place_of (settings) + " gave " +
-                       count_of (num_replies, num_commands) + ", and not the next " +
-                       within (settings.reply_timeout);
+    std::string text = timed_out (place, place.settings.reply_timeout) + "waiting for reply " +
+                       std::to_string (num_replies + 1) + " of " + std::to_string (num_requests) +
+                       " from " + place_of (place.settings);
     if (!is_taken) {
-        text += ": its host has not taken the batch, is out of reach, or the daemon's queue of "
+        text += ": its host has not accepted the batch, is out of reach, or the daemon's queue of "
                 "clients is full";
     } else if (num_replies == 0) {
-        text += ": it is busy with the batch of another client, or hangs";
+        text += ": the daemon is busy with another client, or hung";
     } else {
-        text += ": it hangs, or the connection is lost";
+        text += ": the daemon is hung, or the connection is lost";
     }
-    return {state_t::timed_out_waiting, num_replies, 0, text};
+    return {state_t::timed_out_waiting, static_cast<int32_t> (num_replies), 0, text};
 }
 
-q5_scan_outcome_t q5_scan_cancelled (int32_t num_replies)
+q5_scan_outcome_t q5_scan_cancelled (size_t num_replies)
 {
-    return {state_t::cancelled, num_replies, 0, "the exchange was cancelled"};
+    return {state_t::cancelled, static_cast<int32_t> (num_replies), 0,
+            "the exchange was cancelled"};
 }

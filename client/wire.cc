@@ -9,25 +9,35 @@
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-// Some 30 years: no sum overflows.
+// About 30 years: no sum overflows.
 constexpr milliseconds longest (1'000'000'000'000);
 
 q5_scan_deadline_t::q5_scan_deadline_t (milliseconds limit)
-    : is_set (limit.count () > 0), moment (steady_clock::now () + std::min (limit, longest))
+    : moment (limit.count () > 0 ? steady_clock::now () + std::min (limit, longest)
+                                 : steady_clock::time_point::max ())
 {}
 
 bool q5_scan_deadline_t::has_passed () const
 {
-    return is_set && steady_clock::now () >= moment;
+    return steady_clock::now () >= moment;
+}
+
+milliseconds q5_scan_deadline_t::left () const
+{
+    if (moment == steady_clock::time_point::max ()) {
+        return milliseconds (0);
+    }
+    return std::max (std::chrono::ceil<milliseconds> (moment - steady_clock::now ()),
+                     milliseconds (1));
 }
 
 int q5_scan_deadline_t::poll_timeout () const
 {
-    if (!is_set) {
-        return -1;
+    if (has_passed ()) {
+        return 0;
     }
-    milliseconds left = std::chrono::ceil<milliseconds> (moment - steady_clock::now ());
-    return static_cast<int> (std::clamp<int64_t> (left.count (), 0, INT_MAX));
+    int64_t time = left ().count ();
+    return time == 0 ? -1 : static_cast<int> (std::min<int64_t> (time, INT_MAX));
 }
 
 q5_scan_step_t q5_scan_wire_t::fail ()
@@ -38,17 +48,18 @@ q5_scan_step_t q5_scan_wire_t::fail ()
 
 q5_scan_step_t q5_scan_wire_t::wait (short events)
 {
-    if (deadline.has_passed ()) {
+    const q5_scan_deadline_t &first = std::min (deadline, total);
+    if (first.has_passed ()) {
         return q5_scan_step_t::timed_out;
     }
     pollfd fds[] = {{fd, events, 0}, {cancel_fd, POLLIN, 0}};
-    if (poll (fds, 2, deadline.poll_timeout ()) < 0 && errno != EINTR) {
+    if (poll (fds, 2, first.poll_timeout ()) < 0 && errno != EINTR) {
         return fail ();
     }
     return fds[1].revents != 0 ? q5_scan_step_t::cancelled : q5_scan_step_t::done;
 }
 
-// For a call that was interrupted or would have blocked; then it is to be tried again.
+// After a call that was interrupted or would have blocked; done: call again.
 q5_scan_step_t q5_scan_wire_t::wait_after_error (short events)
 {
     bool may_go_on = errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
@@ -57,8 +68,7 @@ q5_scan_step_t q5_scan_wire_t::wait_after_error (short events)
 
 q5_scan_step_t q5_scan_wire_t::connect (const sockaddr_in &address)
 {
-    // A connection under way is asked about by connecting again: that gives the reason of a
-    // failure.
+    // Connecting again asks about a connection under way: that gives the reason of a failure.
     while (::connect (fd, reinterpret_cast<const sockaddr *> (&address), sizeof (address)) < 0 &&
            errno != EISCONN) {
         bool under_way = errno == EINPROGRESS || errno == EALREADY || errno == EINTR;
@@ -85,7 +95,7 @@ q5_scan_step_t q5_scan_wire_t::send (const void *bytes, size_t size)
     return q5_scan_step_t::done;
 }
 
-// What is here already is taken without waiting, even when the time is up.
+// What has arrived is taken without waiting, even when the time is up.
 q5_scan_step_t q5_scan_wire_t::receive (void *bytes, size_t size)
 {
     char *next = static_cast<char *> (bytes);

@@ -1,4 +1,4 @@
-#include "net/exception.h"
+#include "net/assertion.h"
 
 #include <errno.h>
 #include <stdarg.h>

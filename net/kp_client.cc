@@ -1,10 +1,12 @@
 // Apart from the server so that a daemon carries no resolver.
-#include "net/exception.h"
-#include "net/kp_resolve.h"
+#include "net/assertion.h"
 #include "net/kp_server.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <errno.h>
+#include <mutex>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <string.h>
 #include <sys/socket.h>
@@ -20,6 +22,25 @@ kp_client_t::kp_client_t (const char *host, int32_t port) : port (port)
     memcpy (this->host, host, length);
 }
 
+// The call of the C library that a program may have replaced; its answer is shared by all threads.
+static bool resolve (const char *host, in_addr *address)
+{
+    static std::mutex mutex;
+    std::lock_guard<std::mutex> lock (mutex);
+    h_errno = 0;
+    if (const hostent *found = gethostbyname (host)) {
+        memcpy (address, found->h_addr_list[0],
+                std::min<size_t> (found->h_length, sizeof (*address)));
+        return true;
+    }
+    address->s_addr = inet_addr (host);
+    if (address->s_addr == INADDR_NONE) {
+        return false;
+    }
+    h_errno = 0;
+    return true;
+}
+
 int32_t kp_client_t::connect_to (const char *host, int32_t port)
 {
     ASSERT (76, host && port);
@@ -27,7 +48,7 @@ int32_t kp_client_t::connect_to (const char *host, int32_t port)
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_port = htons (static_cast<uint16_t> (port));
-    if (!kp_resolve (host, &address.sin_addr)) {
+    if (!resolve (host, &address.sin_addr)) {
         return -1;
     }
     int32_t fd = socket (AF_INET, SOCK_STREAM, 0);

@@ -1,6 +1,6 @@
 #include "net/kp_literate.h"
 
-#include "net/exception.h"
+#include "net/assertion.h"
 
 #include <stdarg.h>
 #include <stdio.h>

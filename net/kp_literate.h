@@ -1,4 +1,7 @@
 // All-or-nothing transfers, text lines and formatted text on a descriptor.
+//
+// The prefix kp_ marks the classes of this connection framework, in net/, which know nothing of the
+// scan service; q5_scan_ marks those of the service.
 #pragma once
 
 #include <stdint.h>

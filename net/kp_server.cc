@@ -1,6 +1,6 @@
 #include "net/kp_server.h"
 
-#include "net/exception.h"
+#include "net/assertion.h"
 
 #include <netinet/in.h>
 #include <sys/socket.h>

@@ -19,19 +19,19 @@ class kp_server_t : public kp_literate_t {
     void serve (int32_t port, int32_t backlog);
 };
 
-#define KP_HOST_SIZE 300
+constexpr int32_t kp_host_size = 300;
 
 class kp_client_t : public kp_literate_t {
   public:
-    char host[KP_HOST_SIZE]; // name or dotted IPv4 address; without a NUL when it fills the field
+    char host[kp_host_size]; // name or dotted IPv4 address; without a NUL when it fills the field
     int32_t port;
 
     // Keeps the first 300 characters of `host`; hosts are expected to be shorter. Tests nothing.
     kp_client_t (const char *host, int32_t port);
 
     // Connects to an IPv4 host, at the first address that its name resolves to. Returns the
-    // descriptor, which the caller closes, or -1. Then h_errno tells why the host is not known; or
-    // is 0, and errno tells why there is no socket or no connection. Throws exception_t for a null
+    // descriptor, which the caller closes, or -1. Then h_errno says why the host is not known; or
+    // is 0, and errno says why there is no socket or no connection. Throws exception_t for a null
     // host or port 0 (of another, the low 16 bits count). The object's own fields are not used, and
     // threads may connect at once: h_errno and errno are the calling thread's own.
     int32_t connect_to (const char *host, int32_t port);

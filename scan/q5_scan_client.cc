@@ -1,7 +1,6 @@
 #include "scan/q5_scan_client.h"
 
-#include "client/exchange.h"
-#include "net/exception.h"
+#include "net/assertion.h"
 
 #include <algorithm>
 #include <string.h>
@@ -27,13 +26,15 @@ bool q5_scan_client_t::write_request (int32_t fd, const q5_scan_command_t &c)
     return write_fully (fd, &m, sizeof (m));
 }
 
-// Each request's own transmit bytes stand right behind its header.
+// The transmit bytes of each request follow its own header.
 bool q5_scan_client_t::write_interleaved (int32_t fd, int32_t num_commands,
                                           const q5_scan_command_t *commands)
 {
     for (int32_t i = 0; i < num_commands; i++) {
         const q5_scan_command_t *c = &commands[i];
-        q5_scan_check_record (c);
+        ASSERT (185, c->slot >= 0 && c->slot < Q5_SCAN_NUM_SLOTS);
+        ASSERT (186, !c->txlen || c->txbuf);
+        ASSERT (187, !c->rxlen || c->rxbuf);
         if (!write_request (fd, *c) || (c->txlen && !write_fully (fd, c->txbuf, c->txlen))) {
             return false;
         }
@@ -52,14 +53,13 @@ bool q5_scan_client_t::read_reply (int32_t fd, q5_scan_command_t &c)
     return size <= 0 || read_fully (fd, c.rxbuf, size);
 }
 
-int32_t q5_scan_client_t::read_replies (int32_t fd, int32_t num_commands,
-                                        q5_scan_command_t *commands)
+bool q5_scan_client_t::read_replies (int32_t fd, int32_t num_commands, q5_scan_command_t *commands)
 {
-    int32_t count = 0;
-    while (count < num_commands && read_reply (fd, commands[count])) {
-        count++;
+    int32_t i = 0;
+    while (i < num_commands && read_reply (fd, commands[i])) {
+        i++;
     }
-    return count;
+    return i >= num_commands;
 }
 
 int32_t q5_scan_client_t::execute (int32_t num_commands, q5_scan_command_t *commands)
@@ -74,40 +74,9 @@ int32_t q5_scan_client_t::execute (int32_t num_commands, q5_scan_command_t *comm
     // no request, and succeeds.
     bool done = write_word (fd, client_id) && write_word (fd, num_commands) &&
                 write_interleaved (fd, num_commands, commands) &&
-                read_replies (fd, num_commands, commands) >= num_commands;
+                read_replies (fd, num_commands, commands);
     close (fd);
     return done;
-}
-
-void q5_scan_client_t::check_batch (int32_t num_commands, const q5_scan_command_t *commands) const
-{
-    q5_scan_check_records (num_commands, commands);
-}
-
-static q5_scan_settings_t settings_of (const q5_scan_client_t &client)
-{
-    q5_scan_settings_t settings;
-    settings.host.assign (client.host, strnlen (client.host, sizeof (client.host)));
-    settings.port = client.port;
-    settings.id = client.client_id;
-    return settings;
-}
-
-int32_t q5_scan_client_t::exchange_batch (int32_t fd, int32_t num_commands,
-                                          q5_scan_command_t *commands)
-{
-    q5_scan_outcome_t outcome =
-        q5_scan_exchange_on (fd, settings_of (*this), num_commands, commands);
-    return outcome.state == q5_scan_state_t::dropped ? -1 : outcome.num_replies;
-}
-
-int32_t q5_scan_client_t::execute_batch (int32_t num_commands, q5_scan_command_t *commands)
-{
-    check_batch (num_commands, commands);
-    if (port == 0) {
-        throw_assertion ("kp_server.cc", 76, "host && port"); // as connect_to does
-    }
-    return q5_scan_exchange_records (settings_of (*this), num_commands, commands).answered ();
 }
 
 int32_t q5_scan_client_t::change_owner (int32_t command)

@@ -21,8 +21,8 @@ struct q5_scan_command_t {
 // One client of one daemon. Keeps no connection: each operation is one connection and one batch.
 // Every operation throws exception_t on a broken precondition and returns 0 when the network fails.
 // A program that uses execute, or what is built on it, ignores or handles SIGPIPE: the daemon may
-// close while a batch is sent. Objects are independent: each thread uses one of its own. Time-outs,
-// reasons and results as values: client/batch.h.
+// close while a batch is sent. Objects are independent: each thread uses one of its own. New
+// programs use client/batch.h, which has timeouts, reasons, and results as values.
 class q5_scan_client_t : public kp_client_t {
   public:
     int32_t client_id; // sent first in every batch; 2 unless the program writes it
@@ -30,27 +30,11 @@ class q5_scan_client_t : public kp_client_t {
     q5_scan_client_t (const char *host, int32_t port);
 
     // Sends the batch and reads every reply into the records. Returns 1 when every byte was written
-    // and read, else 0. Each header goes out with its own transmit bytes behind it, which the
-    // daemon reads as intended only when no request but the last has any: see execute_batch. A
+    // and read, else 0. Each header is followed by its own transmit bytes, which the daemon reads
+    // as intended only when no request but the last has any: send others with q5_scan_exchange. A
     // record is checked just before it is written, so a bad one throws after those before it have
-    // gone out, and leaves the connection open.
+    // been sent, and leaves the connection open.
     int32_t execute (int32_t num_commands, q5_scan_command_t *commands);
-
-    // The same records, checks and results, sent with one write in the order in which the daemon
-    // reads: all headers, then all transmit bytes. The whole batch is checked before the connection
-    // is opened, see check_batch, no descriptor is ever left open, and no signal interrupts it.
-    int32_t execute_batch (int32_t num_commands, q5_scan_command_t *commands);
-
-    // The two halves of execute_batch, for a program that opens the connection itself and wants to
-    // tell a daemon out of reach from one that dropped the batch.
-    // Throws exception_t unless the daemon would accept the batch: 1 to MAX_REQUESTS commands,
-    // slots, lengths and the sum of the transmit lengths within the limits, no buffer missing.
-    void check_batch (int32_t num_commands, const q5_scan_command_t *commands) const;
-    // Sends a checked batch on the connection `fd`, which stays open, and reads the replies.
-    // Returns the number of records whose reply came whole, -1 when the connection was closed
-    // before the first byte of a reply: the daemon dropped the batch. The records after the whole
-    // ones keep what they held, but for the result word of one whose data came short.
-    int32_t exchange_batch (int32_t fd, int32_t num_commands, q5_scan_command_t *commands);
 
     // Take and give back the bus for this client's id. Return 1 when the daemon granted it; 0 when
     // it refused or could not be reached.
@@ -58,7 +42,7 @@ class q5_scan_client_t : public kp_client_t {
     int32_t release ();
 
     // Sends `first`, `second` and `size` bytes at `p` (at most 27) to `slot`. Returns what execute
-    // returns, whatever the card made of it.
+    // returns, whatever the card answers.
     int32_t send_short (int32_t slot, uint8_t first, uint8_t second, const void *p, int32_t size);
 
     // The build identity of a firmware image; these use no state and no network. In the image it is
@@ -72,22 +56,22 @@ class q5_scan_client_t : public kp_client_t {
     // Copies the identity text of the image, `length` bytes (more than 0) at `image`, to `version`,
     // and returns 1; `version` is left alone when the image has none. The NULs between the four
     // strings become newlines in the image itself. The caller provides one spare byte at
-    // image[length], which may be overwritten, a NUL behind it, and room in `version` for
+    // image[length], which may be overwritten, a NUL after it, and room in `version` for
     // everything from the text's start to that NUL.
     int32_t find_version (char *image, int32_t length, char *version) const;
 
-    // Copies the type ("ABC") out of an identity text: all behind the first "Type: " to the end of
+    // Copies the type ("ABC") out of an identity text: all after the first "Type: " to the end of
     // the line, blanks included. Returns `type`, for which the caller provides as much room as the
     // text takes, its NUL included. Throws exception_t when the text has no "Type: ".
     char *version_type (const char *version, char *type) const;
 
-    // Copies the build date ("Jan 12 2004 10:22:33") out of an identity text: the two lines behind
+    // Copies the build date ("Jan 12 2004 10:22:33") out of an identity text: the two lines after
     // the first "Compiled on:" line, with a blank between them; one alone as it stands. Returns
     // `date`, with room as above. Throws exception_t when the text has no "Compiled on:" line.
     char *version_date (const char *version, char *date) const;
 
     // Splits a build date at blanks, colons and newlines, and returns 1. An unknown month is 0;
-    // numbers end at the first character that is no digit and stop at 2147483647; no range is
+    // numbers end at the first character that is not a digit and stop at 2147483647; no range is
     // checked. Throws exception_t when one of the six is missing, and when day or year is 0; the
     // numbers before that one have then been written.
     int32_t parse_date (const char *date, int32_t *month, int32_t *day, int32_t *year,
@@ -106,6 +90,6 @@ class q5_scan_client_t : public kp_client_t {
     bool write_request (int32_t fd, const q5_scan_command_t &c);
     bool write_interleaved (int32_t fd, int32_t num_commands, const q5_scan_command_t *commands);
     bool read_reply (int32_t fd, q5_scan_command_t &c);
-    int32_t read_replies (int32_t fd, int32_t num_commands, q5_scan_command_t *commands);
+    bool read_replies (int32_t fd, int32_t num_commands, q5_scan_command_t *commands);
     int32_t change_owner (int32_t command);
 };

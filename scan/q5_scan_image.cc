@@ -1,5 +1,5 @@
 // The build identity of a firmware image.
-#include "net/exception.h"
+#include "net/assertion.h"
 #include "scan/q5_scan_client.h"
 
 #include <algorithm>
@@ -31,7 +31,7 @@ TESTS_ITS_OBJECT int32_t q5_scan_client_t::find_version (char *image, int32_t le
     char *end = image + length;
     char *p = image + start;
     for (int line = 0; line < 3; line++) {
-        // At the end of the image this deliberately writes the spare byte behind it.
+        // At the end of the image this deliberately writes the spare byte after it.
         p = std::find (p, end, '\0');
         *p = '\n';
     }

@@ -2,7 +2,7 @@
 //
 //   batch   = id num_requests request*num_requests transmit-bytes
 //   request = slot command rxlen txlen                 (scan_request_t)
-//   reply   = (result data)*                           one for each request, as it ends
+//   reply   = (result data)*                           one for each request, as it finishes
 //
 // Every integer is a signed 32-bit big-endian word. The transmit bytes of all requests follow the
 // last header, in header order, with nothing between them. `data` is min (result, rxlen) bytes when
@@ -36,6 +36,13 @@ constexpr int32_t Q5_SCAN_NO_SLOT = -2;     // no such slot, or its receive line
 constexpr int32_t Q5_SCAN_NO_ANSWER = -3;   // sent, but no answer was complete in time
 constexpr int32_t Q5_SCAN_BAD_ADDRESS = -4; // the answer came to the second address
 constexpr int32_t Q5_SCAN_NOT_SENT = -10;   // the request was not sent in time
+
+// Whether the bus reaches the slot: 21, 22, 25, 26 and 31 have no code on it.
+constexpr bool q5_scan_slot_exists (int32_t slot)
+{
+    bool has_no_code = slot == 21 || slot == 22 || slot == 25 || slot == 26 || slot == 31;
+    return slot >= 0 && slot < Q5_SCAN_NUM_SLOTS && !has_no_code;
+}
 
 struct scan_request_t {
     be32_t slot;    // 0 to 31

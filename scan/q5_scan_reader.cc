@@ -1,6 +1,6 @@
 #include "scan/q5_scan_reader.h"
 
-#include "net/exception.h"
+#include "net/assertion.h"
 
 #include <algorithm>
 #include <limits>

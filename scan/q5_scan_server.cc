@@ -1,6 +1,6 @@
 #include "scan/q5_scan_server.h"
 
-#include "net/exception.h"
+#include "net/assertion.h"
 #include "scanp/scan_port.h"
 
 #include <algorithm>

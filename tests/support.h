@@ -1,7 +1,7 @@
 // What several tests share: messages of exceptions, null objects, connected sockets, descriptors.
 #pragma once
 
-#include "net/exception.h"
+#include "net/assertion.h"
 
 #include <algorithm>
 #include <fcntl.h>

@@ -1,6 +1,5 @@
 #include "tools/session.h"
 
-#include "net/kp_server.h"
 #include "tools/show/results.h"
 
 #include <stdio.h>
@@ -12,7 +11,7 @@ origin_t origin_of (const std::string &command, const globals_t &globals)
 
 void check_host (const std::string &host)
 {
-    if (host.empty () || host.size () >= KP_HOST_SIZE) {
+    if (host.empty () || host.size () > 299) {
         usage_failure ("the host has " + std::to_string (host.size ()) + " characters",
                        "Give --host a name or a dotted IPv4 address of at most 299 characters.");
     }

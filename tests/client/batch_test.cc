@@ -245,19 +245,23 @@ TEST (batch, says_why_there_is_no_connection)
         all += settings.host + ":\n" + text ();
     }
     EXPECT_EQ (lowest_free (), before) << "no end of a pipe stays open";
-    kp_client_t client ("", port);
-    EXPECT_EQ (client.connect_to ("127.2", port), -1);
-    EXPECT_EQ (h_errno, 0) << "an address, though the resolver did not take it for one";
     expect_file ("client/no_connection.txt", all);
-    settings.port = 65536;
-    EXPECT_ASSERTION (q5_scan_exchange (settings, requests),
-                      "q5_scan_batch.cc:100 (settings.port > 0 && settings.port <= 65535)");
-    requests[1].rxlen = -1;
-    settings.port = port;
-    EXPECT_ASSERTION (q5_scan_exchange (settings, requests),
-                      "q5_scan_server.cc:207 (c->rxlen >= 0 && c->rxlen <= Q5_SCAN_MAX_RX)");
-    EXPECT_ASSERTION (q5_scan_short_request (3, 1, 2, bytes_t (28)),
-                      "q5_scan_batch.cc:40 (bytes.size () <= Q5_SCAN_MAX_SHORT)");
+}
+
+TEST (batch, is_refused_beyond_a_limit)
+{
+    expect_cases ("client/limits.txt", [] (const std::string &line) {
+        std::istringstream words (line);
+        q5_scan_settings_t settings = settings_for (1);
+        words >> settings.port >> settings.claims;
+        std::vector<q5_scan_request_t> requests;
+        for (int count, slot, txlen, rxlen; words >> count >> slot >> txlen >> rxlen;) {
+            requests.resize (requests.size () + count, {slot, 51, bytes_t (txlen), rxlen});
+        }
+        return message_of ([&] { q5_scan_exchange (settings, requests); });
+    });
+    EXPECT_EQ (message_of ([] { q5_scan_short_request (3, 1, 2, bytes_t (28)); }),
+               "the size of the short message is 28, not 0 to 27");
 }
 
 TEST (batch, waits_while_it_is_dropped_until_it_is_cancelled)
@@ -339,7 +343,7 @@ TEST (fetch, asks_the_second_command_of_slots_that_answered_the_first)
                            {words ({-3}) + one},
                            {100 * words ({0})},
                            {28 * words ({0})}});
-    q5_scan_fetch_t fetch = {{4, 7}};
+    q5_scan_selection_t fetch = {{4, 7}};
     std::vector<q5_scan_request_t> replies;
     std::string seen;
     auto fetched = [&] {

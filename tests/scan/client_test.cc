@@ -23,17 +23,10 @@ static int32_t call (q5_scan_client_t &client, const std::string &operation, int
 {
     static const bytes_t bytes = {1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 13, 14,
                                   15, 16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28};
-    if (operation == "exchange_batch") {
-        int fd = client.connect_to (client.host, client.port);
-        n = client.exchange_batch (fd, n, commands);
-        EXPECT_EQ (close (fd), 0) << "the connection stays the caller's";
-        return n;
-    }
-    return operation == "execute"         ? client.execute (n, commands)
-           : operation == "execute_batch" ? client.execute_batch (n, commands)
-           : operation == "claim"         ? client.claim ()
-           : operation == "release"       ? client.release ()
-                                          : client.send_short (9, 0xfe, 2, bytes.data (), n);
+    return operation == "execute"   ? client.execute (n, commands)
+           : operation == "claim"   ? client.claim ()
+           : operation == "release" ? client.release ()
+                                    : client.send_short (9, 0xfe, 2, bytes.data (), n);
 }
 
 TEST (client, does_what_the_file_says)
@@ -68,29 +61,13 @@ TEST (client, says_no_to_what_is_none)
     const std::string a = "q5_scan_server.cc:";
     q5_scan_client_t client ("127.0.0.1", 1);
     q5_scan_command_t c = {};
-    for (auto execute : {&q5_scan_client_t::execute, &q5_scan_client_t::execute_batch}) {
-        EXPECT_ASSERTION ((client.*execute) (1, nullptr), a + "161 (num_commands && commands)");
-        EXPECT_EQ ((client.*execute) (1, &c), 0) << "nobody listens";
-        q5_scan_client_t nowhere ("127.0.0.1", 0);
-        EXPECT_ASSERTION ((nowhere.*execute) (1, &c), "kp_server.cc:76 (host && port)");
-    }
+    EXPECT_ASSERTION (client.execute (1, nullptr), a + "161 (num_commands && commands)");
+    EXPECT_EQ (client.execute (1, &c), 0) << "nobody listens";
+    q5_scan_client_t nowhere ("127.0.0.1", 0);
+    EXPECT_ASSERTION (nowhere.execute (1, &c), "kp_server.cc:76 (host && port)");
     const std::string where = a + "234 (this && p && size < 28)";
     EXPECT_ASSERTION (client.send_short (9, 1, 2, nullptr, 0), where);
     EXPECT_ASSERTION (null_object<q5_scan_client_t> ()->send_short (0, 1, 2, "", 0), where);
-}
-
-TEST (client, a_batch_is_checked_against_every_limit)
-{
-    q5_scan_client_t client ("127.0.0.1", 1);
-    static uint8_t bytes[Q5_SCAN_MAX_RX + 1];
-    expect_cases ("scan/limits.txt", [&] (const std::string &line) {
-        std::istringstream words (line);
-        std::vector<q5_scan_command_t> commands;
-        for (int count, txlen, rxlen; words >> count >> txlen >> rxlen;) {
-            commands.resize (commands.size () + count, {51, 0, txlen, rxlen, bytes, bytes, 0});
-        }
-        return message_of ([&] { client.check_batch (commands.size (), commands.data ()); });
-    });
 }
 
 // Connects to its own address again and again; returns how often it got another one.

@@ -12,19 +12,13 @@ constexpr size_t most_raw_bytes = 16;
 
 bool slot_report_t::is_empty () const
 {
-    return typed_result == Q5_SCAN_NO_ANSWER ||
-           (typed_result == Q5_SCAN_NO_SLOT && !q5_scan_slot_exists (slot));
-}
-
-static bool is_damage (std::optional<int32_t> result)
-{
-    return result && *result < 0 && *result != Q5_SCAN_NO_ANSWER;
+    return typed_result && q5_scan_is_empty (slot, *typed_result);
 }
 
 bool slot_report_t::is_damaged () const
 {
-    bool is_failed = is_damage (typed_result) || is_damage (raw_result);
-    return (is_failed && !is_empty ()) || !message.adds_up ();
+    return (typed_result && q5_scan_is_damaged (slot, *typed_result)) ||
+           (raw_result && q5_scan_is_damaged (slot, *raw_result)) || !message.adds_up ();
 }
 
 fetched_t fetch_slots (const q5_scan_settings_t &settings, const std::vector<int32_t> &slots,
@@ -36,9 +30,9 @@ fetched_t fetch_slots (const q5_scan_settings_t &settings, const std::vector<int
         places[slot] = fetched.slots.size ();
         fetched.slots.push_back ({slot, {}, {}});
     }
-    q5_scan_fetch_t fetch;
-    fetch.slots = slots;
-    fetch.only_answering = true;
+    q5_scan_selection_t selection;
+    selection.slots = slots;
+    selection.only_answering = true;
     auto take = [&] (const q5_scan_request_t &reply) {
         slot_report_t &slot = fetched.slots[places[reply.slot]];
         if (reply.command == Q5_SCAN_GET_TYPED) {
@@ -53,7 +47,7 @@ fetched_t fetch_slots (const q5_scan_settings_t &settings, const std::vector<int
         }
     };
     std::vector<q5_scan_request_t> replies;
-    q5_scan_outcome_t outcome = q5_scan_fetch (settings, fetch, replies, take);
+    q5_scan_outcome_t outcome = q5_scan_fetch (settings, selection, replies, take);
     if (!outcome.answered ()) {
         fetched.failure = failure_of (outcome);
     }

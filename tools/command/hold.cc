@@ -109,8 +109,7 @@ report_t hold (const globals_t &globals, const std::vector<std::string> &command
     report.status = run (claim.settings, command);
     if (!claim.release ()) {
         report.failure = failure_of (claim.outcome);
-        report.failure->what = "the bus may still be held by id " +
-                               std::to_string (claim.settings.id) + ": " + claim.outcome.text;
+        report.failure->what = claim.problem;
         report.failure->advice =
             "Release it with: q5_scan --id " + std::to_string (claim.settings.id) + " release";
     }

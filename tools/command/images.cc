@@ -7,16 +7,17 @@
 #include <stdio.h>
 #include <string_view>
 
-constexpr size_t bytes_at_once = 1 << 16; // of a dump, before the output is looked at again
+constexpr size_t most_image = size_t (256) << 20; // bytes
+constexpr size_t bytes_at_once = 1 << 16;         // of a dump, before the output is looked at again
 
-static json_t json_of (const std::string &path, const identity_t &found)
+static json_t json_of (const std::string &path, const q5_scan_identity_t &found)
 {
     return {{"file", path}, {"type", found.type}, {"date", found.date}};
 }
 
 report_t identity (const std::string &path)
 {
-    identity_t found = read_identity (path);
+    q5_scan_identity_t found = read_identity (path);
     report_t report;
     report.text = "type: " + printable (found.type) + "\nbuilt: " + printable (found.date) + "\n";
     report.json = json_of (path, found);
@@ -29,9 +30,9 @@ report_t newer (const std::string &first, const std::string &second)
         usage_failure ("both images are to come from standard input",
                        "Give the name of a file for one of them.");
     }
-    identity_t a = read_identity (first);
-    identity_t b = read_identity (second);
-    int32_t order = compare_builds (a, b);
+    q5_scan_identity_t a = read_identity (first);
+    q5_scan_identity_t b = read_identity (second);
+    int32_t order = q5_scan_compare_builds (a, b);
 
     report_t report;
     if (order == 0) {

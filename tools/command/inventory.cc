@@ -10,14 +10,14 @@
 
 struct image_t {
     std::string path;
-    identity_t identity;
+    q5_scan_identity_t identity;
 };
 
 // One card that answered, or failed other than by silence.
 struct entry_t {
     int32_t slot;
     int32_t result;
-    std::optional<identity_t> identity;
+    std::optional<q5_scan_identity_t> identity;
     const image_t *image = nullptr; // of the same type
     std::string state = "";         // "current", "older", "newer"; else what else there is to say
 };
@@ -29,7 +29,7 @@ static std::map<std::string, image_t> newest_of (const std::vector<std::string> 
     for (const std::string &path : paths) {
         image_t image = {path, read_identity (path)};
         auto [known, is_first] = newest.emplace (image.identity.type, image);
-        if (!is_first && compare_builds (known->second.identity, image.identity) < 0) {
+        if (!is_first && q5_scan_compare_builds (known->second.identity, image.identity) < 0) {
             known->second = image;
         }
     }
@@ -44,7 +44,7 @@ static void judge (entry_t &entry, const std::map<std::string, image_t> &images)
         return;
     }
     entry.image = &found->second;
-    int32_t order = compare_builds (*entry.identity, entry.image->identity);
+    int32_t order = q5_scan_compare_builds (*entry.identity, entry.image->identity);
     entry.state = order < 0 ? "older" : order > 0 ? "newer" : "current";
 }
 
@@ -56,11 +56,10 @@ static entry_t entry_of (const q5_scan_request_t &reply,
         entry.state = q5_scan_describe (reply).state;
         return entry;
     }
-    identity_t identity;
-    std::string problem = find_identity (
-        {reinterpret_cast<const char *> (reply.rx.data ()), reply.rx.size ()}, &identity);
-    if (!problem.empty ()) {
-        entry.state = problem;
+    q5_scan_identity_t identity = q5_scan_find_identity (
+        {reinterpret_cast<const char *> (reply.rx.data ()), reply.rx.size ()});
+    if (!identity.found ()) {
+        entry.state = printable (identity.problem);
         return entry;
     }
     entry.identity = identity;

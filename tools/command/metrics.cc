@@ -60,11 +60,11 @@ static std::vector<sample_t> samples_for (const q5_scan_settings_t &usual,
 
 static void take (sample_t &sample, const std::vector<int32_t> &slots)
 {
-    q5_scan_fetch_t fetch;
-    fetch.slots = slots;
-    fetch.commands = {Q5_SCAN_GET_TYPED};
+    q5_scan_selection_t selection;
+    selection.slots = slots;
+    selection.commands = {Q5_SCAN_GET_TYPED};
     steady_clock::time_point start = steady_clock::now ();
-    sample.is_up = q5_scan_fetch (sample.settings, fetch, sample.replies).answered ();
+    sample.is_up = q5_scan_fetch (sample.settings, selection, sample.replies).answered ();
     sample.seconds = duration<double> (steady_clock::now () - start).count ();
 }
 
