@@ -426,7 +426,7 @@ local function show_message (parent, range, is_whole)
     tree:add (f.num_letters, range (0, 1))
     local num_letters, at, problem = range (0, 1):int (), 1, nil
     if num_letters < 0 or num_letters >= range:len () then
-        problem = ("it announces %d letters, and has %s behind that"):format (
+        problem = ("it announces %d letters, and has %s after that"):format (
             range (0, 1):uint (), plural (range:len () - 1, "byte"))
     else
         local letters = range:raw ():sub (2, 1 + num_letters)
