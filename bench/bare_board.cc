@@ -1,6 +1,5 @@
-// Preloaded by bench/size and bench/run: a board of plain memory that answers each CP command
-// at once with a full receive buffer, so that what the daemon costs can be measured without the
-// weight of an emulation.
+// Preloaded by bench/count and bench/run: a board of plain memory that answers each CP command at
+// once with a full receive buffer, so that the daemon's costs are measured without an emulation's.
 #include "scanp/mpc8260.h"
 
 #include <endian.h>

@@ -1,5 +1,6 @@
-// The least that a server of batches does: the same reads and writes as the daemon's, no check of
-// anything, and floor_transfer for each request.
+// The least that a server of batches does: the same reads and writes as the daemon's, and
+// floor_transfer for each request. With FLOOR_CHECKS it makes the documented checks of a request
+// too.
 #include "bench/floor.h"
 
 #include "scan/q5_scan_protocol.h"
@@ -9,8 +10,8 @@
 #include <unistd.h>
 
 static scan_request_t requests[MAX_REQUESTS];
-static uint8_t txbuf[Q5_SCAN_MAX_TX];
-static uint8_t rxbuf[Q5_SCAN_MAX_RX];
+alignas (4) static uint8_t txbuf[Q5_SCAN_MAX_TX];
+alignas (4) static uint8_t rxbuf[Q5_SCAN_MAX_RX];
 
 static void read_all (int fd, void *buffer, size_t size)
 {
@@ -24,30 +25,62 @@ static void read_all (int fd, void *buffer, size_t size)
     }
 }
 
+static void check (bool condition)
+{
+    if (FLOOR_CHECKS && !condition) {
+        _exit (1);
+    }
+}
+
+static void check_request (const scan_request_t &m, int32_t tx_count)
+{
+    check (m.slot >= 0 && m.slot < Q5_SCAN_NUM_SLOTS);
+    check (m.txlen >= 0 && m.txlen <= Q5_SCAN_MAX_TX);
+    check (m.rxlen >= 0 && m.rxlen <= Q5_SCAN_MAX_RX);
+    check (m.txlen + tx_count <= Q5_SCAN_MAX_TX);
+}
+
+static int32_t transfer (const scan_request_t &m, const uint8_t *tx)
+{
+    check (tx);
+    check (m.txlen >= 0);
+    check (m.rxlen >= 0 && m.rxlen <= Q5_SCAN_MAX_RX);
+    check (m.slot >= 0 && m.slot < Q5_SCAN_NUM_SLOTS);
+    check (m.slot <= 31);
+    check (m.txlen <= Q5_SCAN_MAX_TX && m.rxlen <= Q5_SCAN_MAX_RX);
+    return floor_transfer (m.slot, m.command, m.txlen, tx, m.rxlen, rxbuf);
+}
+
+static void reply (int fd, int32_t result, int32_t rxlen)
+{
+    be32_t word = result;
+    int32_t size = result < rxlen ? result : rxlen;
+    if (write (fd, &word, sizeof (word)) <= 0 || (size > 0 && write (fd, rxbuf, size) <= 0)) {
+        _exit (1);
+    }
+}
+
 static void serve (int fd)
 {
-    be32_t id, count;
+    be32_t id, word;
     read_all (fd, &id, sizeof (id));
-    read_all (fd, &count, sizeof (count));
-    scan_request_t *end = requests + count;
+    read_all (fd, &word, sizeof (word));
+    const int32_t count = word;
     read_all (fd, requests, count * sizeof (scan_request_t));
+    scan_request_t *end = requests + count;
     uint8_t *tx = txbuf;
     for (scan_request_t *m = requests; m < end; m++) {
-        if (m->txlen > 0) {
-            read_all (fd, tx, m->txlen);
-            tx += m->txlen;
+        check_request (*m, tx - txbuf);
+        if (int32_t txlen = m->txlen) {
+            read_all (fd, tx, txlen);
+            tx += txlen;
         }
     }
     tx = txbuf;
     for (scan_request_t *m = requests; m < end; m++) {
-        int32_t result = floor_transfer (m->slot, m->command, m->txlen, tx, m->rxlen, rxbuf);
+        int32_t result = transfer (*m, tx);
         tx += m->txlen;
-        be32_t word = result;
-        int32_t rxlen = m->rxlen;
-        int32_t size = result < rxlen ? result : rxlen;
-        if (write (fd, &word, sizeof (word)) <= 0 || (size > 0 && write (fd, rxbuf, size) <= 0)) {
-            _exit (1);
-        }
+        reply (fd, result, m->rxlen);
     }
 }
 

@@ -83,9 +83,9 @@ void q5_scan_server_t::execute_all (int32_t fd, int32_t num_requests, int32_t id
     const uint8_t *tx = txbuf;
     const scan_request_t *end = requests + num_requests;
     for (const scan_request_t *m = requests; m < end; m++) {
-        int32_t result = execute (*m, id, tx);
+        const uint8_t *data = tx;
         tx += m->txlen;
-        reply (fd, result, m->rxlen);
+        reply (fd, execute (*m, id, data), m->rxlen);
     }
 }
 
