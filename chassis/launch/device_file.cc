@@ -7,8 +7,6 @@
 #include <stdlib.h>
 #include <string.h>
 #include <string>
-#include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 constexpr const char *scanp_path = "/dev/scanp";
@@ -46,35 +44,8 @@ static std::optional<device_file_t> parse_target (const std::string &target)
     return std::nullopt;
 }
 
-static std::optional<device_t> device_of_number (const struct stat &status)
-{
-    if (!S_ISCHR (status.st_mode) || major (status.st_rdev) != 1) {
-        return std::nullopt;
-    }
-    switch (minor (status.st_rdev)) {
-    case 1:
-        return device_t::mem;
-    case 2: // kernel memory
-    case 4: // ports
-        return device_t::foreign;
-    default:
-        return std::nullopt;
-    }
-}
-
-static bool is_same_file (const struct stat &status, const char *path)
-{
-    struct stat other;
-    if (stat (path, &other) != 0) {
-        return false;
-    }
-    bool same_number =
-        S_ISCHR (status.st_mode) && S_ISCHR (other.st_mode) && status.st_rdev == other.st_rdev;
-    return same_number || (status.st_dev == other.st_dev && status.st_ino == other.st_ino);
-}
-
-// The full name behind all links, whether or not there is such a file; empty if there is no such
-// folder. A memory file's is what its descriptor's link says.
+// The full name after all links, whether or not there is such a file; empty if its directory is
+// missing. A memory file's is what its descriptor's link says.
 static std::string full_name (int directory, std::string path, bool follow)
 {
     if (path[0] != '/') {
@@ -86,13 +57,13 @@ static std::string full_name (int directory, std::string path, bool follow)
         if (realpath (path.substr (0, slash + 1).c_str (), parent) == nullptr) {
             return "";
         }
-        std::string folder = strcmp (parent, "/") == 0 ? "/" : std::string (parent) + "/";
-        std::string name = folder + path.substr (slash + 1);
+        std::string parent_name = strcmp (parent, "/") == 0 ? "/" : std::string (parent) + "/";
+        std::string name = parent_name + path.substr (slash + 1);
         std::string target = link_target (name);
         if (target.empty () || !follow) {
             return name;
         }
-        path = target[0] == '/' ? target : folder + target;
+        path = target[0] == '/' ? target : parent_name + target;
         if (parse_target (path)) {
             return path;
         }
@@ -109,41 +80,15 @@ static std::optional<device_t> device_of_name (const std::string &name)
     return file ? std::optional (file->device) : std::nullopt;
 }
 
-static std::optional<device_t> find_device (int directory, const char *path, bool follow)
-{
-    struct stat status;
-    if (fstatat (directory, path, &status, follow ? 0 : AT_SYMLINK_NOFOLLOW) != 0) {
-        // Here such a device need not be.
-        bool may_be_named = (errno == ENOENT || errno == EACCES) && path[0] != '\0';
-        return may_be_named ? device_of_name (full_name (directory, path, follow)) : std::nullopt;
-    }
-    if (std::optional<device_t> device = device_of_number (status)) {
-        return device;
-    }
-    for (device_t device : {device_t::scanp, device_t::mem}) {
-        if (is_same_file (status, device == device_t::mem ? mem_path : scanp_path)) {
-            return device;
-        }
-    }
-    bool has_no_name = S_ISREG (status.st_mode) && status.st_nlink == 0;
-    return has_no_name ? device_of_name (full_name (directory, path, follow)) : std::nullopt;
-}
-
 std::optional<device_t> device_at (int directory, const char *path, bool follow)
 {
     int error = errno;
     std::optional<device_t> device;
-    if (path != nullptr) {
-        device = find_device (directory, path, follow);
+    if (path != nullptr && path[0] != '\0') {
+        device = device_of_name (full_name (directory, path, follow));
     }
     errno = error;
     return device;
-}
-
-bool is_real_memory (int fd)
-{
-    struct stat status;
-    return fstat (fd, &status) == 0 && device_of_number (status);
 }
 
 std::optional<device_file_t> device_file_of (int fd)

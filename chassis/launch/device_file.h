@@ -6,22 +6,19 @@
 
 enum class device_t {
     scanp,
-    mem,
-    foreign, // another door to this machine's memory: no program gets it
+    mem
 };
 
-// The device that opening this path would reach, by whatever name; nothing for any other file.
-// `directory` as for openat; `follow`: whether a link at the end is followed.
+// The device that this path names, through whatever directories and links, whether or not there is
+// such a file; nothing for any other name. `directory` as for openat; `follow`: whether a link at
+// the end is followed.
 std::optional<device_t> device_at (int directory, const char *path, bool follow = true);
-
-// Whether a descriptor leads to the memory of this machine itself.
-bool is_real_memory (int fd);
 
 // What a descriptor of an emulated device stands for. Its file is nothing that the system could
 // read, write or map: what the door does not answer fails.
 struct device_file_t {
-    device_t device; // scanp or mem
-    int flags;       // as opened
+    device_t device;
+    int flags; // as opened
 };
 
 // The name of the memory file behind such a descriptor: all who inherit or copy it know it by that.

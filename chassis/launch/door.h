@@ -15,8 +15,8 @@ void door_attach (chassis_t *chassis);
 // to attach, or null. Called once.
 void door_on_first_open (chassis_t *(*make) ());
 
-// Whether sleeping only moves the chassis's time, in no time at all. Otherwise it sleeps as well.
-// It is the thread that opened a device last whose sleep moves the time: a chassis serves one.
+// Whether the thread that attached the chassis, or opened a device last, only moves the chassis's
+// time when it sleeps. Without that, and in other threads, it sleeps as well.
 void door_set_fast (bool fast);
 
 // Where the program listens from now on: binding a TCP socket to port 1971, or to any port but 0

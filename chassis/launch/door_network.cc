@@ -1,6 +1,6 @@
 // Where the program listens: its port is moved to the address that the launcher was given.
 #include "chassis/bus/one_line.h"
-#include "chassis/launch/door_entry.h"
+#include "chassis/launch/door_handlers.h"
 #include "chassis/launch/listen_address.h"
 
 #include <errno.h>
@@ -52,22 +52,16 @@ static sockaddr_in6 mapped (const sockaddr_in &address)
     return six;
 }
 
-extern "C" {
-int door_bind (int fd, const sockaddr *address, socklen_t size) Q5_ENTRY ("bind");
-int door_listen (int fd, int backlog) Q5_ENTRY ("listen");
-}
-
-int door_bind (int fd, const sockaddr *address, socklen_t size)
+int bind_any (int fd, const sockaddr *address, socklen_t size, bind_t *real)
 {
-    static auto *next_bind = next<int (int, const sockaddr *, socklen_t)> ("bind");
     if (!listen_address || !is_daemon_port (asked_port (fd, address, size))) {
-        return next_bind (fd, address, size);
+        return real (fd, address, size);
     }
     sockaddr_in6 six = mapped (*listen_address);
-    int result = address->sa_family == AF_INET6
-                     ? next_bind (fd, reinterpret_cast<sockaddr *> (&six), sizeof (six))
-                     : next_bind (fd, reinterpret_cast<sockaddr *> (&*listen_address),
-                                  sizeof (*listen_address));
+    int result =
+        address->sa_family == AF_INET6
+            ? real (fd, reinterpret_cast<sockaddr *> (&six), sizeof (six))
+            : real (fd, reinterpret_cast<sockaddr *> (&*listen_address), sizeof (*listen_address));
     if (result == 0) {
         moved = fd;
         return result;
@@ -79,11 +73,10 @@ int door_bind (int fd, const sockaddr *address, socklen_t size)
     return result;
 }
 
-// A free port is told once clients can connect to it.
-int door_listen (int fd, int backlog)
+// Clients can connect to a free port once it is printed.
+int listen_any (int fd, int backlog, int (*real) (int, int))
 {
-    static auto *next_listen = next<int (int, int)> ("listen");
-    int result = next_listen (fd, backlog);
+    int result = real (fd, backlog);
     if (result != 0 || fd != moved || listen_address->sin_port != 0) {
         return result;
     }

@@ -7,6 +7,7 @@
 #include "chassis/launch/environment.h"
 #include "chassis/launch/listen_address.h"
 #include "chassis/launch/preload_check.h"
+#include "chassis/launch/real_memory.h"
 
 #include <CLI/CLI.hpp>
 #include <errno.h>
@@ -139,6 +140,7 @@ static void set_environment (const launch_t &launch, const std::string &library)
     check_program (launch.program[0], library);
     prepare_outputs (launch);
     set_environment (launch, library);
+    give_up_real_memory ();
     execvp (launch.program[0], launch.program.data ());
     throw launch_error_t (errno == ENOENT ? not_found : cannot_execute,
                           std::string (launch.program[0]) + ": " + strerror (errno));
