@@ -159,8 +159,7 @@ TEST_F (long_run, of_the_client_library)
         uint8_t rx[4];
         q5_scan_command_t command = {0x33, 3, 0, 4, nullptr, rx, 0};
         q5_scan_client_t client ("127.0.0.1", Q5_SCAN_PORT);
-        bool is_right =
-            client.claim () && client.execute_batch (1, &command) && command.result == 4;
+        bool is_right = client.claim () && client.execute (1, &command) && command.result == 4;
         is_right = client.release () && is_right && rx[3] == 14;
         q5_scan_claim_t claim ({});
         std::vector<q5_scan_request_t> requests = {{3, 0x93, {7, 8}}};
