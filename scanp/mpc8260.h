@@ -17,6 +17,8 @@ constexpr uint32_t IMMR_SIZE = 0x40000;    // bytes
 constexpr uint32_t PDIRB = 0x10D20;
 constexpr uint32_t PPARB = 0x10D24;
 constexpr uint32_t PSORB = 0x10D28;
+constexpr uint32_t PODRB = 0x10D2C;
+constexpr uint32_t PDATB = 0x10D30;
 constexpr uint32_t PDIRC = 0x10D40;
 constexpr uint32_t PPARC = 0x10D44;
 constexpr uint32_t PSORC = 0x10D48;
@@ -78,6 +80,8 @@ constexpr uint16_t SCCE_BSY = 0x0004;
 constexpr uint16_t SCCE_TX = 0x0002;
 constexpr uint16_t SCCE_RX = 0x0001;
 constexpr uint32_t SCCM3 = 0x11A54; // 16 bits
+constexpr uint32_t SCCS3 = 0x11A57; // 8 bits
+constexpr uint8_t SCCS_ID = 0x01;   // the receive line is idle
 
 // SCC3's parameter RAM (chapter "SCC UART Mode", table of the UART-specific parameter RAM).
 constexpr uint32_t SCC3_PRAM = 0x8200;

@@ -13,3 +13,5 @@ constexpr unsigned long SCANP_DO_CPCR_COMMAND = _IO ('s', 3);
 // Its buffers: transmit, then receive. Bytes.
 constexpr uint32_t SCAN_BUF_SIZE = 4096;
 constexpr uint32_t SCAN_BUFFERS_SIZE = 2 * SCAN_BUF_SIZE;
+// Bytes of dual-port RAM that it reserves.
+constexpr uint32_t SCANP_DPMEM_SIZE = 64;

@@ -18,7 +18,8 @@ class board_log_t final : public chassis_observer_t {
   public:
     std::vector<std::string> lines;
     std::vector<uint32_t> commands;
-    std::vector<std::string> remarks; // "stopped: " before the one at which the board stood still
+    std::vector<std::string> remarks; // "stopped: " before the last one
+    bool stopped = false;
     std::function<void (uint32_t)> on_command;
     std::function<void (const access_t &)> on_access;
 
@@ -34,6 +35,7 @@ class board_log_t final : public chassis_observer_t {
     }
     void remark (uint64_t, const std::string &line, bool refused) override
     {
+        stopped = stopped || refused;
         remarks.push_back ((refused ? "stopped: " : "note: ") + line);
     }
     void command (uint32_t word) override
@@ -55,8 +57,15 @@ class board_test : public testing::Test {
     std::unique_ptr<board_log_t> log;
     std::unique_ptr<chassis_t> chassis;
 
+    // Whether the test may end on a board that has stopped.
+    bool may_stop = false;
+
     void power_up ()
     {
+        for (int i = 0; i < 4 && scan_port_state.scanp_fd > 0; i++) {
+            close (scan_port_state.scanp_fd + i); // what the last set-up left open
+        }
+        expect_running ();
         log = std::make_unique<board_log_t> ();
         chassis = std::make_unique<chassis_t> (settings);
         chassis->observe (log.get ());
@@ -64,9 +73,14 @@ class board_test : public testing::Test {
         door_set_fast (true);
         memset (&scan_port_state, 0, sizeof (scan_port_state));
     }
+    void expect_running ()
+    {
+        EXPECT_TRUE (may_stop || !log || !log->stopped) << log->remarks.back ();
+    }
     void TearDown () override
     {
         door_attach (nullptr);
+        expect_running ();
     }
     uint32_t word (uint32_t offset)
     {

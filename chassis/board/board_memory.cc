@@ -59,11 +59,12 @@ void board_memory_t::place_buffers (uint32_t address)
 
 void board_memory_t::fill (board_t::fill_t how)
 {
-    if (how != board_t::fill_t::noise) {
+    if (how == board_t::fill_t::zeros || how == board_t::fill_t::ones) {
         memset (bytes_, how == board_t::fill_t::ones ? 0xFF : 0x00, size_);
         return;
     }
-    uint32_t state = 0x9E3779B9; // xorshift, the same noise each time
+    uint32_t seed = static_cast<uint32_t> (how) - static_cast<uint32_t> (board_t::fill_t::noise);
+    uint32_t state = 0x9E3779B9 + seed; // xorshift, the same noise each time
     for (size_t i = 0; i < size_; i++) {
         state ^= state << 13;
         state ^= state >> 17;

@@ -1,19 +1,17 @@
-// One emulated chassis: the controller board with its memory, pins and SCC3, the cards behind the
+// One emulated chassis: the controller board with its memory, pins and SCC3, the cards in the
 // slots, and its time. Nothing happens in it but what a call does: time moves only in `advance`, so
 // a run is repeatable to the bit. To be used by one thread at a time.
 //
-// What the program does that the model does not know stops the board: its observers get the line,
-// and from then on it is memory and time alone.
+// What the program does that the model does not know, or that is not the program's to do, stops the
+// board: its observers get the line, and from then on it is memory and time alone.
 #pragma once
 
 #include "chassis/board/board_memory.h"
+#include "chassis/board/register_map.h"
 #include "chassis/board/remarks.h"
-#include "chassis/board/scc3.h"
-#include "chassis/board/scc_receiver.h"
-#include "chassis/board/scc_transmitter.h"
+#include "chassis/board/scan_bus.h"
 #include "chassis/bus/observer.h"
 #include "chassis/bus/settings.h"
-#include "chassis/bus/slot_card.h"
 #include "chassis/trap/access_trap.h"
 
 #include <functional>
@@ -41,7 +39,7 @@ class chassis_t final : public register_file_t {
     // Time since power-up, in ticks of BRGCLK, and their rate.
     uint64_t now () const
     {
-        return now_;
+        return bus_.now ();
     }
     uint32_t brgclk () const
     {
@@ -61,10 +59,11 @@ class chassis_t final : public register_file_t {
     void write (uint32_t offset, int width, uint32_t value) override;
 
     // A view of physical memory for the program, as mmap of /dev/mem gives it; see board_memory_t.
-    // Accesses to the internal memory map through it arrive at `front`: as a rule this chassis's
-    // own `read` and `write`; a test may put something before them.
+    // `uncached`: /dev/mem was opened with O_SYNC; the buffers stop the board without it. Accesses
+    // to the internal memory map through the view arrive at `front`: usually this chassis's own
+    // `read` and `write`; a test may put something before them.
     register_file_t *front = this;
-    void *map (void *where, size_t length, int protection, int flags, uint64_t phys);
+    void *map (void *where, size_t length, int protection, int flags, uint64_t phys, bool uncached);
     board_memory_t &memory ()
     {
         return memory_;
@@ -73,33 +72,11 @@ class chassis_t final : public register_file_t {
   private:
     chassis_settings_t settings_;
     board_memory_t memory_;
+    observers_t observers_;
     remarks_t remarks_;
-    scc3_t scc_;
-    scc_transmitter_t transmitter_;
-    scc_receiver_t receiver_;
-    std::vector<chassis_observer_t *> observers_;
-    uint64_t now_ = 0;       // ticks
-    uint64_t remainder_ = 0; // of a tick, in millionths
-    bus_pins_t pins_{0, false, -1, false, false};
-    std::optional<slot_card_t> card_; // the selected one
+    scan_bus_t bus_;
 
     void command (uint32_t word);
-    void begin_access (const access_t &access);
-    void store (uint32_t offset, int width, uint32_t value);
-    void lose_state (uint32_t offset, int width);
-    void show_receive_line ();
-    bool receive_line () const;
-
-    void follow_pins ();
-    void select (int slot);
-    void follow_controller ();
-    void run_until (uint64_t end);
-    bool transmitter_is_held () const;
-    uint64_t idle_deadline () const;
-    uint64_t next_event () const;
-    void finish_what_ends ();
-    void deliver_to_card (line_character_t character);
-    void deliver_to_receiver (const line_character_t &character);
-    void tell (const line_character_t &character);
-    void tell_settled ();
+    void check_owners (uint32_t offset, int width, uint32_t value);
+    void show_line (const known_register_t &shown);
 };

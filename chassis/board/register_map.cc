@@ -2,66 +2,195 @@
 
 #include "chassis/board/scc_ring.h"
 #include "scanp/mpc8260.h"
+#include "scanp/scanp_driver.h"
 
 #include <algorithm>
 #include <iterator>
 
-constexpr uint32_t registers_begin = 0x10000; // dual-port RAM before it
-constexpr uint32_t registers_end = 0x20000;   // reserved behind it
+constexpr uint32_t all = 0xFFFFFFFF;
+constexpr uint32_t pins_4_to_31 = 0x0FFFFFFF; // of ports B and D
 
-#define PARAMETER(width, name)                                                                     \
-    {                                                                                              \
-        SCC3_PARAM (name), width, #name                                                            \
-    }
-#define CONTROL_CHARACTER(n)                                                                       \
-    {                                                                                              \
-        SCC3_PARAM (CHARACTER) + 2 * (n - 1), 2, "CHARACTER" #n                                    \
-    }
-#define REGISTER(width, name)                                                                      \
-    {                                                                                              \
-        name, width, #name                                                                         \
-    }
+static constexpr known_register_t own (uint32_t offset, uint32_t width, const char *name,
+                                       uint32_t reset = 0, effect_t on_write = effect_t::none)
+{
+    return {offset, width, name, all, 0, 0, reset, effect_t::none, on_write};
+}
+
+static constexpr known_register_t parameter (uint32_t offset, uint32_t width, const char *name,
+                                             effect_t on_write = effect_t::none)
+{
+    return {offset, width, name, all, 0, all, 0, effect_t::none, on_write};
+}
+
+static constexpr known_register_t shared (uint32_t offset, const char *name, uint32_t ours,
+                                          uint32_t present)
+{
+    return {offset, 4, name, ours, present & ~ours, present & ~ours};
+}
+
+// A data register shows the levels of its input pins, which are arbitrary.
+static constexpr known_register_t pins (uint32_t offset, const char *name, uint32_t ours,
+                                        uint32_t present, effect_t on_read = effect_t::none)
+{
+    return {offset, 4, name, ours, present & ~ours, present, 0, on_read};
+}
+
+#define OWN(width, name, ...) own (name, width, #name, ##__VA_ARGS__)
+#define PARAMETER(width, name, ...) parameter (SCC3_PARAM (name), width, #name, ##__VA_ARGS__)
+#define CONTROL_CHARACTER(n) parameter (SCC3_PARAM (CHARACTER) + 2 * (n - 1), 2, "CHARACTER" #n)
+#define PORT_B(name) shared (name, #name, PB8 | PB14, pins_4_to_31)
+#define PORT_C(name) shared (name, #name, PC24 | PC25_PC31, all)
+#define PORT_D(name) shared (name, #name, PD24_TXD3 | PD25_RXD3, pins_4_to_31)
 
 // By offset.
 static constexpr known_register_t known[] = {
-    PARAMETER (2, RBASE),   PARAMETER (2, TBASE),   PARAMETER (1, RFCR),   PARAMETER (1, TFCR),
-    PARAMETER (2, MRBLR),   PARAMETER (4, RSTATE),  PARAMETER (4, R_IDP),  PARAMETER (2, RBPTR),
-    PARAMETER (2, R_COUNT), PARAMETER (4, R_TEMP),  PARAMETER (4, TSTATE), PARAMETER (4, T_IDP),
-    PARAMETER (2, TBPTR),   PARAMETER (2, T_COUNT), PARAMETER (4, T_TEMP), PARAMETER (4, RCRC),
-    PARAMETER (4, TCRC),    PARAMETER (2, MAX_IDL), PARAMETER (2, IDLC),   PARAMETER (2, BRKCR),
-    PARAMETER (2, PAREC),   PARAMETER (2, FRMEC),   PARAMETER (2, NOSEC),  PARAMETER (2, BRKEC),
-    PARAMETER (2, BRKLN),   PARAMETER (2, UADDR1),  PARAMETER (2, UADDR2), PARAMETER (2, RTEMP),
-    PARAMETER (2, TOSEQ),   CONTROL_CHARACTER (1),  CONTROL_CHARACTER (2), CONTROL_CHARACTER (3),
-    CONTROL_CHARACTER (4),  CONTROL_CHARACTER (5),  CONTROL_CHARACTER (6), CONTROL_CHARACTER (7),
-    CONTROL_CHARACTER (8),  PARAMETER (2, RCCM),    PARAMETER (2, RCCR),   PARAMETER (2, RLBC),
-    REGISTER (4, PDIRB),    REGISTER (4, PPARB),    REGISTER (4, PSORB),   REGISTER (4, PDIRC),
-    REGISTER (4, PPARC),    REGISTER (4, PSORC),    REGISTER (4, PODRC),   REGISTER (4, PDATC),
-    REGISTER (4, PDIRD),    REGISTER (4, PPARD),    REGISTER (4, PSORD),   REGISTER (4, PODRD),
-    REGISTER (4, PDATD),    REGISTER (4, BRGC4),    REGISTER (4, GSMR_L3), REGISTER (4, GSMR_H3),
-    REGISTER (2, PSMR3),    REGISTER (2, DSR3),     REGISTER (2, SCCE3),   REGISTER (2, SCCM3),
-    REGISTER (4, CMXSCR),
+    PARAMETER (2, RBASE),
+    PARAMETER (2, TBASE),
+    PARAMETER (1, RFCR),
+    PARAMETER (1, TFCR),
+    PARAMETER (2, MRBLR),
+    PARAMETER (4, RSTATE, effect_t::stops_the_receiver),
+    PARAMETER (4, R_IDP),
+    PARAMETER (2, RBPTR),
+    PARAMETER (2, R_COUNT),
+    PARAMETER (4, R_TEMP),
+    PARAMETER (4, TSTATE, effect_t::stops_the_transmitter),
+    PARAMETER (4, T_IDP),
+    PARAMETER (2, TBPTR),
+    PARAMETER (2, T_COUNT),
+    PARAMETER (4, T_TEMP),
+    PARAMETER (4, RCRC),
+    PARAMETER (4, TCRC),
+    PARAMETER (2, MAX_IDL),
+    PARAMETER (2, IDLC),
+    PARAMETER (2, BRKCR),
+    PARAMETER (2, PAREC),
+    PARAMETER (2, FRMEC),
+    PARAMETER (2, NOSEC),
+    PARAMETER (2, BRKEC),
+    PARAMETER (2, BRKLN),
+    PARAMETER (2, UADDR1),
+    PARAMETER (2, UADDR2),
+    PARAMETER (2, RTEMP),
+    PARAMETER (2, TOSEQ),
+    CONTROL_CHARACTER (1),
+    CONTROL_CHARACTER (2),
+    CONTROL_CHARACTER (3),
+    CONTROL_CHARACTER (4),
+    CONTROL_CHARACTER (5),
+    CONTROL_CHARACTER (6),
+    CONTROL_CHARACTER (7),
+    CONTROL_CHARACTER (8),
+    PARAMETER (2, RCCM),
+    PARAMETER (2, RCCR),
+    PARAMETER (2, RLBC),
+    PORT_B (PDIRB),
+    PORT_B (PPARB),
+    PORT_B (PSORB),
+    PORT_B (PODRB),
+    pins (PDATB, "PDATB", PB8 | PB14, pins_4_to_31),
+    PORT_C (PDIRC),
+    PORT_C (PPARC),
+    PORT_C (PSORC),
+    PORT_C (PODRC),
+    pins (PDATC, "PDATC", PC24 | PC25_PC31, all),
+    PORT_D (PDIRD),
+    PORT_D (PPARD),
+    PORT_D (PSORD),
+    PORT_D (PODRD),
+    pins (PDATD, "PDATD", PD24_TXD3 | PD25_RXD3, pins_4_to_31, effect_t::shows_receive_line),
+    OWN (4, BRGC4),
+    OWN (4, GSMR_L3),
+    OWN (4, GSMR_H3),
+    OWN (2, PSMR3),
+    OWN (2, DSR3, DSR_RESET),
+    OWN (2, SCCE3, 0, effect_t::clears_events),
+    OWN (2, SCCM3),
+    {SCCS3, 1, "SCCS3", 0, 0, 0, 0, effect_t::shows_idle_line},
+    shared (CMXSCR, "CMXSCR", CMXSCR_SCC3, all),
 };
+
+std::pair<const known_register_t *, const known_register_t *> registers_at (uint32_t offset,
+                                                                            int width)
+{
+    auto ends_before = [] (const known_register_t &r, uint32_t at) {
+        return r.offset + r.width <= at;
+    };
+    auto begins = [] (const known_register_t &r, uint32_t at) { return r.offset < at; };
+    const known_register_t *begin =
+        std::lower_bound (std::begin (known), std::end (known), offset, ends_before);
+    return {begin, std::lower_bound (begin, std::end (known),
+                                     offset + static_cast<uint32_t> (width), begins)};
+}
 
 const known_register_t *find_register (uint32_t offset)
 {
-    auto after = [] (uint32_t at, const known_register_t &r) { return at < r.offset; };
-    const known_register_t *next =
-        std::upper_bound (std::begin (known), std::end (known), offset, after);
-    if (next == std::begin (known) || offset >= next[-1].offset + next[-1].width) {
-        return nullptr;
-    }
-    return next - 1;
+    auto [begin, end] = registers_at (offset, 1);
+    return begin == end ? nullptr : begin;
 }
 
-const char *access_problem (uint32_t offset, uint32_t width)
+const char *name_at (uint32_t offset)
 {
-    if (offset + width <= registers_begin || offset >= registers_end) {
-        return nullptr;
-    }
     const known_register_t *found = find_register (offset);
-    if (found == nullptr) {
-        return "no register that the board knows";
+    return found == nullptr ? "" : found->name;
+}
+
+void reset_registers (board_memory_t &memory)
+{
+    for (const known_register_t &r : known) {
+        int width = static_cast<int> (r.width);
+        memory.write (r.offset, width, (memory.read (r.offset, width) & r.filled) | r.reset);
     }
-    return found->offset == offset && found->width == width ? nullptr
-                                                            : "not the register's own width";
+}
+
+namespace {
+struct area_t {
+    uint32_t end; // begins where the one before it ends
+    bool is_ours;
+    bool is_reserved;
+    bool is_known;
+    const char *name;
+};
+} // namespace
+
+// What is no known register (chapter "Memory Map").
+static constexpr area_t areas[] = {
+    {0x04000, false, false, true, "dual-port RAM that the driver did not reserve"},
+    {0x08000, false, true, true, "reserved memory"},
+    {SCC3_PRAM, false, false, true, "another controller's parameter RAM"},
+    {SCC3_PRAM + 0x100, true, false, true, ""},
+    {0x09000, false, false, true, "another controller's parameter RAM"},
+    {0x0B000, false, true, true, "reserved memory"},
+    {0x0C000, false, false, true, "dual-port RAM that the driver did not reserve"},
+    {0x10000, false, true, true, "reserved memory"},
+    {0x20000, false, false, false, ""},
+    {all, false, true, true, "reserved memory"},
+};
+
+static bit_owners_t owners_of_byte (uint32_t at, uint32_t dpram)
+{
+    if (at - dpram < SCANP_DPMEM_SIZE) { // modulo 2^32
+        return {0xFF, 0, true, ""};
+    }
+    if (const known_register_t *r = find_register (at)) {
+        uint32_t shift = 8 * (r->offset + r->width - 1 - at);
+        return {r->ours >> shift & 0xFF, ~(r->ours | r->others) >> shift & 0xFF, true, r->name};
+    }
+    const area_t *area = areas;
+    while (at >= area->end && area->end != all) {
+        area++;
+    }
+    return {area->is_ours ? 0xFFu : 0, area->is_reserved ? 0xFFu : 0, area->is_known, area->name};
+}
+
+bit_owners_t owners_at (uint32_t offset, int width, uint32_t dpram)
+{
+    bit_owners_t owners = owners_of_byte (offset, dpram);
+    for (uint32_t i = 1; i < static_cast<uint32_t> (width); i++) {
+        bit_owners_t byte = owners_of_byte (offset + i, dpram);
+        owners.ours = owners.ours << 8 | byte.ours;
+        owners.reserved = owners.reserved << 8 | byte.reserved;
+        owners.is_known = owners.is_known && byte.is_known;
+    }
+    return owners;
 }

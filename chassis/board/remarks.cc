@@ -14,13 +14,14 @@ void remarks_t::begins_command (uint32_t word)
     command_ = word;
 }
 
-void remarks_t::begins_to_wait ()
+void remarks_t::begins_call (const char *cause)
 {
+    call_ = cause;
     access_.reset ();
     command_.reset ();
 }
 
-static std::string hexadecimal (uint32_t value, int width)
+std::string hexadecimal (uint32_t value, int width)
 {
     char text[16];
     value &= 0xFFFFFFFF >> (32 - 8 * width);
@@ -34,7 +35,7 @@ std::string remarks_t::cause () const
         return "CP command " + hexadecimal (*command_, 4);
     }
     if (!access_) {
-        return "while the program waits";
+        return call_;
     }
     char where[24];
     snprintf (where, sizeof (where), " at 0x%05X", static_cast<unsigned> (access_->offset));
@@ -43,19 +44,20 @@ std::string remarks_t::cause () const
            access_->name;
 }
 
-std::string remarks_t::line (const char *what, uint32_t value, int width, const char *why) const
+std::string remarks_t::line (const char *what, uint32_t value, int width,
+                             const std::string &why) const
 {
     return what + (" is " + hexadecimal (value, width)) + ": " + why + " (" + cause () + ")";
 }
 
-void remarks_t::note (const char *what, uint32_t value, int width, const char *why)
+void remarks_t::note (const char *what, uint32_t value, int width, const std::string &why)
 {
     if (!refused_ && noted_.insert (why).second) {
         listener_ (line (what, value, width, why), false);
     }
 }
 
-void remarks_t::refuse (const char *what, uint32_t value, int width, const char *why)
+void remarks_t::refuse (const char *what, uint32_t value, int width, const std::string &why)
 {
     if (!refused_) {
         refused_ = true;

@@ -18,12 +18,12 @@ class remarks_t {
     // What the program is doing: named in the lines that follow.
     void begins (const access_t &access);
     void begins_command (uint32_t word);
-    void begins_to_wait ();
+    void begins_call (const char *cause);
 
-    // "WHAT is VALUE: WHY (what the program is doing)", with the value in so many bytes. A note is
-    // told once for each `why`; nothing is told after the first refusal.
-    void note (const char *what, uint32_t value, int width, const char *why);
-    void refuse (const char *what, uint32_t value, int width, const char *why);
+    // "WHAT is VALUE: WHY (what the program is doing)"; `width`: of the value, in bytes. A note is
+    // made once for each `why`; nothing is said after the first refusal.
+    void note (const char *what, uint32_t value, int width, const std::string &why);
+    void refuse (const char *what, uint32_t value, int width, const std::string &why);
     bool refused () const
     {
         return refused_;
@@ -33,9 +33,13 @@ class remarks_t {
     listener_t listener_;
     std::optional<access_t> access_;
     std::optional<uint32_t> command_;
+    const char *call_ = "";
     std::set<std::string> noted_;
     bool refused_ = false;
 
     std::string cause () const;
-    std::string line (const char *what, uint32_t value, int width, const char *why) const;
+    std::string line (const char *what, uint32_t value, int width, const std::string &why) const;
 };
+
+// "0x002A", for two bytes.
+std::string hexadecimal (uint32_t value, int width);

@@ -36,7 +36,7 @@ static constexpr rule_t rules[] = {
      "flow control other than FLC, a second stop bit, RZS, DRT and the kind of parity are not "
      "modelled"},
     {DSR3, 2, 0xFFFF, DSR_RESET, false, "shorter stop bits are not modelled"},
-    {SCCM3, 2, 0xFFFF, 0, true, "nobody serves an interrupt here"},
+    {SCCM3, 2, 0xFFFF, 0, true, "interrupts are not known here"},
     {BRGC4, 4, whole & ~(BRGC_EN | BRGC_CD | BRGC_DIV16), 0, true,
      "only BRGCLK is known here as its clock"},
     {CMXSCR, 4, CMXSCR_SC3, 0, true, "the time-slot assigner is not known here"},
@@ -55,9 +55,9 @@ static constexpr rule_t rules[] = {
     {SCC3_PARAM (RCCM), 2, RCCM_END, RCCM_END, true, "its two top bits end the control characters"},
 };
 
-bool scc3_t::is_enabled () const
+bool scc3_t::is_enabled (uint32_t bits) const
 {
-    return memory_.read32 (GSMR_L3) & (GSMR_L_ENR | GSMR_L_ENT);
+    return memory_.read32 (GSMR_L3) & bits;
 }
 
 void scc3_t::check_set_up ()
@@ -107,7 +107,9 @@ void scc3_t::raise (uint16_t event)
     memory_.write16 (SCCE3, memory_.read16 (SCCE3) | event);
 }
 
-void scc3_t::clear_events (uint16_t written)
+void scc3_t::refuse_to_resume (const std::string &part)
 {
-    memory_.write16 (SCCE3, memory_.read16 (SCCE3) & ~written);
+    remarks_.refuse ("GSMR_L3", memory_.read32 (GSMR_L3), 4,
+                     part + " was stopped inside a buffer: only INIT RX AND TX PARAMETERS says "
+                            "where it goes on");
 }

@@ -1,10 +1,11 @@
-// SCC3 as its registers set it up, read off them when they change, and the meaning of its event
-// register. What the two directions do is theirs: scc_transmitter.h, scc_receiver.h.
+// SCC3 as its registers set it up. What each direction does is in scc_transmitter.h and
+// scc_receiver.h.
 #pragma once
 
 #include "chassis/board/board_memory.h"
 #include "chassis/board/remarks.h"
 #include "chassis/bus/line.h"
+#include "scanp/mpc8260.h"
 
 class scc3_t {
   public:
@@ -23,7 +24,8 @@ class scc3_t {
     {
         return receives_;
     }
-    bool is_enabled () const; // either, by its bit alone
+    // By ENR or ENT alone; by default either.
+    bool is_enabled (uint32_t bits = GSMR_L_ENR | GSMR_L_ENT) const;
     // BRGCLK ticks a bit; 0: no clock.
     uint64_t transmit_bit () const
     {
@@ -42,9 +44,11 @@ class scc3_t {
     // A character as the transmitter puts it on the line at `start`.
     line_character_t frame (uint8_t value, bool address, uint64_t start) const;
 
-    // SCCE3: events are raised by the controller, and cleared by writing ones.
+    // Refuses what `part` would do: go on after a stop inside a buffer.
+    void refuse_to_resume (const std::string &part);
+
+    // Sets the bit of an event in SCCE3.
     void raise (uint16_t event);
-    void clear_events (uint16_t written);
 
   private:
     board_memory_t &memory_;

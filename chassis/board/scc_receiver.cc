@@ -4,6 +4,7 @@ void scc_receiver_t::initialise ()
 {
     ring_.rewind ();
     works_ = true;
+    interrupted_ = false;
 }
 
 void scc_receiver_t::lose_state ()
@@ -20,7 +21,11 @@ void scc_receiver_t::follow_registers (uint64_t now)
     enabled_ = scc_.receives ();
     enabled_since_ = now;
     hunting_ = true;
+    interrupted_ = interrupted_ || (buffer_ && !scc_.is_enabled (GSMR_L_ENR));
     buffer_.reset ();
+    if (enabled_ && interrupted_) {
+        scc_.refuse_to_resume ("the receiver");
+    }
 }
 
 static bool is_broken (line_fault_t fault)
@@ -94,7 +99,7 @@ bool scc_receiver_t::open (uint16_t flags)
         return false;
     }
     if (!ring_.is_aligned ()) {
-        remarks_.refuse ("RBPTR", ring_.live (), 2, "descriptors stand at multiples of 8");
+        remarks_.refuse ("RBPTR", ring_.live (), 2, "descriptors are aligned to 8 bytes");
     } else if (status & continuous) {
         remarks_.refuse ("a receive descriptor's status", status, 2, "CM is not known here");
     } else {
@@ -113,7 +118,7 @@ void scc_receiver_t::store (const line_character_t &character, uint16_t flags)
     uint8_t *byte = ring_.memory.physical (buffer_->pointer + buffer_->length);
     if (byte == nullptr || limit == 0) {
         limit == 0
-            ? remarks_.refuse ("MRBLR", 0, 2, "no room in a buffer")
+            ? remarks_.refuse ("MRBLR", 0, 2, "a buffer takes nothing")
             : remarks_.refuse ("a receive buffer's address", buffer_->pointer + buffer_->length, 4,
                                "the board has no memory there");
         buffer_.reset ();

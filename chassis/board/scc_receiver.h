@@ -38,7 +38,8 @@ class scc_receiver_t {
     scc3_t &scc_;
     remarks_t &remarks_;
     scc_ring_t ring_;
-    bool works_ = false; // initialised
+    bool works_ = false;       // initialised
+    bool interrupted_ = false; // stopped inside a buffer since then
     bool hunting_ = true;
     bool enabled_ = false;
     uint64_t enabled_since_ = 0;

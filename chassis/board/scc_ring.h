@@ -33,7 +33,7 @@ struct scc_ring_t {
     {
         return live () + static_cast<uint32_t> (offsetof (scc_bd_t, pointer));
     }
-    // Descriptors stand at multiples of their size.
+    // Descriptors are aligned to their size.
     bool is_aligned () const
     {
         return live () % sizeof (scc_bd_t) == 0;

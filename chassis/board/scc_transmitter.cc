@@ -8,6 +8,7 @@ void scc_transmitter_t::initialise ()
 {
     ring_.rewind ();
     works_ = true;
+    interrupted_ = false;
 }
 
 bool scc_transmitter_t::is_ready () const
@@ -29,6 +30,10 @@ uint64_t scc_transmitter_t::next_look (uint64_t now) const
 void scc_transmitter_t::run (bool held, uint64_t now)
 {
     if (!runs ()) {
+        return;
+    }
+    if (interrupted_) {
+        scc_.refuse_to_resume ("the transmitter");
         return;
     }
     fill (now);
@@ -59,7 +64,7 @@ bool scc_transmitter_t::open_buffer (uint64_t now)
     uint16_t length = ring_.memory.read16 (ring_.length ());
     constexpr uint16_t known = BD_TX_R | BD_TX_W | BD_TX_I | BD_TX_A;
     if (!ring_.is_aligned ()) {
-        remarks_.refuse ("TBPTR", ring_.live (), 2, "descriptors stand at multiples of 8");
+        remarks_.refuse ("TBPTR", ring_.live (), 2, "descriptors are aligned to 8 bytes");
     } else if (status & ~known) {
         remarks_.refuse ("a transmit descriptor's status", status, 2,
                          "only R, W, I and A are known here");
@@ -120,6 +125,8 @@ line_character_t scc_transmitter_t::finish ()
 std::optional<line_character_t> scc_transmitter_t::stop (uint64_t now)
 {
     std::optional<line_character_t> lost = current_;
+    bool inside = current_ || buffer_ || !fifo_.empty ();
+    interrupted_ = interrupted_ || (inside && !scc_.is_enabled (GSMR_L_ENT));
     current_.reset ();
     fifo_.clear ();
     buffer_.reset ();

@@ -53,7 +53,8 @@ class scc_transmitter_t {
     scc3_t &scc_;
     remarks_t &remarks_;
     scc_ring_t ring_;
-    bool works_ = false; // initialised
+    bool works_ = false;       // initialised
+    bool interrupted_ = false; // stopped inside a buffer since then
     std::optional<buffer_t> buffer_;
     std::deque<waiting_t> fifo_;
     std::optional<line_character_t> current_;

@@ -1,9 +1,10 @@
-// Who may watch a chassis, and what he is shown.
+// Who may watch a chassis, and what they are shown.
 #pragma once
 
 #include "chassis/bus/line.h"
 
 #include <string>
+#include <vector>
 
 // One access of the program to the internal memory map.
 struct access_t {
@@ -14,20 +15,69 @@ struct access_t {
     const char *name = ""; // of the register, as the manual has it; empty: memory
 };
 
-// Someone who watches a chassis; takes what he wants. The calls come in the order of time, a
-// character's when it ends: its start may lie before the last change of the pins.
+// Watches a chassis. The calls come in the order of time, a character's when it ends: its start may
+// lie before the last change of the pins.
 struct chassis_observer_t {
     virtual void character (const line_character_t &) {}
     virtual void pins (uint64_t /*tick*/, const bus_pins_t &) {}
     virtual void access (const access_t &) {}
     virtual void command (uint32_t /*word handed to the driver*/) {}
-    // Everything on the lines before `tick`, and on the pins up to it, has been told: no character
-    // that began earlier is still on its way.
+    // Everything on the lines before `tick`, and on the pins up to it, has been reported: no
+    // character that began earlier is still on its way.
     virtual void settled (uint64_t /*tick*/) {}
-    // A line about what the program does with the board, each told once. Refused: the board does
-    // not know what would happen and stands still from now on; it is the last line.
+    // A line about what the program does with the board, each said once. Refused: the board does
+    // not know what would happen, or the program may not do it; the board stands still from now on.
     virtual void remark (uint64_t /*tick*/, const std::string & /*line*/, bool /*refused*/) {}
 
   protected:
     ~chassis_observer_t () = default;
+};
+
+// All who watch one chassis, in the order in which they came.
+class observers_t final : public chassis_observer_t {
+  public:
+    // Must outlive this.
+    void add (chassis_observer_t *observer)
+    {
+        all_.push_back (observer);
+    }
+    void character (const line_character_t &character) override
+    {
+        for (chassis_observer_t *one : all_) {
+            one->character (character);
+        }
+    }
+    void pins (uint64_t tick, const bus_pins_t &pins) override
+    {
+        for (chassis_observer_t *one : all_) {
+            one->pins (tick, pins);
+        }
+    }
+    void access (const access_t &access) override
+    {
+        for (chassis_observer_t *one : all_) {
+            one->access (access);
+        }
+    }
+    void command (uint32_t word) override
+    {
+        for (chassis_observer_t *one : all_) {
+            one->command (word);
+        }
+    }
+    void settled (uint64_t tick) override
+    {
+        for (chassis_observer_t *one : all_) {
+            one->settled (tick);
+        }
+    }
+    void remark (uint64_t tick, const std::string &line, bool refused) override
+    {
+        for (chassis_observer_t *one : all_) {
+            one->remark (tick, line, refused);
+        }
+    }
+
+  private:
+    std::vector<chassis_observer_t *> all_;
 };

@@ -96,8 +96,10 @@ struct board_t {
     enum class fill_t {
         zeros,
         ones,
-        noise
-    } fill = fill_t::zeros; // memory before the program runs
+        noise,
+        noise2,
+        noise3
+    } fill = fill_t::zeros; // RAM, input pins and other drivers' bits before the program runs
 };
 
 // A whole chassis. Cards in slots 23 and 24 run at brgclk / 400 bit/s, all others at brgclk / 80,

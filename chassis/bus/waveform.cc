@@ -10,8 +10,8 @@
 
 constexpr uint64_t nanoseconds_a_second = 1000000000;
 constexpr uint64_t switched_on = 1000000;
-constexpr uint16_t all_wires = 0x3FF;
-constexpr char names[] = "0123456str"; // of the wires, in the lines of the dump
+constexpr uint16_t all_wires = 0x7FF;
+constexpr char names[] = "0123456strc"; // of the wires, in the lines of the dump
 
 static std::string head ()
 {
@@ -25,6 +25,7 @@ static std::string head ()
     return text + "$var wire 1 s strobe $end\n"
                   "$var wire 1 t TXD3 $end\n"
                   "$var wire 1 r RXD3 $end\n"
+                  "$var wire 1 c CTS3 $end\n"
                   "$upscope $end\n"
                   "$enddefinitions $end\n"
                   "#0\n"
@@ -63,9 +64,9 @@ void waveform_t::pins (uint64_t tick, const bus_pins_t &pins)
     uint64_t last = nanoseconds (tick + 1) - 1; // of this tick
     uint64_t stamp = std::max (nanoseconds (tick), std::min (next_pins_, last));
     next_pins_ = stamp + 1;
-    uint16_t strobe = pins.strobe_low ? 0 : STROBE;
-    coming_.push_back (
-        {stamp, STROBE | SLOT_CODE, static_cast<uint16_t> (strobe | pins.code), false});
+    auto levels = static_cast<uint16_t> (pins.code | (pins.strobe_low ? 0 : STROBE) |
+                                         (pins.tx_held_up ? CTS3 : 0));
+    coming_.push_back ({stamp, STROBE | SLOT_CODE | CTS3, levels, false});
     if (pins.rx_held_low != held_low_) {
         held_low_ = pins.rx_held_low;
         uint16_t level = held_low_ ? 0 : RXD3;

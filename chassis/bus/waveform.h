@@ -1,6 +1,6 @@
 // Writes the lines and pins of the bus as a value change dump (IEEE 1364), for a waveform viewer or
-// the decoders of a logic analyser: slot_code (PC25 to PC31), strobe (PC24), TXD3 and RXD3, in
-// nanoseconds since the chassis was switched on.
+// the decoders of a logic analyser: slot_code (PC25 to PC31), strobe (PC24), TXD3, RXD3
+// and CTS3, in nanoseconds since the chassis was switched on.
 //
 // The program changes pins in no time at all. Such changes are shown a nanosecond apart, as far as
 // the tick of BRGCLK reaches in which they happen, so that their order can be seen.
@@ -25,11 +25,12 @@ class waveform_t final : public chassis_observer_t {
     void settled (uint64_t tick) override;
 
   private:
-    // The wires, as bits: the low byte of port C's data register, then the two lines.
+    // The wires, as bits: the low byte of port C's data register, then the lines.
     static constexpr uint16_t SLOT_CODE = 0x07F;
     static constexpr uint16_t STROBE = 0x080;
     static constexpr uint16_t TXD3 = 0x100;
     static constexpr uint16_t RXD3 = 0x200;
+    static constexpr uint16_t CTS3 = 0x400; // high: the selected card holds up the transmitter
 
     struct change_t {
         uint64_t stamp; // nanoseconds

@@ -27,7 +27,9 @@ static const keys_t answer_keys = {"command", "hex",   "text",    "types", "fiel
 
 static const choices_t<board_t::fill_t> fills = {{"zeros", board_t::fill_t::zeros},
                                                  {"ones", board_t::fill_t::ones},
-                                                 {"noise", board_t::fill_t::noise}};
+                                                 {"noise", board_t::fill_t::noise},
+                                                 {"noise 2", board_t::fill_t::noise2},
+                                                 {"noise 3", board_t::fill_t::noise3}};
 
 static const choices_t<fault_t> faults = {{"none", fault_t::none},
                                           {"silent", fault_t::silent},

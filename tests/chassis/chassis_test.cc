@@ -1,91 +1,18 @@
-// The emulated board and chassis under the device layer. Registers and words are literals, so that
-// a wrong name in the register map cannot hide on both sides.
+// The emulated board and chassis under the device layer; what the board makes of other daemons is
+// in daemons_test.cc. Registers and words are literals, so that a wrong name in the register map
+// cannot hide on both sides.
 #include "chassis/bus/trace.h"
 #include "tests/board.h"
 #include "tests/expected.h"
 
 #include <errno.h>
-#include <map>
 #include <numeric>
-#include <set>
-#include <sstream>
 #include <stdlib.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <thread>
 
 namespace {
-
-// Stands between the daemon and the board and makes its accesses those of a wrong daemon: the
-// changes of expected/wrong_daemons.txt, by name.
-struct meddler_t final : register_file_t {
-    chassis_t &board;
-    std::map<std::string, std::set<uint32_t>> places; // "late": offsets
-    std::map<std::string, std::vector<access_t>> writes;
-    bool in_transfer = false, started = false;
-    std::vector<access_t> waiting;
-
-    explicit meddler_t (chassis_t &chassis) : board (chassis) {}
-
-    // The one value of a change.
-    uint32_t value_of (const std::string &change, uint32_t otherwise)
-    {
-        return places[change].empty () ? otherwise : *places[change].begin ();
-    }
-    void reach (const std::string &moment)
-    {
-        for (const access_t &a : std::exchange (writes[moment], {})) {
-            uint32_t flipped = moment == "flip" ? board.memory ().read (a.offset, a.width) : 0;
-            if (a.offset == 0x119C0) {
-                board.driver_request (SCANP_DO_CPCR_COMMAND, a.value);
-            } else {
-                board.write (a.offset, a.width, a.value ^ flipped);
-            }
-        }
-    }
-    void spoil_bytes ()
-    {
-        for (uint32_t at : places["byte"]) {
-            *board.memory ().physical (0x01F40000 + at) ^= 0xFF;
-        }
-    }
-    uint32_t read (uint32_t offset, int width) override
-    {
-        if (started && offset == 0x1010) {
-            board.advance (value_of ("wait", 0));
-            places["wait"].clear ();
-            reach ("look");
-        }
-        uint32_t value = board.read (offset, width);
-        for (const access_t &a : waiting) {
-            value = a.offset == offset ? a.value : value;
-        }
-        if (started && offset == 0x1020 && !(value & 0x8000)) {
-            reach ("done");
-        }
-        return value;
-    }
-    void write (uint32_t offset, int width, uint32_t value) override
-    {
-        if (offset == 0x11A40 && (value & 0x30) == 0x20) {
-            reach ("ready");
-            spoil_bytes ();
-        }
-        if (in_transfer && !started && places["late"].count (offset)) {
-            waiting.push_back ({offset, width, value, true});
-        } else if (!places["drop"].count (offset) &&
-                   !(in_transfer && places["skip"].count (offset))) {
-            board.write (offset, places["halves"].count (offset) ? 2 : width, value);
-        }
-        if (offset == 0x11A40 && (value & 0x10) && !std::exchange (started, true)) {
-            for (const access_t &a : std::exchange (waiting, {})) {
-                board.write (a.offset, a.width, a.value);
-            }
-            spoil_bytes ();
-            reach ("started");
-        }
-    }
-};
 
 class chassis_test : public board_test {
   protected:
@@ -94,13 +21,6 @@ class chassis_test : public board_test {
     void SetUp () override
     {
         settings.board.fill = board_t::fill_t::noise;
-    }
-    void new_board ()
-    {
-        for (int i = 0; i < 4 && scan_port_state.scanp_fd > 0; i++) {
-            close (scan_port_state.scanp_fd + i); // what the last set-up left open
-        }
-        power_up ();
     }
     int32_t ask (uint32_t slot, int32_t txlen = 2)
     {
@@ -112,87 +32,11 @@ class chassis_test : public board_test {
     {
         return chassis->memory ().read16 (offset);
     }
-
-    // What became of a transfer: result, the receive descriptor, and what is not 0 or where it was.
-    std::string outcome (int32_t result, int32_t txlen)
-    {
-        bool is_echo = result == txlen;
-        for (int32_t i = 0; i < txlen; i++) {
-            is_echo = is_echo && rx[i] == static_cast<uint8_t> (i + 1);
-        }
-        char text[60];
-        snprintf (text, sizeof (text), "%d%s %04X:%u", result,
-                  result < 0 || is_echo ? "" : " not the echo", half (0x1020), half (0x1022));
-        std::string line = text;
-        for (auto [name, offset, usual] :
-             {std::tuple<const char *, uint32_t, uint32_t>{"FRMEC", 0x8240, 0},
-              {"NOSEC", 0x8242, 0},
-              {"BRKEC", 0x8244, 0},
-              {"SCCE", 0x11A50, 0},
-              {"TBPTR", 0x8220, 0x1000}}) {
-            if (half (offset) != usual) {
-                snprintf (text, sizeof (text), " %s %04X", name, half (offset));
-                line += text;
-            }
-        }
-        for (const std::string &remark : log->remarks) {
-            line += " " + remark;
-        }
-        return line;
-    }
-    std::string play (const std::string &changes)
-    {
-        std::map<std::string, std::set<uint32_t>> places;
-        std::map<std::string, std::vector<access_t>> writes;
-        std::istringstream words (changes);
-        for (std::string what, place, word; words >> what >> place;) {
-            uint32_t at = std::stoul (place, nullptr, 16);
-            if (std::set<std::string>{"flip", "ready", "started", "look", "done"}.count (what)) {
-                words >> word;
-                uint32_t value = std::stoul (word, nullptr, 16);
-                writes[what].push_back ({at, static_cast<int> (word.size () / 2), value, true});
-            } else {
-                places[what].insert (at);
-            }
-        }
-        auto value_of = [&] (const char *what, uint32_t otherwise) {
-            return places[what].empty () ? otherwise : *places[what].begin ();
-        };
-        uint32_t fault = value_of ("fault", 0);
-        settings.card (3) = card_t ().echoes (0x93).pauses (50).after (value_of ("delay", 100));
-        settings.card (3).from (value_of ("from", 0x5A)).bit_rate = value_of ("rate", 0);
-        settings.card (3).fails (static_cast<fault_t> (fault >> 8), fault & 0xFF);
-        settings.board.cts3 = value_of ("cts", 0);
-        new_board ();
-        meddler_t meddler (*chassis);
-        meddler.places = places;
-        meddler.writes = writes;
-        chassis->front = &meddler;
-        scan_port_init ();
-        meddler.in_transfer = true;
-        log->on_command = [&] (uint32_t) { meddler.reach ("flip"); };
-        int32_t txlen = static_cast<int32_t> (value_of ("length", 2));
-        std::string line = outcome (ask (3, txlen), txlen);
-        chassis.reset ();
-        return line;
-    }
 };
-
-TEST_F (chassis_test, a_wrong_daemon_fails_and_a_right_one_sees_the_cards_faults)
-{
-    std::ifstream table (Q5_EXPECTED "/chassis/wrong_daemons.txt");
-    std::string text;
-    for (std::string line; std::getline (table, line);) {
-        std::string changes = line.substr (0, line.find (" => "));
-        bool is_row = !line.empty () && line[0] != '#';
-        text += changes + (is_row ? " => " + play (changes) : "") + "\n";
-    }
-    expect_file ("chassis/wrong_daemons.txt", text);
-}
 
 TEST_F (chassis_test, a_descriptor_that_was_not_ready_is_looked_at_every_64_bits)
 {
-    new_board ();
+    power_up ();
     scan_port_init ();
     chassis->driver_request (SCANP_DO_CPCR_COMMAND, 0x08C10000);
     chassis->write (0x119FC, 4, 0x10008);
@@ -209,16 +53,19 @@ TEST_F (chassis_test, a_descriptor_that_was_not_ready_is_looked_at_every_64_bits
     EXPECT_EQ (half (0x1000), 0x2400u);
 }
 
-TEST_F (chassis_test, the_receive_line_is_low_in_a_start_bit)
+TEST_F (chassis_test, the_receive_line_is_low_in_a_start_bit_and_idle_after_a_character)
 {
     settings.card (3).echoes (0x93).after (200000);
-    new_board ();
+    power_up ();
     scan_port_init ();
     EXPECT_EQ (ask (3), -3); // at 110 ms; the answer begins at 200.080
-    chassis->advance (90079);
-    EXPECT_EQ (chassis->read (0x10D70, 4) & 0x40, 0x40u);
-    chassis->advance (2);
-    EXPECT_EQ (chassis->read (0x10D70, 4) & 0x40, 0u);
+    const std::vector<std::tuple<uint32_t, uint32_t, uint32_t>> steps = {
+        {90079, 0x40, 1}, {2, 0, 0}, {53, 0x40, 0}, {13, 0x40, 1}};
+    for (auto [time, level, idle] : steps) {
+        chassis->advance (time);
+        EXPECT_EQ (chassis->read (0x10D70, 4) & 0x40, level) << time;
+        EXPECT_EQ (chassis->read (0x11A57, 1), idle) << "SCCS3: idle for a character " << time;
+    }
 }
 
 TEST_F (chassis_test, loses_no_tick)
@@ -233,7 +80,7 @@ TEST_F (chassis_test, loses_no_tick)
 
 TEST_F (chassis_test, cards_are_plugged_just_before_a_select)
 {
-    new_board ();
+    power_up ();
     scan_port_init ();
     int selects = 0;
     chassis->before_select = [&] {
@@ -241,8 +88,8 @@ TEST_F (chassis_test, cards_are_plugged_just_before_a_select)
         chassis->set_cards ({{3, card_t ().answers (0x93, {9})}});
     };
     EXPECT_EQ (ask (3), 1);
-    chassis->write (0x10D50, 4, 0x11);
-    chassis->write (0x10D50, 4, 0x10);
+    chassis->write (0x10D53, 1, 0x11); // a byte of PDATC is enough
+    chassis->write (0x10D53, 1, 0x10);
     EXPECT_EQ (selects, 3) << "a code that changes under the low strobe selects";
 }
 
@@ -281,6 +128,7 @@ TEST (trace_file, marks_the_gap_that_a_full_disk_left)
 
 TEST_F (chassis_test, a_trace_tells_what_happened)
 {
+    may_stop = true;
     char *text = nullptr;
     size_t size = 0;
     FILE *file = open_memstream (&text, &size);
@@ -288,7 +136,7 @@ TEST_F (chassis_test, a_trace_tells_what_happened)
     settings.card (3).answers (0x93, bytes_t (40, 0xEE));
     settings.card (4).fails (fault_t::framing, 1).answers (0x93, {1, 2, 3});
     settings.card (5).fails (fault_t::line_low);
-    new_board ();
+    power_up ();
     chassis->memory ().write (0x10D50, 4, 0x11); // the strobe is low before the set-up
     chassis->observe (&trace);
     scan_port_init ();

@@ -102,8 +102,8 @@ static void tell_views ()
 {
     int fd = open ("/dev/mem", O_RDWR);
     volatile uint8_t *view = map (fd, 0x3FFFF, 0xF0000000);
-    auto *page = const_cast<uint8_t *> (view) + 0x1000; // of dual-port RAM
-    view[0x3FFFF] = 0x12, errno = EILSEQ, view[0x2FFF] = 0x34;
+    auto *page = const_cast<uint8_t *> (view) + 0x2000; // the one behind the driver's bytes
+    view[0x3FFFF] = view[0x3FFFF], errno = EILSEQ, view[0x103F] = 0x34;
     tell ("errno behind an access", -(errno == EILSEQ));
     tell ("behind the length, in the page", view[0x3FFFF]);
     tell ("past the end", map (fd, 0x40001, 0xF0000000) ? 0 : -1);
@@ -112,8 +112,8 @@ static void tell_views ()
     tell ("private", map (fd, 1, 0xF0000000, MAP_PRIVATE) ? 0 : -1);
     tell ("a second mapping", mremap (page, 0, 4096, MREMAP_MAYMOVE) == MAP_FAILED ? -1 : 0);
     tell ("mremap", mremap (page, 4096, 8192, MREMAP_MAYMOVE) == MAP_FAILED ? -1 : 0);
-    tell ("mprotect", mprotect (page + 4096, 4096, PROT_READ));
-    tell ("protected", view[0x2FFF]);
+    tell ("mprotect", mprotect (page - 4096, 4096, PROT_READ));
+    tell ("protected", view[0x103F]);
     tell ("munmap", munmap (page, 4096));
     tell ("mprotect of what is gone", mprotect (page, 4096, PROT_READ));
     tell ("behind what is gone", view[0x3FFFF]);
@@ -121,7 +121,7 @@ static void tell_views ()
                                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) == page);
     tell ("its own bytes", *page = 5);
     tell ("two kinds of pages", mprotect (page, 8192, PROT_READ));
-    view[0x2FFF] = 1;
+    view[0x103F] = 1;
 }
 
 // Whether a raw system call opens the memory of this machine, by its name or by a node of root's.

@@ -60,10 +60,11 @@ TEST_F (scanp, maps_whole_pages_and_leaves_the_descriptor_open)
     };
     const std::vector<case_t> cases = {
         {0xE1FFF234, 0x10, 1, O_RDWR | O_SYNC},
-        {0xE1FFFFF8, 0x10, 0, O_RDWR}, // over the end of a page
+        {0xF0000FF8, 0x10, 0, O_RDWR}, // over the end of a page
         {0xE1FFF234, 8192, 1, O_RDWR | O_SYNC},
     };
     settings.board.buffer = 0xE1FFF234;
+    settings.board.dpram = 0xFF8;
     power_up ();
     int before = num_descriptors ();
     for (const case_t &c : cases) {
@@ -124,6 +125,7 @@ TEST_F (scanp, commands_pins_and_descriptor_bases_use_their_own_bits)
     scan_strobe_low ();
     scan_set_slot_code (0xE0);
     EXPECT_EQ (word (0x10D50), 0xFFFFFF60u);
+    may_stop = true; // no such command as the last one
     for (uint32_t opcode : {0, 3, 15, 0x10}) {
         scan_cp_command (opcode);
     }
