@@ -1,4 +1,4 @@
-// A plug-in of qemu's user mode: counts what a server does for each batch. Its arguments:
+// A plug-in for qemu's user mode that counts what a server does for each batch. Its arguments:
 //   program=PATH  malloc=OFFSET (hex, in the C library)  output=FILE
 // At each close, which ends a batch, a line goes to the file: the program's own instructions, the
 // library's; loads of uncached memory by 1, 2, 4 and 8 bytes, stores by the same; system calls;
@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-// What of qemu's interface for plug-ins, version 1, is used here.
+// The part of qemu's plug-in interface, version 1, that is used here.
 extern "C" {
 struct qemu_plugin_tb;
 struct qemu_plugin_insn;

@@ -1,6 +1,5 @@
 // The least that a server of batches does: the same reads and writes as the daemon's, and
-// floor_transfer for each request. With FLOOR_CHECKS it makes the documented checks of a request
-// too.
+// floor_transfer for each request; with FLOOR_CHECKS the documented checks of a request too.
 #include "bench/floor.h"
 
 #include "scan/q5_scan_protocol.h"

@@ -1,4 +1,4 @@
-// What bench/run measures the daemon against: the same work by hand, with and without a device.
+// What bench/run compares the daemon with: the same work by hand, with and without a device.
 #pragma once
 
 #include <stdint.h>

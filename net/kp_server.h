@@ -5,7 +5,8 @@
 
 #include <stdint.h>
 
-// A strictly sequential TCP server: one connection at a time, in the calling thread, no time-outs.
+// A strictly sequential TCP server: one connection at a time, in the calling thread, without
+// timeouts.
 class kp_server_t : public kp_literate_t {
   public:
     // Serves one connection; `fd` is open until it returns or throws exception_t. The result is

@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-// What the protocol admits the device takes.
+// The device takes every length that the protocol allows.
 static_assert (Q5_SCAN_MAX_TX == SCAN_PORT_MAX_TX && Q5_SCAN_MAX_RX == SCAN_PORT_MAX_RX);
 
 #define MODULE "q5_scan_server.cc"

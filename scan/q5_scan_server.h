@@ -6,7 +6,7 @@
 
 #include <stdint.h>
 
-// Neither buffers nor table are ever cleared: what a batch does not overwrite stays from before.
+// Buffers and table are never cleared: what a batch does not overwrite stays from earlier ones.
 class q5_scan_server_t : public kp_server_t {
   public:
     // Aligned so that the target copies them by aligned words.
@@ -19,7 +19,7 @@ class q5_scan_server_t : public kp_server_t {
 
     // Reads, checks and executes one batch on the connection `fd` (more than 0). Every check and
     // read comes before the first request runs; each reply is written as its request ends. Returns
-    // without a word to a client that does not hold the bus while another does. Throws exception_t
+    // without a reply while another client holds the bus. Throws exception_t
     // on a failed check or write. The result has no meaning.
     int32_t handle (int32_t fd) override;
 

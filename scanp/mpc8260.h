@@ -1,4 +1,4 @@
-// The MPC8260 family's internal memory map, as far as the scan bus needs it: offsets from the start
+// The MPC8260 family's internal memory map, the part that the scan bus uses: offsets from the start
 // of the map, bits by the manual's names (bit 0 of the manual is the most significant one), and the
 // records in memory that the communications processor shares with the core.
 // Source: MPC8260 PowerQUICC II Family Reference Manual, the chapter named at each block.
@@ -134,12 +134,12 @@ static_assert (offsetof (scc_uart_pram_t, CHARACTER) == 0x50);
 static_assert (offsetof (scc_uart_pram_t, RCCM) == 0x60);
 static_assert (sizeof (scc_uart_pram_t) == 0x68);
 
-constexpr uint8_t FCR_GBL = 0x20;          // the caches are told
+constexpr uint8_t FCR_GBL = 0x20;          // snooped by the caches
 constexpr uint8_t FCR_BIG_ENDIAN = 0x10;   // BO = 10
 constexpr uint16_t CHARACTER_END = 0x8000; // E: end of the control character table
-constexpr uint16_t RCCM_END = 0xC000;      // end of the table behind its last entry
+constexpr uint16_t RCCM_END = 0xC000;      // end of the table, after its last entry
 constexpr uint16_t RCCM_ALL = RCCM_END | 0xFF;
-constexpr uint16_t TOSEQ_REA = 0x2000; // the character waits to be sent
+constexpr uint16_t TOSEQ_REA = 0x2000; // the character is ready to be sent
 
 // Buffer descriptor (chapter "SCC Buffer Descriptors" and the UART descriptors' tables).
 struct scc_bd_t {

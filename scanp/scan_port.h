@@ -3,7 +3,7 @@
 
 #include <stdint.h>
 
-// Limits of one transfer, in bytes. Transmit stands two below receive: two command bytes go ahead.
+// Limits of one transfer, in bytes. Two command bytes precede the transmitted data.
 constexpr int32_t SCAN_PORT_MAX_TX = 4094;
 constexpr int32_t SCAN_PORT_MAX_RX = 4096;
 

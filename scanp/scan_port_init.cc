@@ -80,8 +80,8 @@ static void map_buffers ()
     uint32_t phys = scanp_get_phys_mem (scan_port_state.scanp_fd);
     scan_port_state.tx_buf_phys = phys;
     scan_port_state.rx_buf_phys = phys + SCAN_BUF_SIZE;
-    // The transmit mapping reaches on over the receive buffer: the closing character of a full
-    // transmission lies one byte past the transmit buffer, where the controller reads it.
+    // The transmit mapping includes the receive buffer: the controller reads the closing character
+    // of a full transmission one byte past the transmit buffer.
     scan_port_state.tx_buf = scanp_map_phys_mem (phys, 2 * SCAN_BUF_SIZE, 1);
     scan_port_state.rx_buf = scanp_map_phys_mem (phys + SCAN_BUF_SIZE, SCAN_BUF_SIZE, 1);
 }

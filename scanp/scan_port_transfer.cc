@@ -46,7 +46,7 @@ static void select_slot (int8_t code)
     scan_strobe_low ();
 }
 
-// The length is the controller's to write.
+// The controller writes the length.
 static void arm_receiver ()
 {
     volatile scc_bd_t *bd = &scan_port_state.rx_bds[0];
@@ -59,7 +59,7 @@ static void point_transmitter (int i, uint32_t offset)
     io_write (&scan_port_state.tx_bds[i].pointer, scan_port_state.tx_buf_phys + offset);
 }
 
-// The status, which gives the descriptor to the controller, goes last.
+// The status is written last: it hands the descriptor over to the controller.
 static void ready_transmitter (int i, uint16_t length, uint16_t status)
 {
     io_write (&scan_port_state.tx_bds[i].length, length);
@@ -152,8 +152,8 @@ static void copy_answer (int32_t rxlen, uint8_t *rxbuf)
     io_copy_from (rxbuf, scan_port_state.rx_buf, rxlen);
 }
 
-// Every failure after the slot is selected deliberately leaves the strobe low, and a time-out the
-// controller running: the next transfer puts both right.
+// Deliberately, every failure after the slot is selected leaves the strobe low, and a timeout
+// leaves the controller running: the next transfer resets both.
 int32_t scan_port_transfer (uint32_t slot, int32_t command, int32_t txlen, const uint8_t *txbuf,
                             int32_t rxlen, uint8_t *rxbuf)
 {

@@ -79,7 +79,7 @@ int32_t scan_cp_command (uint32_t opcode)
     // The mask deliberately drops the opcode itself: every opcode from 0 to 15 sends INIT RX AND TX
     // PARAMETERS for SCC3.
     uint32_t command = (opcode & ~CPCR_OPCODE) | CPCR_PAGE_SBC_SCC3 | CPCR_FLG;
-    io_complete (); // the command acts on parameter RAM and descriptors: they are there before it
+    io_complete (); // the command acts on parameter RAM and descriptors
     return scanp_do_cpcr_command (scan_port_state.scanp_fd, command);
 }
 

@@ -15,7 +15,7 @@ struct scan_port_state_t {
     volatile uint8_t *immr;    // the internal memory map
     int32_t scanp_fd;          // /dev/scanp, never closed
     volatile uint8_t *rx_buf;  // 4096 bytes
-    volatile uint8_t *tx_buf;  // 4096 bytes, mapped on into rx_buf's memory
+    volatile uint8_t *tx_buf;  // 4096 bytes; the mapping continues over rx_buf's memory
     uint32_t rx_buf_phys;      // physical address of the receive buffer
     uint32_t tx_buf_phys;      // physical address of the transmit buffer
     volatile scc_bd_t *rx_bds; // SCAN_NUM_BDS descriptors in dual-port RAM
@@ -29,7 +29,7 @@ extern scan_port_state_t scan_port_state;
 int32_t scanp_open ();
 
 // The driver's three requests. Each aborts the process, with the C library's assertion message, on
-// the one answer that the driver gives for a failure: 0, 0x7FFFFFFF and anything but 0.
+// the answer that means failure: 0, 0x7FFFFFFF and anything but 0, in this order.
 // Returns the physical address of 8192 bytes: the transmit buffer, then the receive buffer.
 uint32_t scanp_get_phys_mem (int32_t fd);
 // Returns the offset, in the internal memory map, of at least 64 bytes of reserved dual-port RAM.

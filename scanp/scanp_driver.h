@@ -1,4 +1,4 @@
-// What the driver behind /dev/scanp and its users agree on.
+// The interface of the /dev/scanp driver.
 #pragma once
 
 #include <stdint.h>

@@ -12,7 +12,7 @@
 
 constexpr int port = 51971; // the tests have a network of their own
 
-// How many bytes a read or a write moves at the most; 0 and -1: what it returns, with EINTR.
+// The most bytes that a read or a write moves; 0 and -1: its result, with EINTR.
 static int most_at_once = INT_MAX;
 
 static ssize_t moved (int call, int fd, uintptr_t buffer, size_t size)
@@ -32,7 +32,7 @@ extern "C" ssize_t write (int fd, const void *buffer, size_t size)
     return moved (SYS_write, fd, reinterpret_cast<uintptr_t> (buffer), size);
 }
 
-// What the last call of listen was given.
+// The arguments of the last listen.
 static int last_listener, last_backlog;
 
 extern "C" int listen (int fd, int backlog) noexcept
@@ -42,7 +42,7 @@ extern "C" int listen (int fd, int backlog) noexcept
     return syscall (SYS_listen, fd, backlog);
 }
 
-// What accept gives, in this order; then it leaves serve, which nothing else does.
+// The results of accept, in order; after the last one it throws, to leave serve.
 struct no_more_t {};
 static std::vector<int> arrivals;
 
@@ -69,7 +69,7 @@ TEST (exception, keeps_199_characters_and_prints_them_and_one_newline_or_nothing
     }
 }
 
-TEST (kp_literate, checks_speak_in_their_order)
+TEST (kp_literate, checks_in_order)
 {
     kp_literate_t io;
     kp_literate_t *null = null_object<kp_literate_t> ();
@@ -102,7 +102,7 @@ TEST (kp_literate, moves_all_bytes_or_reports_nothing)
     EXPECT_EQ (std::string (buffer, 5), "abcd-");
     EXPECT_EQ (io.write_fully (wire.there, "vwxyz", 4), 4);
     EXPECT_EQ (wire.received (), (bytes_t{'v', 'w', 'x', 'y'}));
-    char *last_page = reinterpret_cast<char *> (-4096); // the length leads beyond all memory
+    char *last_page = reinterpret_cast<char *> (-4096); // the length runs past the end of memory
     EXPECT_EQ (io.read_fully (wire.there, last_page, INT_MAX), 0);
     EXPECT_EQ (io.write_fully (wire.there, last_page, INT_MAX), 0);
     shutdown (wire.here, SHUT_WR);
@@ -121,7 +121,7 @@ TEST (kp_literate, gets_reads_lines)
     struct case_t {
         const char *input;
         int size;
-        std::vector<std::pair<int, const char *>> lines; // results and what the buffer holds
+        std::vector<std::pair<int, const char *>> lines; // results and contents of the buffer
         size_t unread = 0;
     };
     const std::vector<case_t> cases = {
@@ -161,7 +161,7 @@ TEST (kp_literate, puts_lets_exactly_1000_characters_through_with_a_nul_for_the_
     EXPECT_TRUE (wire.received ().empty ());
 }
 
-// Does what the first byte of a connection says.
+// Does what the first byte of a connection asks for.
 class obedient_server_t : public kp_server_t {
   public:
     int32_t handle (int32_t fd) override
@@ -207,7 +207,7 @@ TEST (kp_server, names_the_step_that_failed)
     EXPECT_EQ (with_socket_0, "error kp_server.cc:27 (No such file or directory)");
 }
 
-TEST (kp_server, listens_on_every_address_and_behind_connections_that_linger)
+TEST (kp_server, listens_on_every_address_while_connections_linger)
 {
     obedient_server_t server;
     EXPECT_THROW (server.serve (port + (1 << 16), 7), no_more_t);
@@ -224,7 +224,7 @@ TEST (kp_server, listens_on_every_address_and_behind_connections_that_linger)
     close (last_listener);
 }
 
-TEST (kp_server, serves_one_after_another_and_outlives_what_a_session_throws)
+TEST (kp_server, serves_one_after_another_and_survives_what_a_session_throws)
 {
     obedient_server_t server;
     socket_pair_t clients[5];

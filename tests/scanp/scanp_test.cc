@@ -12,7 +12,7 @@ static int flags_of (int fd)
     return (fcntl (fd, F_GETFL) & (O_ACCMODE | O_SYNC)) | (fcntl (fd, F_GETFD) ? O_CLOEXEC : 0);
 }
 
-// Of the descriptor that was opened last: the one before the lowest free number.
+// Of the descriptor opened last, the one before the lowest free number.
 static int newest_flags ()
 {
     int free = dup (0);
@@ -60,7 +60,7 @@ TEST_F (scanp, maps_whole_pages_and_leaves_the_descriptor_open)
     };
     const std::vector<case_t> cases = {
         {0xE1FFF234, 0x10, 1, O_RDWR | O_SYNC},
-        {0xF0000FF8, 0x10, 0, O_RDWR}, // over the end of a page
+        {0xF0000FF8, 0x10, 0, O_RDWR}, // crosses a page boundary
         {0xE1FFF234, 8192, 1, O_RDWR | O_SYNC},
     };
     settings.board.buffer = 0xE1FFF234;
@@ -78,11 +78,12 @@ TEST_F (scanp, maps_whole_pages_and_leaves_the_descriptor_open)
         EXPECT_EQ (*chassis->memory ().physical (c.phys + c.length - 1), 0x22);
     }
     EXPECT_EQ (scanp_map_phys_mem (0x00001000, 16, 1), nullptr);
-    EXPECT_EQ (scanp_map_phys_mem (0xFFFFFFFF, 8192, 1), nullptr) << "past the end of the world";
+    EXPECT_EQ (scanp_map_phys_mem (0xFFFFFFFF, 8192, 1), nullptr)
+        << "past the end of the address space";
     EXPECT_EQ (num_descriptors (), before + 5) << "after a failure too";
 }
 
-// What the log holds, as the text of a file; the log begins anew.
+// Empties the log and returns its lines as the text of a file.
 static std::string taken (board_log_t &log)
 {
     std::string text;
@@ -133,7 +134,7 @@ TEST_F (scanp, commands_pins_and_descriptor_bases_use_their_own_bits)
                (std::vector<uint32_t>{0x08C10000, 0x08C10000, 0x08C10000, 0x08C10010}));
 }
 
-constexpr uint32_t TIME_OUT = 110000; // microseconds
+constexpr uint32_t TIMEOUT = 110000; // microseconds
 
 class transfer : public board_test {
   protected:
@@ -242,7 +243,7 @@ TEST_F (transfer, copies_as_many_bytes_as_were_wanted_whatever_came)
     EXPECT_EQ (rx[1], 0xEE);
 }
 
-TEST_F (transfer, fails_while_a_second_daemon_starts_and_is_good_again_behind_it)
+TEST_F (transfer, fails_while_a_second_daemon_starts_and_works_again_after_it)
 {
     start ();
     log->on_command = [&] (uint32_t) {
@@ -257,18 +258,18 @@ TEST_F (transfer, fails_while_a_second_daemon_starts_and_is_good_again_behind_it
 
 TEST_F (transfer, what_ends_within_the_eleventh_sleep_is_in_time)
 {
-    // Four characters out, one byte in its two addresses back: 93.3 microseconds beside the delay.
+    // Four characters out, one byte in its two addresses back: 93.3 microseconds besides the delay.
     for (auto [delay, result] : {std::pair<uint32_t, int32_t>{109906, 1}, {109907, -3}}) {
         settings.card (4) = card_t ().answers (0x33, {7}).after (delay);
         start ();
         EXPECT_EQ (ask (4), result);
-        EXPECT_EQ (microseconds (), TIME_OUT);
+        EXPECT_EQ (microseconds (), TIMEOUT);
     }
     settings.card (23).echoes (0x93);
     start ();
     bytes_t tx (1679);
-    // 1650 slow characters last exactly 110 ms. The controller takes 32 more ahead: out of its
-    // hands in time, and only unanswered.
+    // 1650 slow characters last exactly 110 ms. The controller has cleared R 32 characters earlier:
+    // sent in time, and only unanswered.
     EXPECT_EQ (scan_port_transfer (23, 0x93, 1678, tx.data (), 16, rx), -3);
     EXPECT_EQ (scan_port_transfer (23, 0x93, 1679, tx.data (), 16, rx), -10);
 }

@@ -11,7 +11,7 @@
 
 alignas (8) static uint8_t immr[0x40000], buffers[2 * 4096];
 
-// What the controller leaves: the status; whether it still sends; whether it has counted noise.
+// What the controller leaves: the status; whether it is still sending; whether it counted noise.
 static uint32_t left;
 static int sleeps;
 
@@ -31,7 +31,7 @@ extern "C" int usleep (useconds_t)
     return 0;
 }
 
-// Bits of the status as the manual counts them: 0 is the most significant.
+// Bits of the status by the manual's numbers: 0 is the most significant.
 static bool has_bit (int bit)
 {
     return left >> (15 - bit) & 1;
