@@ -28,6 +28,8 @@ endef
 define Q5_SCAND_INSTALL_INIT_SYSTEMD
 	$(INSTALL) -D -m 0644 $(@D)/packaging/systemd/q5_scand.service.in \
 		$(TARGET_DIR)/usr/lib/systemd/system/q5_scand.service
+	$(INSTALL) -D -m 0644 $(@D)/packaging/systemd/q5_scand_again.service \
+		$(TARGET_DIR)/usr/lib/systemd/system/q5_scand_again.service
 	$(SED) 's|@Q5_SBINDIR@|/usr/sbin|; s|@Q5_START@|/usr/libexec/q5_scand_start |' \
 		$(TARGET_DIR)/usr/lib/systemd/system/q5_scand.service
 	$(INSTALL) -D -m 0644 $(@D)/packaging/udev/70-q5_scand.rules \

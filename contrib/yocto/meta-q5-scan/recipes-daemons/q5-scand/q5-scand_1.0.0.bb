@@ -22,9 +22,10 @@ do_install () {
         ${D}${nonarch_base_libdir}/udev/rules.d/70-q5_scand.rules
     install -D -m 0644 ${S}/packaging/systemd/q5_scand.service.in \
         ${D}${systemd_system_unitdir}/q5_scand.service
+    install -m 0644 ${S}/packaging/systemd/q5_scand_again.service ${D}${systemd_system_unitdir}
     sed -i 's|@Q5_SBINDIR@|${sbindir}|; s|@Q5_START@|${libexecdir}/q5_scand_start |' \
         ${D}${systemd_system_unitdir}/q5_scand.service
     install -D -m 0755 ${S}/packaging/init/q5_scand ${D}${sysconfdir}/init.d/q5_scand
 }
 
-FILES:${PN} += "${nonarch_base_libdir}/udev/rules.d"
+FILES:${PN} += "${nonarch_base_libdir}/udev/rules.d ${systemd_system_unitdir}/q5_scand_again.service"
