@@ -16,6 +16,7 @@
 #include <system_error>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -40,13 +41,8 @@ struct look_up_t {
     ~look_up_t ()
     {
         close (fds[0]);
-        close_writer ();
-    }
-    void close_writer ()
-    {
         if (fds[1] >= 0) {
             close (fds[1]);
-            fds[1] = -1;
         }
     }
 };
@@ -108,7 +104,8 @@ static found_t look_up (const std::string &host)
     return found;
 }
 
-static void finish (const std::string &host, const shared_look_up_t &look_up, const found_t &found)
+// Leaves nothing open that those who wait would not close.
+static void finish (const std::string &host, shared_look_up_t look_up, const found_t &found)
 {
     std::lock_guard<std::mutex> lock (pending ().mutex);
     auto known = pending ().look_ups.find (host);
@@ -116,7 +113,9 @@ static void finish (const std::string &host, const shared_look_up_t &look_up, co
         pending ().look_ups.erase (known);
     }
     look_up->found = found;
-    look_up->close_writer ();
+    int done = std::exchange (look_up->fds[1], -1);
+    look_up.reset ();
+    close (done);
 }
 
 // Joins the pending look-up of the name, or starts one. Throws std::system_error.
@@ -130,7 +129,10 @@ static shared_look_up_t begin_look_up (const std::string &host)
     known.reset ();
     auto started = std::make_shared<look_up_t> ();
     signals_blocked_t blocked;
-    std::thread ([host, started] { finish (host, started, look_up (host)); }).detach ();
+    std::thread ([host, own = started] () mutable {
+        found_t found = look_up (host);
+        finish (host, std::move (own), found);
+    }).detach ();
     return known = started;
 }
 

@@ -62,9 +62,16 @@ class fake_server_t {
         return record;
     }
 
+    // Of what clients that have closed have sent.
+    size_t size () const
+    {
+        return num_bytes;
+    }
+
   private:
     int listener;
     std::atomic<bool> is_over = false;
+    std::atomic<size_t> num_bytes = 0;
     bytes_t record;
     std::thread service;
 
@@ -75,6 +82,7 @@ class fake_server_t {
             bytes_t bytes = play (fd, session);
             close (fd);
             record = record + bytes;
+            num_bytes = record.size ();
             if (is_over && bytes.empty ()) {
                 break;
             }

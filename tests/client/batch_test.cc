@@ -1,6 +1,5 @@
-// Batches as values, claims and fetches, whatever the other end and the system do.
+// Batches as values, and fetches, whatever the other end and the system do.
 #include "client/batch.h"
-#include "client/claim.h"
 #include "client/fetch.h"
 #include "tests/cases.h"
 #include "tests/fake_server.h"
@@ -9,12 +8,10 @@
 #include <dlfcn.h>
 #include <netdb.h>
 #include <poll.h>
-#include <random>
 #include <sstream>
 #include <stdarg.h>
 #include <string_view>
 #include <sys/syscall.h>
-#include <utility>
 
 using namespace std::chrono_literals;
 using state_t = q5_scan_state_t;
@@ -89,14 +86,6 @@ int gethostbyname_r (const char *name, hostent *entry, char *buffer, size_t size
 }
 }
 
-// The system's random numbers: from 0 up, in such steps.
-static uint32_t random_number, random_step;
-
-std::random_device::result_type std::random_device::_M_getval ()
-{
-    return std::exchange (random_number, random_number + random_step);
-}
-
 static q5_scan_settings_t settings_for (int port, std::chrono::milliseconds timeout = 0ms)
 {
     q5_scan_settings_t settings;
@@ -141,8 +130,8 @@ TEST (batch, ends_in_an_outcome_that_says_what_became_of_it)
     expect_cases ("client/outcomes.txt", [] (const std::string &line) {
         std::istringstream words (line);
         std::string hex, then;
-        int pace, timeout;
-        words >> hex >> then >> pace >> timeout;
+        int pace, timeout, total = 0;
+        words >> hex >> then >> pace >> timeout >> total;
         fake_server_t server ({{bytes_of_hex (hex.c_str ()),
                                 then == "ends"    ? session_t::ends
                                 : then == "holds" ? session_t::holds
@@ -151,9 +140,13 @@ TEST (batch, ends_in_an_outcome_that_says_what_became_of_it)
         std::vector<q5_scan_request_t> requests = two_requests;
         std::string text;
         expect_in_time ([&] {
-            q5_scan_outcome_t outcome = q5_scan_exchange (
-                settings_for (server.port, std::chrono::milliseconds (timeout)), requests,
-                [&] (q5_scan_request_t &r) { text += std::to_string (r.slot) + " "; });
+            q5_scan_settings_t settings =
+                settings_for (server.port, std::chrono::milliseconds (timeout));
+            settings.total_timeout = std::chrono::milliseconds (total);
+            q5_scan_outcome_t outcome =
+                q5_scan_exchange (settings, requests, [&] (q5_scan_request_t &r) {
+                    text += std::to_string (r.slot) + " ";
+                });
             EXPECT_EQ (outcome.answered (), outcome.text.empty ());
             text += names[static_cast<int> (outcome.state)];
             text += " " + std::to_string (outcome.num_replies) + "/" +
@@ -268,6 +261,35 @@ TEST (batch, is_refused_beyond_a_limit)
                "the size of the short message is 28, not 0 to 27");
 }
 
+static int num_threads ()
+{
+    namespace fs = std::filesystem;
+    return std::distance (fs::directory_iterator ("/proc/self/task"), fs::directory_iterator ());
+}
+
+TEST (batch, costs_one_thread_a_name_while_its_name_server_is_silent)
+{
+    std::atomic<int> late = 0;
+    auto poll = [&late] {
+        q5_scan_settings_t settings = settings_for (1, 20ms);
+        settings.host = "slow.invalid";
+        std::vector<q5_scan_request_t> requests = two_requests;
+        for (int i = 0; i < 5; i++) {
+            late += q5_scan_exchange (settings, requests).state == state_t::timed_out_connecting;
+        }
+    };
+    int before = num_threads ();
+    std::vector<std::thread> monitors;
+    for (int i = 0; i < 20; i++) {
+        monitors.emplace_back (poll);
+    }
+    for (std::thread &monitor : monitors) {
+        monitor.join ();
+    }
+    EXPECT_EQ (late, 100);
+    EXPECT_EQ (num_threads (), before + 1);
+}
+
 TEST (batch, waits_while_it_is_dropped_until_it_is_cancelled)
 {
     session_t drop = {{}, session_t::drops}, silent = {{}, session_t::holds};
@@ -297,44 +319,6 @@ TEST (batch, waits_while_it_is_dropped_until_it_is_cancelled)
     EXPECT_EQ (state ({drop, drop}, 9000ms, ends[0], {}), state_t::cancelled);
     canceller.join ();
     close (ends[0]);
-}
-
-TEST (claim, lasts_as_long_as_the_object_and_is_given_back_whatever_happens)
-{
-    random_number = 0;
-    random_step = 1;
-    EXPECT_EQ (q5_scan_fresh_id (), 3) << "the lowest: 0 holds nothing, 2 is everybody's";
-    random_step = 1 << 28;
-    auto claimed = [] (const std::vector<session_t> &sessions, bool is_held, bool is_released) {
-        fake_server_t server (sessions);
-        int32_t id = 0;
-        int ends[2];
-        EXPECT_EQ (pipe (ends), 0);
-        try {
-            q5_scan_settings_t settings = settings_for (server.port, 700ms);
-            settings.cancel_fd = ends[0];
-            q5_scan_claim_t claim (settings);
-            id = claim.settings.id;
-            EXPECT_EQ (claim.held, is_held) << claim.outcome.text;
-            close (ends[1]); // nor does Ctrl-C keep it
-            throw 5;
-        } catch (int) {
-        }
-        close (ends[0]);
-        EXPECT_GT (id, 2);
-        bytes_t release = words ({id, 1, 0, 2, 0, 0}), sent = server.received ();
-        EXPECT_EQ (sent.size () > 24 && bytes_t (sent.end () - 24, sent.end ()) == release,
-                   is_released);
-        EXPECT_EQ (bytes_t (sent.begin (), sent.begin () + 4), words ({id}));
-        return id;
-    };
-    session_t granting = {words ({1})}, silent = {{}, session_t::holds};
-    EXPECT_NE (claimed ({granting, granting}, true, true),
-               claimed ({granting, granting}, true, true));
-    claimed ({{words ({-1})}}, false, false);
-    claimed ({{{}, session_t::drops}, granting}, false, true);
-    claimed ({silent, granting}, false, true);
-    claimed ({granting, {{0}}, granting}, true, true);
 }
 
 TEST (fetch, asks_the_second_command_of_slots_that_answered_the_first)

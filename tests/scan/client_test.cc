@@ -2,7 +2,14 @@
 #include "tests/cases.h"
 #include "tests/fake_server.h"
 
+#include <dlfcn.h>
 #include <netdb.h>
+
+// Programs compare the limits in the preprocessor.
+#if Q5_SCAN_NUM_SLOTS != 32 || Q5_SCAN_MAX_TX != 4094 || Q5_SCAN_MAX_RX != 4096 ||                 \
+    MAX_REQUESTS != 100 || MAX_PUTS != 1000
+#error "a limit has changed, or is no macro any more"
+#endif
 
 // Closes the descriptor of this process that is connected to the port; whether there was one.
 static bool close_connection_to (int port)
@@ -70,6 +77,33 @@ TEST (client, says_no_to_what_is_none)
     EXPECT_ASSERTION (null_object<q5_scan_client_t> ()->send_short (0, 1, 2, "", 0), where);
 }
 
+TEST (client, execute_has_no_upper_limits_and_reads_nothing_for_a_negative_length)
+{
+    bytes_t tx (4095, 7), rx (5000, 9);
+    fake_server_t server (words ({0, 5}) + 99 * words ({0}));
+    std::vector<q5_scan_command_t> commands (101);
+    commands[0] = {51, 3, 4095, 4097, tx.data (), rx.data (), 0};
+    commands[1] = {51, 4, 0, -1, nullptr, rx.data (), 0};
+    q5_scan_client_t client ("127.0.0.1", server.port);
+    EXPECT_EQ (client.execute (101, commands.data ()), 1);
+    EXPECT_EQ (server.received (), words ({2, 101, 3, 51, 4097, 4095}) + tx +
+                                       words ({4, 51, -1, 0}) + 99 * words ({0, 0, 0, 0}));
+    EXPECT_EQ (commands[1].result, 5);
+    EXPECT_EQ (rx, bytes_t (5000, 9));
+}
+
+// A program may replace the resolver, which is entered by one thread at a time.
+static std::atomic<int> num_resolving, num_together;
+
+extern "C" hostent *gethostbyname (const char *name)
+{
+    num_together += num_resolving++ > 0;
+    auto next = reinterpret_cast<decltype (&gethostbyname)> (dlsym (RTLD_NEXT, __func__));
+    hostent *found = next (name == std::string_view ("replaced.invalid") ? "127.0.0.1" : name);
+    num_resolving--;
+    return found;
+}
+
 // Connects to its own address again and again; returns how often it got another one.
 static int connect_to_own (int number, int port)
 {
@@ -104,7 +138,12 @@ TEST (client, resolves_in_many_threads_at_once)
     }
     close (listener);
     EXPECT_EQ (wrong, 0);
+    EXPECT_EQ (num_together, 0);
     kp_client_t client ("", 1);
+    EXPECT_EQ (client.connect_to ("replaced.invalid", 1), -1);
+    EXPECT_EQ (std::pair (errno, h_errno), std::pair (ECONNREFUSED, 0));
+    EXPECT_EQ (client.connect_to ("127.2", 1), -1);
+    EXPECT_EQ (h_errno, 0) << "an address of two numbers";
     EXPECT_EQ (client.connect_to ("127.0.0.1", 1), -1);
     EXPECT_EQ (std::pair (errno, h_errno), std::pair (ECONNREFUSED, 0));
     EXPECT_EQ (client.connect_to ("256.256.256.256", 1), -1);

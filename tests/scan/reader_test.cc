@@ -121,3 +121,15 @@ TEST (reader, fetches_both_replies_of_every_slot_in_one_batch)
     EXPECT_EQ (r->typed_buffers[0].count, 2) << "counts stay from the last whole fetch";
     EXPECT_EQ (r->raw_buffers[8].count, -3);
 }
+
+TEST (reader, keeps_its_cursor_through_a_fetch)
+{
+    fake_server_t server (64 * words ({0}));
+    q5_scan_reader_t reader ("127.0.0.1", server.port);
+    reader.typed_buffers[3] = {5, {2, 'b', 'h', 40, 41}};
+    reader.begin_message (3);
+    EXPECT_EQ (reader.get_type () + reader.get_byte (), 'b' + 40);
+    EXPECT_EQ (reader.fetch_all (), 1);
+    EXPECT_EQ (reader.begin_message (3), 0) << "empty now";
+    EXPECT_EQ (reader.get_type () + reader.get_byte (), 'h' + 41);
+}
