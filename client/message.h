@@ -52,3 +52,8 @@ struct q5_scan_message_t {
 // Decodes `size` bytes as far as they are sound; 0 bytes give an empty message. Reads nothing after
 // them and throws for no input. Any number of threads may call it.
 q5_scan_message_t q5_scan_decode (const uint8_t *bytes, size_t size, const q5_scan_types_t &types);
+inline q5_scan_message_t q5_scan_decode (const std::vector<uint8_t> &bytes,
+                                         const q5_scan_types_t &types)
+{
+    return q5_scan_decode (bytes.data (), bytes.size (), types);
+}

@@ -11,7 +11,7 @@ using kind_t = q5_scan_kind_t;
 
 q5_scan_types_t q5_scan_usual_types ()
 {
-    return q5_scan_read_types ("b=byte,h=short,i=int,s=string,x=rest");
+    return q5_scan_parse_types ("b=byte,h=short,i=int,s=string,x=rest");
 }
 
 static std::string quoted (std::string_view text)
@@ -126,7 +126,7 @@ static void read_entry (std::string_view entry, q5_scan_types_t &types)
     fields.push_back (type);
 }
 
-q5_scan_types_t q5_scan_read_types (std::string_view text)
+q5_scan_types_t q5_scan_parse_types (std::string_view text)
 {
     q5_scan_types_t types;
     do {

@@ -39,4 +39,4 @@ q5_scan_types_t q5_scan_usual_types ();
 // with a number N from 1 on it is the type of the letter's Nth field in a message, and of those
 // after it that have none. Blanks around an entry are ignored. Throws std::invalid_argument, which
 // says what is wrong where.
-q5_scan_types_t q5_scan_read_types (std::string_view text);
+q5_scan_types_t q5_scan_parse_types (std::string_view text);

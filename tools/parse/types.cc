@@ -7,7 +7,7 @@
 q5_scan_types_t parse_types (const std::string &text)
 {
     try {
-        return q5_scan_read_types (text);
+        return q5_scan_parse_types (text);
     } catch (std::invalid_argument &problem) {
         usage_failure (std::string ("--types: ") + printable (problem.what ()),
                        "Give it like this: --types A=int,B=sshort*0.1:celsius,C=bytes:4");

@@ -7,7 +7,7 @@
 
 #include <string>
 
-// What q5_scan_read_types reads. Throws failure_t.
+// What q5_scan_parse_types reads. Throws failure_t.
 q5_scan_types_t parse_types (const std::string &text);
 
 // For a person; and for a program: a number, a text, or bytes in hex.
