@@ -5,7 +5,7 @@
 extern "C" int LLVMFuzzerTestOneInput (const uint8_t *data, size_t size)
 {
     input_t input (data, size);
-    server.owner_id = owner = 0;
+    server.owner_id = model.owner = 0;
     while (!input.at_end ()) {
         read_peer (input);
         serve_peer ();

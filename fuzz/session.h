@@ -2,7 +2,7 @@
 #pragma once
 
 #include "fuzz/fuzz.h"
-#include "tests/session_model.h"
+#include "tests/served_session.h"
 
 // The peer as an input tells it: how it reads and writes; id, count and headers, the transmit bytes
 // that they ask for, and then often some more, or not all of it.

@@ -22,7 +22,7 @@ static int32_t checked (uint32_t slot, int32_t command, int32_t txlen, const uin
 extern "C" int LLVMFuzzerTestOneInput (const uint8_t *data, size_t size)
 {
     input_t input (data, size);
-    server.owner_id = owner = input.word ();
+    server.owner_id = model.owner = input.word ();
     read_peer (input);
     chassis_settings_t settings;
     settings.board.cts3 = true;

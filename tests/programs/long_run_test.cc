@@ -1,8 +1,9 @@
-// Clients by the thousand against the daemon on the emulated chassis: none gets a wrong reply, and
+// Clients by the million against the daemon on the emulated chassis: none gets a wrong reply, and
 // nothing grows. tests/programs/long_run plays it at full length.
 #include "client/batch.h"
 #include "client/claim.h"
 #include "scan/q5_scan_client.h"
+#include "tests/session_model.h"
 #include "tests/shell.h"
 #include "tests/support.h"
 
@@ -10,10 +11,11 @@
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
+#include <random>
 #include <sys/stat.h>
 
-// Sends the first bytes of a batch, reads so many of the replies, and goes: closes (c), resets (r),
-// or closes its sending half before it reads (h).
+// Sends the first bytes of a batch, reads the first of the replies, and goes: closes (c), resets
+// (r), or closes its sending half before it reads (h).
 static bytes_t talk (const bytes_t &batch, size_t sent, size_t wanted, char way = 'r')
 {
     kp_client_t client ("", 0);
@@ -74,6 +76,10 @@ class long_run : public testing::Test {
 
     void SetUp () override
     {
+        start ();
+    }
+    void start ()
+    {
         plug ("0B0C0D0E");
         ASSERT_TRUE (daemon.start ("q5_chassis --fast --file cards.toml -- q5_scand"));
         pid = shell.read ("pid");
@@ -87,14 +93,18 @@ class long_run : public testing::Test {
         rename ((shell.folder + "/work/new").c_str (),
                 (shell.folder + "/work/cards.toml").c_str ());
     }
-    // Plays one round after another. Nothing of the process has grown since the first hundred.
+    // Plays one round after another. Nothing of the process has grown since the first few.
     void play (int rounds, const char *what, const std::function<bool (int)> &is_right)
+    {
+        play (rounds, what, 100, is_right);
+    }
+    void play (int rounds, const char *what, int few, const std::function<bool (int)> &is_right)
     {
         int num_wrong = 0;
         figures_t first = {};
         for (int i = 0; i < rounds && num_wrong < 5; i++) {
             num_wrong += !is_right (i);
-            first = i == 99 ? figures_of (pid) : first;
+            first = i + 1 == few ? figures_of (pid) : first;
         }
         // It may just be at a connection.
         figures_t last = figures_of (pid);
@@ -113,43 +123,104 @@ class long_run : public testing::Test {
     }
 };
 
-TEST_F (long_run, transfers)
-{
-    play (in_full (10000), "batches of 100 transfers", [] (int i) {
-        bytes_t batch = words ({2, 100}) + 100 * words ({3, 0x93, 8, 8}), replies;
-        for (int64_t k = 0; k < 100; k++) {
-            bytes_t data = words ({i, k});
-            batch.insert (batch.end (), data.begin (), data.end ());
-            replies = replies + words ({8}) + data;
+// What the card in slot 3 and the empty slots do.
+struct cards_t {
+    bytes_t known;
+
+    int32_t operator() (const bytes_t &header, const bytes_t &tx, uint8_t *rxbuf) const
+    {
+        int slot = header[3], command = header[7];
+        if (slot == 21 || slot == 22 || slot == 25 || slot == 26 || slot == 31) {
+            return -2;
         }
-        return answer (batch) == replies;
-    });
-}
+        if (slot != 3) {
+            return -3;
+        }
+        const bytes_t &answer = command == 0x93 ? tx : known;
+        std::copy (answer.begin (), answer.end (), rxbuf);
+        return answer.size ();
+    }
+};
 
-TEST_F (long_run, connections)
-{
-    const bytes_t nothing;
-    const bytes_t claimed = words ({1}) + bytes_t{11}; // with one stale byte
-    const std::pair<bytes_t, bytes_t> steps[] = {
-        {one (9, 0, 1), claimed},     {ask, nothing}, // the bus is claimed
-        {one (9, 3, 0x33), known},    {one (9, 0, 2), claimed},
-        {one (2, 32, 0x33), nothing}, {ask, known}};
-    play (in_full (100000), "connections, good, bad and broken", [&] (int i) {
-        size_t sent = i / 8 % ask.size ();
-        return i % 8 == 6   ? talk (ask, sent, 1, 'h') == nothing
-               : i % 8 == 7 ? talk (ask, sent, 0) == nothing
-                            : answer (steps[i % 8].first) == steps[i % 8].second;
-    });
-}
+// Batches of a site's clients, drawn from a seed.
+struct clients_t {
+    std::mt19937 random{1971};
 
-TEST_F (long_run, edits_of_the_chassis_file)
+    int below (int bound)
+    {
+        return random () % bound;
+    }
+
+    bytes_t draw (bool claims)
+    {
+        int64_t id = std::array{2, 2, 7, 9}[below (4)],
+                count = below (200) == 0 ? 100 : 1 + below (4);
+        bytes_t headers, data;
+        for (int i = 0; i < count; i++) {
+            int kind = below (100);
+            bytes_t tx (kind < 30 ? 1 + below (40) : 0);
+            std::generate (tx.begin (), tx.end (), std::ref (random));
+            headers = headers + (kind < 30 ? words ({3, 0x93, 1 + below (60), int64_t (tx.size ())})
+                                 : kind < 85            ? words ({3, 0x33, 1 + below (6), 0})
+                                 : kind < 92 || !claims ? words ({below (32), 0x33, 4, 0})
+                                 : kind < 95            ? words ({below (32), 1, below (2), 0})
+                                                        : words ({below (32), 2, below (2), 0}));
+            data = data + tx;
+        }
+        return words ({id, count}) + headers + data;
+    }
+    // Makes the daemon refuse it.
+    void damage (bytes_t &batch)
+    {
+        static const std::pair<size_t, int64_t> places[] = {{1, 0},  {1, -1},   {1, 101}, {2, 32},
+                                                            {2, -1}, {4, 4097}, {5, 4095}};
+        auto [word, value] = places[below (std::size (places))];
+        const bytes_t bytes = words ({value});
+        std::copy (bytes.begin (), bytes.end (), batch.begin () + 4 * word);
+    }
+};
+
+// A station that polls every ten seconds makes three million batches in a year. Every reply is the
+// model's, whatever other clients, edits and restarts come between.
+TEST_F (long_run, of_a_year)
 {
-    play (in_full (3000), "edits of the chassis file", [&] (int i) {
-        char hex[9];
-        snprintf (hex, sizeof (hex), "%08X", i);
-        plug (i % 10 == 9 ? "broken" : hex);
-        return answer (ask) == words ({4, i - (i % 10 == 9)});
-    });
+    const char *bound = getenv ("Q5_YEAR");
+    const int num_batches =
+        bound ? atoi (bound) : in_full (3000000) / (getenv ("Q5_LONG_RUN") ? 1 : 10);
+    const int num_lives = 3, life = num_batches / num_lives;
+    cards_t cards{{11, 12, 13, 14}};
+    clients_t clients;
+    for (int i = 0; i < num_lives; i++) {
+        session_model_t model;
+        model.rxbuf[0] = 11; // SetUp has asked
+        play (life, "batches of a year", std::max (life / 100, 100), [&] (int round) {
+            if (round % 500 == 499) {
+                char hex[9];
+                snprintf (hex, sizeof (hex), "%08X", round);
+                plug (round % 5000 == 4999 ? "broken" : hex);
+                cards.known = round % 5000 == 4999 ? cards.known : words ({round});
+            }
+            int kind = clients.below (100);
+            bytes_t batch = clients.draw (kind >= 3);
+            if (kind < 3) { // goes while it reads; what ran then is not known
+                clients.below (2) ? talk (batch, batch.size (), clients.below (20))
+                                  : talk (batch, 0, 0);
+                batch = one (model.owner ? model.owner : 2, 3, 0x33);
+            } else if (kind < 6) {
+                clients.damage (batch);
+            } else if (kind < 10) { // goes while it sends
+                batch.resize (clients.below (batch.size ()));
+                bool refused = model.serve (batch, cards).check != nullptr;
+                char way = "crh"[clients.below (3)];
+                return refused && talk (batch, batch.size (), way == 'h', way).empty ();
+            }
+            return answer (batch) == model.serve (batch, cards).reply;
+        });
+        if (i + 1 < num_lives) {
+            start ();
+            cards.known = {11, 12, 13, 14};
+        }
+    }
 }
 
 TEST_F (long_run, of_the_client_library)

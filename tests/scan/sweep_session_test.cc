@@ -1,7 +1,7 @@
 // Every count of requests with every number of bytes really sent, and a peer that goes at each byte
 // of the replies: sessions in memory, on a stubbed transfer, against the model that the fuzz
 // targets have.
-#include "tests/session_model.h"
+#include "tests/served_session.h"
 
 #include <gtest/gtest.h>
 #include <limits.h>
@@ -33,7 +33,7 @@ static void serve (const bytes_t &batch, size_t sent, size_t room = SIZE_MAX)
     wire.sent.assign (batch.begin (), batch.begin () + sent);
     wire.room = room;
     transfers.clear ();
-    server.owner_id = owner = 0;
+    server.owner_id = model.owner = 0;
     serve_peer ();
 }
 
