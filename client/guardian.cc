@@ -70,10 +70,10 @@ static void close_others (int most_descriptor)
 
 [[noreturn]] static void guard (const duty_t &duty)
 {
-    prctl (PR_SET_NAME, "q5_scan_guard");
     (void)!chdir ("/");
     dup2 (duty.fd, 0);
     close_others (duty.most_descriptor);
+    prctl (PR_SET_NAME, "q5_scan_guard"); // from here on it is ready
     char byte;
     if (read (0, &byte, 1) == 0) {
         for (int i = 0; i < most_tries && !release (duty); i++) {
