@@ -16,7 +16,9 @@
 
 static constexpr int64_t minute = 60000000; // microseconds
 static constexpr int64_t max_answer = MAX_CARD_DATA;
+static constexpr size_t max_answers = 4 << 20; // bytes of all answers of a chassis
 static constexpr int64_t uint32_top = UINT32_MAX;
+static const char *const slots = "a slot from 0 to 30 other than 21, 22, 25 and 26";
 
 static const keys_t top_keys = {"board", "card"};
 static const keys_t board_keys = {"brgclk", "device", "cts3", "buffer", "dpram", "cpcr", "memory"};
@@ -86,7 +88,7 @@ static std::vector<uint8_t> typed_message (const section_t &section)
             } else if (const auto *text = node.as_string ()) {
                 append_field (message, types[i], text->get ());
             } else {
-                throw message_error_t (found (node) + ", expected a number or a text");
+                throw message_error_t (found (node) + ", expected a whole number or a text");
             }
         } catch (const message_error_t &error) {
             section.fail_at (node, "fields", error.what ());
@@ -98,6 +100,9 @@ static std::vector<uint8_t> typed_message (const section_t &section)
 // The one of hex, text and types that is given; empty: none, the answer is an echo alone.
 static std::string answer_form (const section_t &section, bool echo)
 {
+    if (section.has ("fields") && !section.has ("types")) {
+        section.fail ("fields", "found without types, expected both or none");
+    }
     std::string form;
     for (const char *key : {"hex", "text", "types"}) {
         if (section.has (key) && !form.empty ()) {
@@ -108,9 +113,6 @@ static std::string answer_form (const section_t &section, bool echo)
     if (form.empty () && !echo) {
         section.fail_whole ("", "found no content, expected hex (\"\" for an empty answer), text, "
                                 "types with fields, or echo = true");
-    }
-    if (form != "types" && section.has ("fields")) {
-        section.fail ("fields", "found without types, expected both or none");
     }
     return form;
 }
@@ -128,27 +130,34 @@ static std::vector<uint8_t> answer_bytes (const section_t &section, const std::s
     }
 }
 
+// `left`: bytes that all answers may still have.
 static void repeat_bytes (const section_t &section, const std::string &form,
-                          std::vector<uint8_t> &bytes)
+                          std::vector<uint8_t> &bytes, size_t &left)
 {
     size_t times = 1;
     section.number ("repeat", 1, max_answer, times);
     const std::vector<uint8_t> once = bytes;
-    if (once.size () * times > max_answer) {
-        section.fail (times > 1 ? "repeat" : form,
-                      "found " + std::to_string (once.size () * times) +
-                          " bytes in all, expected at most " + std::to_string (max_answer));
+    size_t size = once.size () * times;
+    const char *key = times > 1 ? "repeat" : form.c_str ();
+    if (size > max_answer) {
+        section.fail (key, "found " + std::to_string (size) + " bytes in all, expected at most " +
+                               std::to_string (max_answer));
     }
+    if (size > left) {
+        section.fail (key, "found more than " + std::to_string (max_answers) +
+                               " bytes in all answers of the chassis, expected at most that");
+    }
+    left -= size;
     for (size_t i = 1; i < times; i++) {
         bytes.insert (bytes.end (), once.begin (), once.end ());
     }
 }
 
-static void read_answer (const section_t &section, card_t &card)
+static void read_answer (const section_t &section, card_t &card, size_t &left)
 {
     int command = -1;
     if (!section.number ("command", 0, 255, command)) {
-        section.fail_whole ("command", "missing, expected a number from 0 to 255");
+        section.fail_whole ("command", "missing, expected " + whole_number (0, 255));
     }
     if (card.answer.count (command)) {
         section.fail ("command", "found " + std::to_string (command) +
@@ -160,7 +169,7 @@ static void read_answer (const section_t &section, card_t &card)
     if (!form.empty ()) {
         answer.bytes = answer_bytes (section, form);
     }
-    repeat_bytes (section, form, answer.bytes);
+    repeat_bytes (section, form, answer.bytes, left);
     section.number ("delay", 0, minute, answer.delay);
     section.number ("address", 0, 255, answer.address);
     section.number ("fault_at", 0, max_answer - 1, answer.fault_at);
@@ -172,16 +181,14 @@ static void read_answer (const section_t &section, card_t &card)
     card.answer[command] = answer;
 }
 
-static void read_card (const section_t &section, chassis_settings_t &settings)
+static void read_card (const section_t &section, chassis_settings_t &settings, size_t &left)
 {
     int slot = -1;
-    if (!section.number ("slot", 0, 31, slot)) {
-        section.fail_whole ("slot", "missing, expected a number from 0 to 31");
+    if (!section.number ("slot", 0, 30, slot, slots)) {
+        section.fail_whole ("slot", std::string ("missing, expected ") + slots);
     }
     if (!slot_exists (slot)) {
-        section.fail ("slot",
-                      "found " + std::to_string (slot) +
-                          ", expected a slot that the chassis has (not 21, 22, 25, 26, 31)");
+        section.fail ("slot", "found " + std::to_string (slot) + ", expected " + slots);
     }
     if (settings.cards.count (slot)) {
         section.fail ("slot", "found " + std::to_string (slot) +
@@ -195,7 +202,7 @@ static void read_card (const section_t &section, chassis_settings_t &settings)
     section.number ("fault_at", 0, max_answer - 1, card.fault_at);
     section.choice ("fault", faults, card.fault);
     for (const section_t &answer : section.sections ("answer", answer_keys)) {
-        read_answer (answer, card);
+        read_answer (answer, card, left);
     }
 }
 
@@ -219,7 +226,7 @@ static bool holds_up_transmitter (const std::map<int, card_t> &cards)
 
 chassis_settings_t parse_chassis (const std::string &text, const std::string &name)
 {
-    check_nesting (text, name);
+    check_outline (text, name);
     const toml::table root = parse_toml (text, name);
     const section_t file (root, "", name, top_keys);
     chassis_settings_t settings;
@@ -227,8 +234,9 @@ chassis_settings_t parse_chassis (const std::string &text, const std::string &na
     if (board) {
         read_board (*board, settings.board);
     }
+    size_t left = max_answers;
     for (const section_t &card : file.sections ("card", card_keys)) {
-        read_card (card, settings);
+        read_card (card, settings, left);
     }
     if (!board || !board->has ("cts3")) {
         settings.board.cts3 = holds_up_transmitter (settings.cards);

@@ -1,5 +1,6 @@
 // What a chassis file may be before the TOML parser sees it. The parser, and the tree that it
-// builds, go as deep into the stack as the text nests.
+// builds, go as deep into the stack as the text nests; and it relies on a key in each section's
+// brackets, and on ASCII outside of quotes and comments.
 #pragma once
 
 #include <stddef.h>
@@ -8,5 +9,5 @@
 constexpr size_t max_file_size = 4 << 20; // bytes
 constexpr int max_nesting = 16;           // brackets in brackets; parts of a key
 
-// Throws chassis_file_error_t for a text that nests deeper. `name` stands for the file.
-void check_nesting (const std::string &text, const std::string &name);
+// Throws chassis_file_error_t for any other text. `name` stands for the file.
+void check_outline (const std::string &text, const std::string &name);

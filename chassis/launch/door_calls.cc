@@ -14,11 +14,10 @@
 #include <sys/select.h>
 
 // The name is given to the assembler alone, because the C library's headers have declarations, and
-// with large files other names, of their own for it. Weak: a program that the door is linked into
-// may have such a function itself. `real` is the function that the program would have got without
-// this one. An optional argument is read and passed on whether or not it is there.
-#define Q5_CALL(result, name, parameters, action)                                                  \
-    extern "C" __attribute__ ((weak, visibility ("default"), used))                                \
+// with large files other names, of their own for it. `real` is the function that the program would
+// have got without this one. An optional argument is read and passed on whether or not it is there.
+#define Q5_CALL_AS(binding, result, name, parameters, action)                                      \
+    extern "C" __attribute__ ((binding, visibility ("default")))                                   \
     result door_##name parameters asm(#name);                                                      \
     result door_##name parameters                                                                  \
     {                                                                                              \
@@ -27,6 +26,7 @@
             reinterpret_cast<real_t *> (dlsym (RTLD_NEXT, #name));                                 \
         return action;                                                                             \
     }
+#define Q5_CALL(...) Q5_CALL_AS (used, __VA_ARGS__)
 
 // Opening: a device is the board's.
 
@@ -61,11 +61,12 @@ Q5_FCNTL (fcntl)
 Q5_FCNTL (fcntl64)
 Q5_FCNTL (__fcntl_time64)
 
-// Reading, writing, seeking: a device has none.
+// Reading, writing, seeking: a device has none. Weak: a test that the door is linked into may have
+// such a function itself.
 
 #define Q5_WITHOUT_DEVICES(result, name, error, parameters, arguments)                             \
-    Q5_CALL (result, name, parameters,                                                             \
-             static_cast<result> (without_devices (#name, fd, error, real arguments)))
+    Q5_CALL_AS (weak, result, name, parameters,                                                    \
+                static_cast<result> (without_devices (#name, fd, error, real arguments)))
 
 Q5_WITHOUT_DEVICES (long, read, EINVAL, (int fd, void *to, size_t size), (fd, to, size))
 Q5_WITHOUT_DEVICES (long, __read_chk, EINVAL, (int fd, void *to, size_t size, size_t space),

@@ -242,9 +242,12 @@ static int refused (const CLI::App &app, const CLI::ParseError &error)
     if (error.get_exit_code () == 0) {
         return app.exit (error);
     }
-    std::vector<std::string> unknown = app.remaining ();
-    if (!unknown.empty () && unknown[0].rfind ('-', 0) != 0) {
-        complain (unknown[0] + " stands before --; type: q5_chassis [OPTIONS] -- " + unknown[0]);
+    std::vector<std::string> unknown = app.remaining (); // the last one first
+    if (!unknown.empty () && unknown.back ().rfind ('-', 0) == 0) {
+        complain (unknown.back () + ": unknown option; q5_chassis --help lists the options");
+    } else if (!unknown.empty ()) {
+        complain (unknown.back () + ": found before --, expected q5_chassis [OPTIONS] -- " +
+                  unknown.back ());
     } else {
         complain (std::string (error.what ()) + "; q5_chassis --help lists the options");
     }
