@@ -129,7 +129,7 @@ class OfDaemon(unittest.TestCase):
             self.assertEqual(raised.exception.num_replies, 0)
 
     def test_example(self):
-        [code] = blocks("python.md", "python")
+        [code] = blocks("library.md", "python")
         with contextlib.redirect_stdout(io.StringIO()) as shown:
             exec(code.replace("chassis-4", "127.0.0.1"), {})
         self.assertIn("7 21.5\nslot 9 command 51: the request went out", shown.getvalue())
