@@ -1,7 +1,7 @@
 // A value of a typed message that is built is decoded to the same; one that cannot be built is
 // refused in one line.
 #include "chassis/bus/one_line.h"
-#include "chassis/bus/typed_message.h"
+#include "chassis/file/typed_message.h"
 #include "client/message.h"
 #include "fuzz/fuzz.h"
 

@@ -14,8 +14,8 @@ class board_memory_t {
     board_memory_t (const board_memory_t &) = delete;
     board_memory_t &operator= (const board_memory_t &) = delete;
 
-    // Big-endian words of the internal memory map; `width` is 1, 2 or 4. What does not lie in it as
-    // a whole reads 0 and is not written.
+    // Big-endian words of the internal memory map; `width` is 1, 2 or 4. What is not wholly inside
+    // reads 0 and is not written.
     uint32_t read (uint32_t offset, int width) const;
     void write (uint32_t offset, int width, uint32_t value);
     uint32_t read32 (uint32_t offset) const

@@ -1,4 +1,4 @@
-// What the parallel ports connect, read off their registers at the moment of use.
+// What the parallel ports connect, read off their registers at each call.
 #pragma once
 
 #include "chassis/board/board_memory.h"
@@ -10,7 +10,7 @@ bool txd3_is_connected (const board_memory_t &memory);
 bool rxd3_is_connected (const board_memory_t &memory);
 // PD25 is a general-purpose output: it reads what was written to it, not the line.
 bool rxd3_reads_latch (const board_memory_t &memory);
-// PC11 is CTS3. Elsewhere the controller takes CTS for asserted.
+// PC11 is CTS3. Otherwise the controller sees CTS asserted.
 bool cts3_is_connected (const board_memory_t &memory);
-// What the boot firmware made of PC11, whatever the memory holds.
+// The boot firmware's set-up of PC11, whatever the memory holds.
 void set_cts3 (board_memory_t &memory, bool connected);

@@ -1,5 +1,5 @@
-// What the model has to say about the program: what it leaves out, and where it stops because it
-// does not know what the hardware would do.
+// What the model says about the program: what it does not model, and why it stops: it does not know
+// what the hardware would do, or the program touches what is not its own.
 #pragma once
 
 #include "chassis/bus/observer.h"

@@ -111,5 +111,5 @@ void scc3_t::refuse_to_resume (const std::string &part)
 {
     remarks_.refuse ("GSMR_L3", memory_.read32 (GSMR_L3), 4,
                      part + " was stopped inside a buffer: only INIT RX AND TX PARAMETERS says "
-                            "where it goes on");
+                            "where it resumes");
 }

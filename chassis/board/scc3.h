@@ -11,8 +11,8 @@ class scc3_t {
   public:
     scc3_t (board_memory_t &memory, remarks_t &remarks) : memory_ (memory), remarks_ (remarks) {}
 
-    // To be told when registers may have changed. Refuses what an enabled controller would do that
-    // is not modelled, and notes what is left out.
+    // To be called when registers may have changed. Refuses what an enabled controller would do
+    // that is not modelled, and notes what is left out.
     void follow_registers ();
 
     // Enabled, and with a clock and a pin.
@@ -44,7 +44,7 @@ class scc3_t {
     // A character as the transmitter puts it on the line at `start`.
     line_character_t frame (uint8_t value, bool address, uint64_t start) const;
 
-    // Refuses what `part` would do: go on after a stop inside a buffer.
+    // Refuses what `part` would do: resume after a stop inside a buffer.
     void refuse_to_resume (const std::string &part);
 
     // Sets the bit of an event in SCCE3.

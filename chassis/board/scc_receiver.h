@@ -1,4 +1,4 @@
-// SCC3's receiver: makes of the characters on RXD3 buffers in the ring of receive descriptors.
+// SCC3's receiver: stores the characters on RXD3 in the buffers of the ring of receive descriptors.
 #pragma once
 
 #include "chassis/board/scc3.h"
@@ -11,7 +11,7 @@ class scc_receiver_t {
     scc_receiver_t (board_memory_t &memory, scc3_t &scc, remarks_t &remarks)
         : scc_ (scc), remarks_ (remarks), ring_{memory, SCC3_PARAM (RBASE), SCC3_PARAM (RBPTR)}
     {}
-    // INIT RX PARAMETERS; and RSTATE overwritten, which stops it until the next one.
+    // INIT RX PARAMETERS; and RSTATE overwritten, which stops the receiver until the next one.
     void initialise ();
     void lose_state ();
     bool works () const
@@ -19,7 +19,7 @@ class scc_receiver_t {
         return works_;
     }
 
-    // To be told after each change of a register: an enabled receiver begins in hunt and takes no
+    // To be called after each change of a register: an enabled receiver begins in hunt and takes no
     // character that began before.
     void follow_registers (uint64_t now);
     // A character at its end.

@@ -1,5 +1,5 @@
-// What the two directions of SCC3 have in common: words of the parameter RAM by name, and the
-// direction's ring of buffer descriptors.
+// What both directions of SCC3 share: words of the parameter RAM by name, and a ring of buffer
+// descriptors.
 #pragma once
 
 #include "chassis/board/board_memory.h"

@@ -13,7 +13,7 @@ class scc_transmitter_t {
     scc_transmitter_t (board_memory_t &memory, scc3_t &scc, remarks_t &remarks)
         : scc_ (scc), remarks_ (remarks), ring_{memory, SCC3_PARAM (TBASE), SCC3_PARAM (TBPTR)}
     {}
-    // INIT TX PARAMETERS; and TSTATE overwritten, which stops it until the next one.
+    // INIT TX PARAMETERS; and TSTATE overwritten, which stops the transmitter until the next one.
     void initialise ();
     void lose_state ()
     {
@@ -24,19 +24,19 @@ class scc_transmitter_t {
         return works_;
     }
 
-    // Fills the FIFO, and begins the next character unless one is on its way. `held`: CTS is
+    // Fills the FIFO, and begins the next character unless one is being sent. `held`: CTS is
     // negated.
     void run (bool held, uint64_t now);
-    // When it does something by itself; may be NEVER.
+    // When it next acts by itself; may be NEVER.
     uint64_t next_event (uint64_t now) const;
-    // The character on its way.
+    // The character being sent.
     const std::optional<line_character_t> &current () const
     {
         return current_;
     }
     // Takes the character off the line at its end.
     line_character_t finish ();
-    // Loses what is in the FIFO, and cuts the character on its way.
+    // Loses what is in the FIFO, and cuts the character being sent.
     std::optional<line_character_t> stop (uint64_t now);
 
   private:

@@ -17,7 +17,7 @@ struct bit_time_t {
     {
         return count * ticks / bits;
     }
-    // Whether one who samples at this rate reads bits of the other: within 3 %.
+    // Whether a receiver at this rate reads bits of the other rate: within 3 %.
     bool reads (const bit_time_t &other) const
     {
         uint64_t mine = ticks * other.bits, theirs = other.ticks * bits;
@@ -32,7 +32,7 @@ enum class line_fault_t {
     cut,        // broken off, or begun before there was a listener
     framing,    // the stop bit is low
     noise,      // the samples of a bit disagree
-    overrun,    // sent well; the controller has no room for it
+    overrun,    // sent well; the controller's FIFO is full
     line_break  // the line is low all the time
 };
 

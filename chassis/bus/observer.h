@@ -26,7 +26,7 @@ struct chassis_observer_t {
     // character that began earlier is still on its way.
     virtual void settled (uint64_t /*tick*/) {}
     // A line about what the program does with the board, each said once. Refused: the board does
-    // not know what would happen, or the program may not do it; the board stands still from now on.
+    // not know what would happen, or the program may not do it; the board is stopped from now on.
     virtual void remark (uint64_t /*tick*/, const std::string & /*line*/, bool /*refused*/) {}
 
   protected:

@@ -6,7 +6,7 @@
 
 constexpr uint32_t late_delay = 200000;   // microseconds
 constexpr uint8_t closing_address = 0x00; // ends a frame in either direction
-constexpr uint8_t nobodys_address = 0x3C; // the controller listens to others
+constexpr uint8_t unused_address = 0x3C;  // the controller listens to two others
 constexpr int break_bits = 2 * BITS_PER_CHARACTER;
 
 static bit_time_t bit_time_of (int slot, const card_t &settings, uint32_t brgclk)
@@ -103,7 +103,7 @@ void slot_card_t::compose (const answer_t &answer, fault_t fault)
     answer_.clear ();
     if (fault != fault_t::missing_address) {
         uint8_t address = fault == fault_t::wrong_address
-                              ? nobodys_address
+                              ? unused_address
                               : answer.address.value_or (settings_.address);
         answer_.push_back ({address, true, line_fault_t::none});
     }

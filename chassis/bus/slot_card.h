@@ -1,4 +1,4 @@
-// The card behind the selected slot: hears the frames on TXD3 while it is selected, and answers on
+// The card in the selected slot: hears the frames on TXD3 while it is selected, and answers on
 // RXD3 as its settings say. It lives from select to deselect.
 #pragma once
 
@@ -20,7 +20,7 @@ class slot_card_t {
     {
         return current_;
     }
-    // Takes the current character off the line at its end and goes on to the next.
+    // Takes the current character off the line at its end and begins the next.
     line_character_t finish ();
 
     bool holds_line_low () const

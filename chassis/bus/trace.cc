@@ -5,7 +5,7 @@
 constexpr size_t longest_shown = 32; // data characters; of more, the ends
 constexpr size_t shown_at_start = 16;
 constexpr size_t shown_at_end = 8;
-constexpr size_t most_faults = 4; // told of one frame
+constexpr size_t most_faults = 4; // shown of one frame
 
 static const char *words_of (line_fault_t fault)
 {
@@ -33,7 +33,7 @@ static std::string place_of (const line_character_t &character, size_t data_char
     return character.address ? "address" : "data byte " + std::to_string (data_characters);
 }
 
-// The same fault in each character is told once.
+// A fault that lasts is shown once.
 static void add_fault (std::vector<std::string> &faults, const line_character_t &character,
                        size_t data_characters)
 {

@@ -8,7 +8,7 @@
 
 void trace_file_t::put (uint64_t tick, const std::string &line)
 {
-    if (missing_ > 0) { // the last one may have ended in its midst
+    if (missing_ > 0) { // the last one may be incomplete
         fprintf (file_, "\n... %llu lines are missing here\n",
                  static_cast<unsigned long long> (missing_));
     }

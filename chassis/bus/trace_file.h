@@ -1,4 +1,4 @@
-// The file that a trace goes to, line by line: what it cannot take leaves a mark.
+// The file that a trace goes to, line by line; a gap is marked.
 #pragma once
 
 #include <stdint.h>
@@ -11,8 +11,8 @@ class trace_file_t {
     trace_file_t (FILE *file, uint32_t brgclk) : file_ (file), brgclk_ (brgclk) {}
 
     // Writes "SECONDS  line" and an end of line, flushed. When that fails, the first time with a
-    // line on standard error, the next line that can be written stands behind one that says how
-    // many are missing.
+    // line on standard error, the next line that can be written follows one that says how many
+    // are missing.
     void put (uint64_t tick, const std::string &line);
 
   private:

@@ -126,7 +126,7 @@ void waveform_t::put_wires (uint16_t wires)
     }
 }
 
-// No signal ends the program in the midst of a line.
+// No signal ends the program inside a line.
 static bool write_whole (int fd, const std::string &text)
 {
     sigset_t all, before;

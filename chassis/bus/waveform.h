@@ -14,7 +14,7 @@
 
 class waveform_t final : public chassis_observer_t {
   public:
-    // Writes to the descriptor, which it does not own and which nobody else writes to. `brgclk`:
+    // Writes to the descriptor, which it does not own and which nothing else writes to. `brgclk`:
     // Hz. Whole lines are written at a time, up to a time stamp before which nothing more will
     // change: whenever the program is ended, what is in the file is a whole dump. When the file
     // cannot take more the dump ends, with a line on standard error.

@@ -1,7 +1,7 @@
 #include "chassis/file/chassis_file.h"
 
 #include "chassis/bus/slots.h"
-#include "chassis/bus/typed_message.h"
+#include "chassis/file/typed_message.h"
 #include "chassis/file/file_limits.h"
 #include "chassis/file/toml_section.h"
 #include "scanp/mpc8260.h"

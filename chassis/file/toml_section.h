@@ -2,7 +2,7 @@
 // key. Slow to compile: for the reader of the chassis file alone.
 #pragma once
 
-#include "chassis/bus/typed_message.h"
+#include "chassis/file/typed_message.h"
 #include "chassis/file/chassis_file_error.h"
 
 #include <algorithm>

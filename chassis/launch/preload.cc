@@ -1,6 +1,6 @@
 // The preloaded library's own part: makes the chassis that the environment asks for when the
 // program opens its first device.
-#include "chassis/bus/register_trace.h"
+#include "chassis/launch/register_trace.h"
 #include "chassis/bus/trace.h"
 #include "chassis/bus/waveform.h"
 #include "chassis/file/chassis_file.h"

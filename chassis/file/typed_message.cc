@@ -1,4 +1,4 @@
-#include "chassis/bus/typed_message.h"
+#include "chassis/file/typed_message.h"
 
 #include <ctype.h>
 

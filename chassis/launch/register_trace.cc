@@ -1,4 +1,4 @@
-#include "chassis/bus/register_trace.h"
+#include "chassis/launch/register_trace.h"
 
 void register_trace_t::access (const access_t &access)
 {
