@@ -8,6 +8,9 @@ constexpr int first_number = 900; // below 1024, the usual limit
 
 int moved_out_of_the_way (int fd)
 {
+    if (fd < 0) {
+        return fd; // errno still says why there is none
+    }
     int moved = fcntl (fd, F_DUPFD_CLOEXEC, first_number);
     if (moved < 0) {
         return fd;

@@ -3,7 +3,7 @@
 
 // Moves a descriptor to a number that programs do not come to by themselves, so that theirs are
 // those they would have on the board. Returns the new number; the old one if there is no such
-// place; -1 for -1.
+// place; -1 for -1, with errno as it was.
 int moved_out_of_the_way (int fd);
 
 // Whether `fd` leads to a memory file that was created under this name: the program may have closed
