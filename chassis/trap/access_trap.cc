@@ -1,12 +1,10 @@
 #include "chassis/trap/access_trap.h"
 
-#include "chassis/trap/access_decode.h"
+#include "chassis/trap/fault_handler.h"
 
 #include <algorithm>
+#include <atomic>
 #include <errno.h>
-#include <signal.h>
-#include <stdio.h>
-#include <stdlib.h>
 #include <sys/mman.h>
 #include <vector>
 
@@ -17,92 +15,51 @@ static std::vector<device_view_t> &views ()
     return *all;
 }
 
-static struct sigaction previous_action;
-
 constexpr size_t page_size = 4096;
 
-static const device_view_t *find_view (const uint8_t *address)
+namespace {
+
+// While one lives the views cannot be looked at: the program may run on through this very code.
+struct change_t {
+    static inline std::atomic<int> number{0};
+
+    change_t ()
+    {
+        number.store (number.load () + 1, std::memory_order_release);
+    }
+    ~change_t ()
+    {
+        number.store (number.load () - 1, std::memory_order_release);
+    }
+};
+
+} // namespace
+
+const device_view_t *find_trapped_view (uintptr_t address)
 {
+    if (change_t::number.load (std::memory_order_acquire) != 0) {
+        return nullptr;
+    }
     for (const device_view_t &view : views ()) {
-        if (view.is_trapped && address >= view.begin && address < view.begin + view.length) {
+        auto begin = reinterpret_cast<uintptr_t> (view.begin);
+        if (view.is_trapped && address >= begin && address - begin < view.length) {
             return &view;
         }
     }
     return nullptr;
 }
 
-// Without a handler of its own the program gets what it would have got: the access is done again
-// under the default action.
-static void forward (int signal, siginfo_t *info, void *context)
-{
-    if (previous_action.sa_flags & SA_SIGINFO) {
-        previous_action.sa_sigaction (signal, info, context);
-    } else if (previous_action.sa_handler != SIG_DFL && previous_action.sa_handler != SIG_IGN) {
-        previous_action.sa_handler (signal);
-    } else {
-        sigaction (signal, &previous_action, nullptr);
-    }
-}
-
-[[noreturn]] static void give_up (const ucontext_t &context, uint32_t offset)
-{
-    fprintf (stderr,
-             "q5_chassis: the access to the internal memory map at offset 0x%05X is made by an "
-             "instruction that the emulated board does not know: %s\n",
-             static_cast<unsigned> (offset), describe_instruction (context).c_str ());
-    abort ();
-}
-
-// A jump into the view is no access.
-static bool is_permitted (const device_view_t &view, const ucontext_t &context)
-{
-    if (find_view (reinterpret_cast<const uint8_t *> (program_counter (context))) != nullptr) {
-        return false;
-    }
-    return view.protection & (fault_was_store (context) ? PROT_WRITE : PROT_READ);
-}
-
-static void on_fault (int signal, siginfo_t *info, void *raw_context)
-{
-    auto *address = static_cast<uint8_t *> (info->si_addr);
-    auto &context = *static_cast<ucontext_t *> (raw_context);
-    const device_view_t *view = find_view (address);
-    if (info->si_code <= 0 || view == nullptr || !is_permitted (*view, context)) {
-        forward (signal, info, raw_context);
-        return;
-    }
-    int saved_errno = errno;
-    uint32_t offset = view->offset + static_cast<uint32_t> (address - view->begin);
-    const register_place_t place{*view->registers, offset};
-    if (!carry_out_access (context, reinterpret_cast<uintptr_t> (address), place)) {
-        give_up (context, offset);
-    }
-    errno = saved_errno;
-}
-
-static bool install_handler ()
-{
-    struct sigaction action = {};
-    action.sa_sigaction = on_fault;
-    action.sa_flags = SA_SIGINFO | SA_NODEFER;
-    sigfillset (&action.sa_mask); // a signal comes before or after an access
-    sigdelset (&action.sa_mask, SIGSEGV);
-    return sigaction (SIGSEGV, &action, &previous_action) == 0;
-}
-
 void add_view (const device_view_t &view)
 {
-    static const bool installed = install_handler ();
-    if (!installed) {
-        perror ("q5_chassis: SIGSEGV");
-        abort ();
-    }
+    install_fault_handler ();
     forget_pages (view.begin, view.length);
+    change_t change;
     views ().push_back (view);
 }
 
 void remove_views (const register_file_t &registers)
 {
+    change_t change;
     auto is_kept = [&] (const device_view_t &view) { return view.registers != &registers; };
     auto &all = views ();
     auto gone = std::stable_partition (all.begin (), all.end (), is_kept);
@@ -158,7 +115,7 @@ static device_view_t part_of (device_view_t view, uint8_t *begin, uint8_t *end)
     return view;
 }
 
-// Takes the pages out of the views; what lies before and behind them stays.
+// Takes the pages out of the views; what lies before and after them stays.
 void forget_pages (const void *begin, size_t length)
 {
     const pages_t pages (begin, length);
@@ -175,6 +132,7 @@ void forget_pages (const void *begin, size_t length)
             left.push_back (part_of (view, pages.end, view.begin + view.length));
         }
     }
+    change_t change;
     views ().swap (left);
 }
 
@@ -184,7 +142,7 @@ bool protect_pages (const void *begin, size_t length, int protection)
     std::vector<device_view_t> parts;
     for (uint8_t *at = pages.begin; at < pages.end;
          at = parts.back ().begin + parts.back ().length) {
-        const device_view_t *view = find_view (at);
+        const device_view_t *view = find_trapped_view (reinterpret_cast<uintptr_t> (at));
         bool is_granted = view && !(protection & ~view->granted & (PROT_READ | PROT_WRITE));
         if (!is_granted) {
             errno = view ? EACCES : EINVAL;

@@ -1,6 +1,7 @@
 // Makes the program's own loads and stores to device registers visible: the pages of a trapped view
-// are closed, so that each access faults; the faulting instruction is decoded, carried out on a
-// register file, and stepped over. All this happens in the accessing thread, at the instruction.
+// are closed, so that an access faults; the faulting instruction is carried out on a register file,
+// and so are the accesses of the plain instructions after it. All this happens in the accessing
+// thread, in the order of the program.
 #pragma once
 
 #include "chassis/trap/register_file.h"
@@ -18,12 +19,15 @@ struct device_view_t {
     int granted = protection; // the most that it may ask for later
 };
 
-// Installs the handler of SIGSEGV at the first call. Faults elsewhere go on to the handler that was
-// there before. An instruction that the decoder does not know ends the process, with a message.
+// Installs the handler of SIGSEGV at the first call. Faults elsewhere go to the handler that was
+// there before. An access by an unknown instruction ends the process, with a message.
 // A view takes the place of those that were there.
 void add_view (const device_view_t &view);
 // Unmaps all views of these registers, before they go away.
 void remove_views (const register_file_t &registers);
+
+// The trapped view that contains the address; null if there is none, and while the views change.
+const device_view_t *find_trapped_view (uintptr_t address);
 
 // Whether any of these bytes is in a view; in a trapped one.
 bool is_viewed (const void *begin, size_t length);

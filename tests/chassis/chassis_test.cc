@@ -195,8 +195,8 @@ TEST_F (door_test, each_access_arrives_once_at_its_width)
 #ifdef __x86_64__
 TEST_F (door_test, names_the_instruction_that_it_does_not_know)
 {
-    auto swap = [&] { asm volatile("xchgl %%eax, 0x1030(%%rdx)" : : "d"(view) : "eax", "memory"); };
-    EXPECT_DEATH (swap (), "0x01030.*87 82 30");
+    auto set = [&] { asm volatile("lock orl $1, 0x1030(%%rdx)" : : "d"(view) : "memory"); };
+    EXPECT_DEATH (set (), "0x01030.*F0 83 8A 30");
 }
 #endif
 
