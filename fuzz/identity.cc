@@ -24,7 +24,7 @@ static std::string read_file_of (int fd, const std::string &bytes)
         client.parse_date (read.date.c_str (), n, n + 1, n + 2, n + 3, n + 4, n + 5);
         const char *month = &"JanFebMarAprMayJunJulAugSepOctNovDec"[3 * n[0] - 3];
         snprintf (date, sizeof (date), "%.3s %d %d %d %d %d", month, n[1], n[2], n[3], n[4], n[5]);
-        REQUIRE (q5_scan_compare_builds (read, {"", date}) == 0);
+        REQUIRE (q5_scan_compare_builds (read, {"", date, ""}) == 0);
     }
     return path;
 }

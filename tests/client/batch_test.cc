@@ -360,3 +360,14 @@ TEST (fetch, asks_the_second_command_of_slots_that_answered_the_first)
     received.resize (all.size ());
     EXPECT_EQ (received, all);
 }
+
+TEST (fetch, has_one_limit_for_all_its_batches)
+{
+    session_t slow = {100 * words ({0}), session_t::ends, 1};
+    fake_server_t server ({slow, slow});
+    q5_scan_settings_t settings = settings_for (server.port, 5000ms);
+    settings.total_timeout = 600ms; // one takes 400
+    std::vector<q5_scan_request_t> replies;
+    q5_scan_selection_t selection = {std::vector<int32_t> (100)};
+    EXPECT_EQ (q5_scan_fetch (settings, selection, replies).state, state_t::timed_out_waiting);
+}
