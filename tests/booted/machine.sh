@@ -39,3 +39,17 @@ device_goes () { systemctl stop scanp; within 5 test ! -e /dev/scanp; }
 # send HEX...: these bytes to port 1971 of this machine, in a connection of their own.
 send () { (exec 3<>/dev/tcp/127.0.0.1/1971 && printf '%b' "$(echo "$*" | tr -d ' ' | sed 's/../\\x&/g')" >&3; timeout 5 cat <&3) 2>/dev/null; }
 refused_batch='00000002 00000000'
+
+# send_many TIMES: the refused batch, again and again.
+send_many () {
+    python3 - "$1" <<'P' || fail "the daemon does not take $1 refused batches"
+import socket, sys
+for _ in range (int (sys.argv[1])):
+    with socket.create_connection (("127.0.0.1", 1971), timeout=60) as s:
+        s.sendall (bytes.fromhex ("0000000200000000"))
+        try:
+            s.recv (1)
+        except ConnectionResetError:
+            pass
+P
+}
