@@ -19,7 +19,7 @@ static report_t fetch (const globals_t &globals, const slots_t &slots, const cha
     fetched_t fetched = fetch_slots (globals.settings, slots, parse_types (types));
     report_t report = report_of (fetched, true);
     for (const slot_report_t &slot : fetched.slots) {
-        report.text += marked_lines ({}, {row_of (slot, true)}).front () + "\n";
+        report.text += marked_lines ({}, {row_of (slot, {{}, true})}, {{}, true}).front () + "\n";
     }
     return report;
 }
@@ -36,13 +36,12 @@ static bool is_sample (const std::string &line)
            line.find_first_not_of ("-+.einf0123456789", end + 3) == line.npos;
 }
 
-static report_t play (const std::vector<taken_t> &taken)
+static report_t play (const std::vector<q5_scan_request_t> &taken)
 {
     report_t report;
     report.text = chassis_file_of (taken);
     chassis_settings_t chassis = parse_chassis (report.text, "chassis.toml");
-    for (const taken_t &t : taken) {
-        const q5_scan_request_t &r = t.request;
+    for (const q5_scan_request_t &r : taken) {
         REQUIRE (r.result < 0 || chassis.cards.at (r.slot).answer.at (r.command).bytes == r.rx);
     }
     return report;
@@ -62,7 +61,7 @@ extern "C" int LLVMFuzzerTestOneInput (const uint8_t *data, size_t size)
     wire.sent.insert (wire.sent.end (), 36, 0xFF); // what is missing failed
     require_lines (fetch (globals, slots, types));
     wire.num_read = 0;
-    require_lines (inventory (globals, {}, slots, identity_command));
+    require_lines (inventory (globals, {{}, slots}));
     wire.num_read = 0;
     const names_t names = {{{0, 1}, {"a\"\\\n", 1e308, true}}};
     report_t measured = metrics (globals, {{}, slots, names});

@@ -77,11 +77,12 @@ pid_t shell_t::start (const std::string &line, const std::string &name) const
 {
     const char *others = getenv ("Q5_TEST_PATH");
     // The daemon's one server object is never destroyed: a leak checker is not to count it.
-    const std::string text =
-        std::string ("export PATH='") + (others ? others + std::string (":") : "") +
-        Q5_PATH ":/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin'"
-                " ASAN_OPTIONS=detect_leaks=0 SOURCES='" Q5_SOURCES "' BUILD='" Q5_BUILD "'\n" +
-        line;
+    const std::string text = std::string ("unset COLUMNS; export PATH='") +
+                             (others ? others + std::string (":") : "") +
+                             Q5_PATH ":/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin'"
+                                     " LC_ALL=C ASAN_OPTIONS=detect_leaks=0 SOURCES='" Q5_SOURCES
+                                     "' BUILD='" Q5_BUILD "'\n" +
+                             line;
     const std::string work = folder + "/work", output = folder + "/" + name + ".output",
                       errors = folder + "/" + name + ".errors";
     const char *files[] = {"/dev/null", output.c_str (), errors.c_str ()};

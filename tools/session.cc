@@ -1,20 +1,51 @@
 #include "tools/session.h"
 
+#include "tools/parse/parse.h"
 #include "tools/show/results.h"
 
+#include <set>
 #include <stdio.h>
+
+constexpr size_t longest_host = 299;
 
 origin_t origin_of (const std::string &command, const globals_t &globals)
 {
     return {command, {{"host", globals.settings.host}, {"port", globals.settings.port}}};
 }
 
-void check_host (const std::string &host)
+void take_place (const std::string &text, q5_scan_settings_t &settings)
 {
-    if (host.empty () || host.size () > 299) {
-        usage_failure ("the host has " + std::to_string (host.size ()) + " characters",
-                       "Give --host a name or a dotted IPv4 address of at most 299 characters.");
+    size_t colon = text.rfind (':');
+    settings.host = text.substr (0, colon);
+    if (settings.host.empty () || settings.host.size () > longest_host) {
+        usage_failure ("the host has " + std::to_string (settings.host.size ()) + " characters",
+                       "Give HOST or HOST:PORT; HOST is a name or a dotted IPv4 address of at most "
+                       "299 characters.");
     }
+    if (colon != text.npos) {
+        settings.port =
+            parse_number ("port of " + printable (text), text.substr (colon + 1), 1, 65535);
+    }
+}
+
+std::string place_of (const q5_scan_settings_t &settings)
+{
+    return settings.host + ":" + std::to_string (settings.port);
+}
+
+std::vector<q5_scan_settings_t> chassis_of (const globals_t &globals,
+                                            const std::vector<std::string> &hosts)
+{
+    std::vector<q5_scan_settings_t> chassis;
+    std::set<std::string> places;
+    for (const std::string &host : hosts) {
+        q5_scan_settings_t settings = globals.settings;
+        take_place (host, settings);
+        if (places.insert (place_of (settings)).second) {
+            chassis.push_back (settings);
+        }
+    }
+    return hosts.empty () ? std::vector<q5_scan_settings_t>{globals.settings} : chassis;
 }
 
 int32_t usual_rxlen (int32_t command)
@@ -30,12 +61,12 @@ static std::string advice_for (q5_scan_state_t state)
         return "Give --host an IPv4 address, or a name that resolves to one.";
     case q5_scan_state_t::no_connection:
     case q5_scan_state_t::timed_out_connecting:
-        return "See whether q5_scand runs there, and whether --host and --port name it.";
+        return "Check that q5_scand runs there, and --host and --port; q5_scan doctor finds out more.";
     case q5_scan_state_t::dropped:
         return "Wait until the holder releases the bus (--wait SECONDS), or be the holder with "
-               "--id ID. If nobody holds it, see whether q5_scand still runs and what it said.";
+               "--id ID. If nobody holds it, read the log of q5_scand.";
     default:
-        return "The requests behind those may have run or not. See whether q5_scand still runs.";
+        return "The requests after those may have run or not. Check that q5_scand still runs.";
     }
 }
 
@@ -44,7 +75,7 @@ failure_t failure_of (const q5_scan_outcome_t &outcome)
     if (outcome.state == q5_scan_state_t::cancelled) {
         return {status_interrupted,
                 "interrupted after " + std::to_string (outcome.num_replies) + " replies",
-                "The requests behind those may have run or not."};
+                "The requests after those may have run or not."};
     }
     bool is_dropped = outcome.state == q5_scan_state_t::dropped;
     return {is_dropped ? status_dropped : status_no_connection, outcome.text,
@@ -97,15 +128,5 @@ report_t run_raw (const globals_t &globals, const q5_scan_request_t &request)
                            "Look at: " + m.look_at});
     }
     fwrite (reply.rx.data (), 1, reply.rx.size (), stdout);
-    return report;
-}
-
-report_t run_claim (const globals_t &globals)
-{
-    report_t report = run_requests (globals, {q5_scan_claim_request ()});
-    if (report.status == status_ok && !globals.has_id) {
-        report.note = "every program that names no id is id 2 too, so this claim does not keep it "
-                      "out: give --id ID, or use q5_scan hold";
-    }
     return report;
 }

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-// What stands before or behind the command.
+// The options of all commands.
 struct globals_t {
     q5_scan_settings_t settings;
     bool as_json = false;
@@ -20,23 +20,27 @@ struct globals_t {
 // Where a command that talks to the daemon reports from.
 origin_t origin_of (const std::string &command, const globals_t &globals);
 
-// Throws failure_t for a host that cannot be one.
-void check_host (const std::string &host);
+// Takes HOST or HOST:PORT into the settings; without a port, theirs stays. Throws failure_t for a
+// text that is neither.
+void take_place (const std::string &text, q5_scan_settings_t &settings);
+std::string place_of (const q5_scan_settings_t &settings); // HOST:PORT
+
+// The settings for each of the hosts, in their order, each place once; for none, those of
+// `globals`.
+std::vector<q5_scan_settings_t> chassis_of (const globals_t &globals,
+                                            const std::vector<std::string> &hosts);
 
 // What a request asks for unless it says so: everything, and of the daemon itself nothing.
 int32_t usual_rxlen (int32_t command);
 
-// How an outcome other than an answer is told.
+// The failure that an outcome other than an answer is.
 failure_t failure_of (const q5_scan_outcome_t &outcome);
 
-// Sends the requests as one batch and reports those that were answered: for a person, each is
+// Sends the requests as one batch and reports those that were answered; for a person, each is
 // written as it arrives. Ctrl-C ends the wait. Throws exception_t, before anything is sent, when
 // the daemon would refuse the batch.
 report_t run_requests (const globals_t &globals, std::vector<q5_scan_request_t> requests);
 
-// Sends one request and writes what was received to standard output, byte for byte; a request that
-// fails is the report's failure.
+// Sends one request and writes the received bytes to standard output, and nothing else; a request
+// that fails is the report's failure.
 report_t run_raw (const globals_t &globals, const q5_scan_request_t &request);
-
-// Claims, and says so where the claim keeps nobody out.
-report_t run_claim (const globals_t &globals);

@@ -1,8 +1,11 @@
 #include "tools/command/batch.h"
 
+#include "tools/command/command.h"
 #include "tools/parse/files.h"
 #include "tools/parse/parse.h"
 
+#include <CLI/CLI.hpp>
+#include <memory>
 #include <set>
 #include <sstream>
 #include <unistd.h>
@@ -38,7 +41,7 @@ static std::string unquoted (const std::string &text)
     return is_quoted ? text.substr (1, text.size () - 2) : text;
 }
 
-// The words from `at` to the next option, which `at` then stands on.
+// The words from `at` to the next option, which `at` then points to.
 static std::string joined_words (const words_t &words, size_t *at)
 {
     std::string text;
@@ -58,7 +61,7 @@ static q5_scan_request_t bus_request (const words_t &words)
 {
     if (words.size () < 2 || is_option (words[1])) {
         parse_slot (words[0]);
-        line_failure ("a command is missing behind the slot");
+        line_failure ("the slot is not followed by a command");
     }
     q5_scan_request_t request;
     request.slot = parse_slot (words[0]);
@@ -110,7 +113,7 @@ static q5_scan_request_t request_of (const words_t &words)
         return bus_request (words);
     }
     if (words.size () > 1) {
-        line_failure ("'" + words[1] + "' is not expected behind " + words[0]);
+        line_failure ("'" + words[1] + "' is not expected after " + words[0]);
     }
     return words[0] == "claim" ? q5_scan_claim_request () : q5_scan_release_request ();
 }
@@ -157,4 +160,15 @@ std::vector<q5_scan_request_t> read_batch_file (const std::string &path)
 {
     std::istringstream text (read_file (path, most_text));
     return read_batch (text, shown_name (path));
+}
+
+void add_batch (command_line_t &line)
+{
+    auto file = std::make_shared<std::string> ("-");
+    CLI::App &command = add_command (line, "batch", "run many requests in one batch, one a line",
+                                     [&globals = line.globals, file] () {
+                                         return run_requests (globals, read_batch_file (*file));
+                                     });
+    command.add_option ("FILE", *file,
+                        "SLOT COMMAND [--tx HEX] [--rx N] a line; - or none: standard input");
 }

@@ -5,8 +5,8 @@
 //   claim
 //   release
 //
-// Numbers are decimal or 0x; HEX and BYTES may hold blanks, and stand between quotation marks.
-// --tx=HEX is --tx HEX. A line may end in a # comment; lines without a request are skipped.
+// Numbers are decimal or 0x; HEX and BYTES may contain blanks and be quoted. --tx=HEX is --tx HEX.
+// A line may end in a # comment; lines without a request are skipped.
 #pragma once
 
 #include "tools/session.h"

@@ -1,11 +1,17 @@
 #include "tools/command/fetch.h"
 
 #include "client/result.h"
+#include "tools/parse/parse.h"
 #include "tools/parse/types.h"
 #include "tools/session.h"
+#include "tools/show/fetch_view.h"
+#include "tools/show/terminal.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <map>
+#include <memory>
+#include <sstream>
 
 constexpr size_t most_field_text = 60; // characters of one field in a row
 constexpr size_t most_raw_bytes = 16;
@@ -75,7 +81,7 @@ static std::string fields_text (const q5_scan_message_t &message, size_t limit)
     return text;
 }
 
-// The raw block as two cells: hex, and the characters beside it.
+// The raw block as two cells: hex and characters.
 static row_t raw_cells (const slot_report_t &slot, bool full)
 {
     if (!slot.raw_result) {
@@ -98,23 +104,44 @@ static std::string state_of (std::optional<int32_t> result, const char *unknown)
     return result ? q5_scan_describe (*result).state : unknown;
 }
 
-row_t heading ()
+row_t chosen (const row_t &row, const table_style_t &style)
 {
-    return {"SLOT", "STATE", "LENGTH", "TYPES", "FIELDS", "RAW", "TEXT"};
+    row_t cells;
+    for (size_t column : style.columns) {
+        cells.push_back (row[column]);
+    }
+    return style.columns.empty () ? row : cells;
 }
 
-row_t row_of (const slot_report_t &slot, bool full)
+row_t heading (const table_style_t &style)
+{
+    return chosen ({"SLOT", "STATE", "LENGTH", "TYPES", "FIELDS", "RAW", "TEXT"}, style);
+}
+
+row_t row_of (const slot_report_t &slot, const table_style_t &style)
 {
     row_t row = {std::to_string (slot.slot), state_of (slot.typed_result, "not answered"), "-", "-",
                  "-"};
     if (slot.typed_result && *slot.typed_result >= 0) {
         row[2] = std::to_string (slot.message.length);
         row[3] = printable (slot.message.letters);
-        row[4] = fields_text (slot.message, full ? 0 : most_field_text);
+        row[4] = fields_text (slot.message, style.full ? 0 : most_field_text);
     }
-    row_t raw = raw_cells (slot, full);
+    row_t raw = raw_cells (slot, style.full);
     row.insert (row.end (), raw.begin (), raw.end ());
-    return row;
+    return chosen (row, style);
+}
+
+bool is_shown (const slot_report_t &slot, const table_style_t &style)
+{
+    return !style.only_present || !slot.is_empty ();
+}
+
+void fit (table_t &table, const table_style_t &style)
+{
+    const std::vector<size_t> least_first = {6, 2, 3, 5}; // TEXT, LENGTH, TYPES, RAW
+    table.fit (style.full ? 0 : output_width (),
+               style.columns.empty () ? least_first : std::vector<size_t> ());
 }
 
 // What a failure means, as in the outcome of a single request.
@@ -178,4 +205,68 @@ report_t report_of (const fetched_t &fetched, bool must_answer, bool only_presen
         report.status = is_wrong && !report.failure ? status_failed : report.status;
     }
     return report;
+}
+
+static std::vector<size_t> parse_columns (const std::string &text)
+{
+    const row_t names = {"slot", "state", "length", "types", "fields", "raw", "text"};
+    std::vector<size_t> columns;
+    std::istringstream parts (text + ",");
+    for (std::string part; std::getline (parts, part, ',');) {
+        auto found = std::find (names.begin (), names.end (), part);
+        if (found == names.end ()) {
+            usage_failure ("--columns '" + printable (part) + "' is not a column",
+                           "The columns are slot, state, length, types, fields, raw and text.");
+        }
+        columns.push_back (found - names.begin ());
+    }
+    return columns;
+}
+
+void table_words_t::add_to (CLI::App &command)
+{
+    command.add_option ("SLOT", slots, "0 to 31, or 3-7,23; none: all slots");
+    command
+        .add_option ("--types", types,
+                     "what the letters mean, LETTER[N]=TYPE[*SCALE][:NAME],...; types: byte, "
+                     "sbyte, short, sshort, int, uint, string, rest, bytes:N (default: "
+                     "b=byte,h=short,i=int,s=string,x=rest)")
+        ->type_name ("TYPES");
+    command
+        .add_option ("--columns", columns,
+                     "what to show: slot, state, length, types, fields, raw, text, with commas")
+        ->type_name ("LIST");
+    command.add_flag ("--full", full, "cut nothing in the table");
+    command.add_flag ("--present", present, "leave out the slots without a card");
+}
+
+q5_scan_types_t table_words_t::parsed_types () const
+{
+    return types ? parse_types (*types) : q5_scan_usual_types ();
+}
+
+table_style_t table_words_t::style () const
+{
+    return {columns ? parse_columns (*columns) : std::vector<size_t> (), full, present};
+}
+
+static report_t fetch (const globals_t &globals, const table_words_t &words)
+{
+    fetch_view_t view (words.style (), !globals.as_json);
+    interrupt_t interrupt;
+    q5_scan_settings_t settings = globals.settings;
+    settings.cancel_fd = interrupt.fd ();
+    fetched_t fetched =
+        fetch_slots (settings, parse_slots (words.slots), words.parsed_types (),
+                     [&view] (const std::vector<slot_report_t> &slots) { view.update (slots); });
+    view.finish (fetched.slots);
+    return report_of (fetched, !words.slots.empty (), words.present);
+}
+
+void add_fetch (command_line_t &line)
+{
+    auto words = std::make_shared<table_words_t> ();
+    words->add_to (
+        add_command (line, "fetch", "show what the cards say, as a table",
+                     [&globals = line.globals, words] () { return fetch (globals, *words); }));
 }

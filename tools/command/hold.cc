@@ -1,16 +1,22 @@
-#include "tools/command/hold.h"
-
 #include "client/claim.h"
+#include "tools/command/command.h"
 #include "tools/show/output.h"
 
+#include <CLI/CLI.hpp>
 #include <errno.h>
 #include <initializer_list>
+#include <memory>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+// What a shell reports of a command that it cannot run.
+constexpr int status_not_executable = 126;
+constexpr int status_not_found = 127;
 
 static volatile sig_atomic_t child = 0;
 static volatile sig_atomic_t early_signal = 0; // before there was a child
@@ -41,8 +47,13 @@ static void set_environment (const q5_scan_settings_t &settings)
     setenv ("Q5_SCAN_PORT", std::to_string (settings.port).c_str (), 1);
 }
 
-[[noreturn]] static void become (std::vector<std::string> command)
+// A command whose hold was killed has the bus no longer: it ends too.
+[[noreturn]] static void become (std::vector<std::string> command, pid_t holder)
 {
+    prctl (PR_SET_PDEATHSIG, SIGTERM);
+    if (getppid () != holder) {
+        _exit (status_interrupted);
+    }
     std::vector<char *> words;
     for (std::string &word : command) {
         words.push_back (word.data ());
@@ -70,9 +81,10 @@ static int run (const q5_scan_settings_t &settings, const std::vector<std::strin
     set_environment (settings);
     handle ({SIGINT, SIGQUIT}, SIG_IGN);
     handle ({SIGTERM, SIGHUP}, pass_on);
+    pid_t holder = getpid ();
     pid_t pid = fork ();
     if (pid == 0) {
-        become (command);
+        become (command, holder);
     }
     if (pid < 0) {
         throw failure_t{status_failed,
@@ -89,8 +101,11 @@ static int run (const q5_scan_settings_t &settings, const std::vector<std::strin
 static const failure_t refused = {status_dropped, "the claim was refused: another id holds the bus",
                                   "Wait until it releases the bus: --wait SECONDS."};
 
-report_t hold (const globals_t &globals, const std::vector<std::string> &command)
+// Claims, runs the command, and releases however the command ends. Signals that end a session go to
+// the command. The status is the command's own, or 128 plus the signal that ended it.
+static report_t hold (const globals_t &globals, bool is_verbose)
 {
+    const std::vector<std::string> &command = globals.held_command;
     if (command.empty ()) {
         usage_failure ("hold needs a command to run", "For example: q5_scan hold -- ./measure.sh");
     }
@@ -105,6 +120,9 @@ report_t hold (const globals_t &globals, const std::vector<std::string> &command
     if (interrupt.seen ()) {
         return report_of ({status_interrupted, "interrupted before the command ran", ""});
     }
+    if (is_verbose) {
+        fprintf (stderr, "q5_scan: id %d holds the bus\n", claim.settings.id);
+    }
     report.printed = true;
     report.status = run (claim.settings, command);
     if (!claim.release ()) {
@@ -114,4 +132,17 @@ report_t hold (const globals_t &globals, const std::vector<std::string> &command
             "Release it with: q5_scan --id " + std::to_string (claim.settings.id) + " release";
     }
     return report;
+}
+
+void add_hold (command_line_t &line)
+{
+    auto verbose = std::make_shared<bool> (false);
+    CLI::App &command = add_command (
+        line, "hold", "claim the bus, run a command that has it to itself, release the bus",
+        [&globals = line.globals, verbose] () { return hold (globals, *verbose); });
+    command.add_flag ("--verbose", *verbose, "print the id that holds the bus, on standard error");
+    command.footer ("Usage: q5_scan hold [--verbose] [--] COMMAND...\n"
+                    "Exit status: that of COMMAND, 128 and the number of the signal that ended it, "
+                    "126 when\nit cannot be run, 127 when there is none; 2, 3, 4 and 130 as for "
+                    "every command when the\nbus was not claimed.");
 }

@@ -1,12 +1,18 @@
 #include "tools/command/inventory.h"
 
-#include "client/fetch.h"
 #include "client/result.h"
+#include "tools/command/command.h"
+#include "tools/command/samples.h"
 #include "tools/parse/identity.h"
+#include "tools/parse/parse.h"
 #include "tools/show/output.h"
 
+#include <CLI/CLI.hpp>
 #include <map>
+#include <memory>
 #include <optional>
+
+using images_t = std::map<std::string, struct image_t>; // by type
 
 struct image_t {
     std::string path;
@@ -23,9 +29,9 @@ struct entry_t {
 };
 
 // The newest image of each type.
-static std::map<std::string, image_t> newest_of (const std::vector<std::string> &paths)
+static images_t newest_of (const std::vector<std::string> &paths)
 {
-    std::map<std::string, image_t> newest;
+    images_t newest;
     for (const std::string &path : paths) {
         image_t image = {path, read_identity (path)};
         auto [known, is_first] = newest.emplace (image.identity.type, image);
@@ -36,7 +42,7 @@ static std::map<std::string, image_t> newest_of (const std::vector<std::string> 
     return newest;
 }
 
-static void judge (entry_t &entry, const std::map<std::string, image_t> &images)
+static void judge (entry_t &entry, const images_t &images)
 {
     auto found = images.find (entry.identity->type);
     if (found == images.end ()) {
@@ -48,8 +54,7 @@ static void judge (entry_t &entry, const std::map<std::string, image_t> &images)
     entry.state = order < 0 ? "older" : order > 0 ? "newer" : "current";
 }
 
-static entry_t entry_of (const q5_scan_request_t &reply,
-                         const std::map<std::string, image_t> &images)
+static entry_t entry_of (const q5_scan_request_t &reply, const images_t &images)
 {
     entry_t entry = {reply.slot, reply.result, std::nullopt};
     if (reply.result < 0) {
@@ -95,34 +100,103 @@ static bool is_wrong (const entry_t &entry)
     return !entry.identity || entry.state == "older";
 }
 
-static bool is_empty (const q5_scan_request_t &reply)
+// Adds what one chassis said to the table, and returns it for a program.
+static json_t add (const sample_t &sample, const images_t &images, const std::string &host,
+                   std::vector<row_t> &rows, report_t &report)
 {
-    return reply.result == Q5_SCAN_NO_ANSWER || !q5_scan_slot_exists (reply.slot);
-}
-
-report_t inventory (const globals_t &globals, const std::vector<std::string> &images,
-                    const std::vector<int32_t> &slots, int32_t command)
-{
-    std::map<std::string, image_t> newest = newest_of (images);
-    interrupt_t interrupt;
-    q5_scan_settings_t settings = globals.settings;
-    settings.cancel_fd = interrupt.fd ();
-    std::vector<q5_scan_request_t> replies;
-    q5_scan_outcome_t outcome = q5_scan_fetch (settings, {slots, {command}}, replies);
-    report_t report = outcome.answered () ? report_t () : report_of (failure_of (outcome));
-    report.json["slots"] = json_t::array ();
-    std::vector<row_t> rows = {{"SLOT", "TYPE", "BUILT", "IMAGE", "STATE"}};
-    for (const q5_scan_request_t &reply : replies) {
-        if (!reply.answered || is_empty (reply)) {
+    json_t slots = json_t::array ();
+    auto add_row = [&] (row_t row) {
+        if (!host.empty ()) {
+            row.insert (row.begin (), host);
+        }
+        rows.push_back (row);
+    };
+    for (const q5_scan_request_t &reply : sample.replies) {
+        if (!reply.answered || q5_scan_is_empty (reply)) {
             continue;
         }
-        entry_t entry = entry_of (reply, newest);
-        rows.push_back (row_of (entry));
-        report.json["slots"].push_back (json_of (entry));
+        entry_t entry = entry_of (reply, images);
+        add_row (row_of (entry));
+        slots.push_back (json_of (entry));
         report.status = is_wrong (entry) && !report.failure ? status_failed : report.status;
+    }
+    if (!sample.outcome.answered () && !host.empty ()) {
+        add_row ({"-", "-", "-", "-", printable (sample.outcome.text)});
+    }
+    return slots;
+}
+
+static json_t json_of (const sample_t &sample, const json_t &slots)
+{
+    json_t object = {
+        {"host", sample.settings.host}, {"port", sample.settings.port}, {"slots", slots}};
+    if (!sample.outcome.answered ()) {
+        object["error"] = json_of (failure_of (sample.outcome));
+    }
+    return object;
+}
+
+report_t inventory (const globals_t &globals, const inventory_options_t &options)
+{
+    images_t images = newest_of (options.images);
+    bool are_many = !options.hosts.empty ();
+    interrupt_t interrupt;
+    std::vector<sample_t> samples;
+    for (q5_scan_settings_t &settings : chassis_of (globals, options.hosts)) {
+        settings.cancel_fd = interrupt.fd ();
+        samples.push_back ({settings, {options.slots, {options.command}}});
+    }
+    take_samples (samples);
+
+    report_t report;
+    row_t heading = {"SLOT", "TYPE", "BUILT", "IMAGE", "STATE"};
+    if (are_many) {
+        heading.insert (heading.begin (), "HOST");
+    }
+    std::vector<row_t> rows = {heading};
+    for (const sample_t &sample : samples) {
+        if (!sample.outcome.answered () && !report.failure) {
+            report.failure = failure_of (sample.outcome);
+            report.status = report.failure->status;
+        }
+        std::string host = are_many ? printable (place_of (sample.settings)) : "";
+        json_t slots = add (sample, images, host, rows, report);
+        if (are_many) {
+            report.json["hosts"].push_back (json_of (sample, slots));
+        } else {
+            report.json["slots"] = slots;
+        }
     }
     for (const std::string &line : table_lines (rows)) {
         report.text += line + "\n";
     }
     return report;
+}
+
+struct inventory_words_t {
+    std::vector<std::string> images;
+    std::string slots, hosts;
+    std::string command = std::to_string (identity_command);
+};
+
+void add_inventory (command_line_t &line)
+{
+    auto words = std::make_shared<inventory_words_t> ();
+    CLI::App &command = add_command (
+        line, "inventory", "the build identity of every card, compared with images",
+        [&globals = line.globals, words] () {
+            return inventory (globals, {words->images, parse_slots (split (words->slots)),
+                                        parse_number ("--command", words->command, 3, 255),
+                                        split (words->hosts)});
+        });
+    command.add_option ("IMAGE", words->images, "firmware images; the newest of each type counts");
+    command.add_option ("--slots", words->slots, "0 to 31, or 3-7,23 (default: all)")
+        ->type_name ("LIST");
+    command
+        .add_option ("--command", words->command,
+                     "what a card answers with its identity (default 73)")
+        ->type_name ("N");
+    command
+        .add_option ("--hosts", words->hosts, "HOST or HOST:PORT, with commas; asked all at once")
+        ->type_name ("LIST");
 }

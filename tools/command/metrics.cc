@@ -1,81 +1,50 @@
 #include "tools/command/metrics.h"
 
 #include "client/result.h"
-#include "tools/command/fetch.h"
+#include "tools/command/command.h"
+#include "tools/command/samples.h"
+#include "tools/parse/files.h"
 #include "tools/parse/parse.h"
 
-#include <algorithm>
+#include <CLI/CLI.hpp>
 #include <charconv>
-#include <set>
-#include <thread>
-
-using std::chrono::duration;
-using std::chrono::steady_clock;
+#include <errno.h>
+#include <memory>
+#include <sstream>
 
 constexpr std::chrono::seconds usual_timeout (10);
+constexpr size_t most_text = 1 << 20; // of a file of slots
 
-// One chassis, and what became of its fetch.
-struct sample_t {
-    q5_scan_settings_t settings;
-    std::string place;
-    bool is_up = false;
-    double seconds = 0;
-    std::vector<q5_scan_request_t> replies = {};
-};
-
-// HOST or HOST:PORT.
-static sample_t sample_for (const q5_scan_settings_t &usual, const std::string &text)
-{
-    q5_scan_settings_t settings = usual;
-    size_t colon = text.rfind (':');
-    if (!text.empty ()) {
-        settings.host = text.substr (0, colon);
-    }
-    if (colon != text.npos) {
-        settings.port =
-            parse_number ("port of " + printable (text), text.substr (colon + 1), 1, 65535);
-    }
-    check_host (settings.host);
-    bool is_bounded = settings.connect_timeout.count () > 0;
-    settings.connect_timeout = is_bounded ? settings.connect_timeout : usual_timeout;
-    settings.reply_timeout = is_bounded ? settings.reply_timeout : usual_timeout;
-    return {settings, settings.host + ":" + std::to_string (settings.port)};
-}
-
-// One for each host, however often it is named: a series may stand in the text once.
-static std::vector<sample_t> samples_for (const q5_scan_settings_t &usual,
-                                          std::vector<std::string> hosts)
+static std::vector<sample_t> samples_for (const globals_t &globals,
+                                          const metrics_options_t &options)
 {
     std::vector<sample_t> samples;
-    std::set<std::string> places;
-    hosts.resize (std::max<size_t> (hosts.size (), 1));
-    for (const std::string &host : hosts) {
-        sample_t sample = sample_for (usual, host);
-        if (places.insert (sample.place).second) {
-            samples.push_back (sample);
-        }
+    for (q5_scan_settings_t &settings : chassis_of (globals, options.hosts)) {
+        bool is_bounded = settings.total_timeout.count () > 0;
+        settings.total_timeout = is_bounded ? settings.total_timeout : usual_timeout;
+        auto slots = options.slots_of.find (place_of (settings));
+        bool has_own = slots != options.slots_of.end ();
+        samples.push_back (
+            {settings, {has_own ? slots->second : options.slots, {Q5_SCAN_GET_TYPED}}});
     }
     return samples;
 }
 
-static void take (sample_t &sample, const std::vector<int32_t> &slots)
+// "" when the chassis answered.
+static const char *down_reason (const q5_scan_outcome_t &outcome)
 {
-    q5_scan_selection_t selection;
-    selection.slots = slots;
-    selection.commands = {Q5_SCAN_GET_TYPED};
-    steady_clock::time_point start = steady_clock::now ();
-    sample.is_up = q5_scan_fetch (sample.settings, selection, sample.replies).answered ();
-    sample.seconds = duration<double> (steady_clock::now () - start).count ();
-}
-
-static void take_all (std::vector<sample_t> &samples, const std::vector<int32_t> &slots)
-{
-    std::vector<std::thread> threads;
-    for (sample_t &sample : samples) {
-        threads.emplace_back ([&sample, &slots] () { take (sample, slots); });
-    }
-    for (std::thread &thread : threads) {
-        thread.join ();
+    switch (outcome.state) {
+    case q5_scan_state_t::answered:
+        return "";
+    case q5_scan_state_t::unknown_host:
+        return "unknown";
+    case q5_scan_state_t::no_connection:
+        return outcome.error == ETIMEDOUT ? "timed_out" : "refused";
+    case q5_scan_state_t::dropped:
+    case q5_scan_state_t::broken_off:
+        return "dropped";
+    default:
+        return "timed_out";
     }
 }
 
@@ -108,19 +77,27 @@ static std::string line (const std::string &metric, const std::string &labels, d
 
 static std::string slot_labels (const sample_t &sample, int32_t slot)
 {
-    return label ("host", sample.place) + "," + label ("slot", std::to_string (slot));
+    return label ("host", place_of (sample.settings)) + "," + label ("slot", std::to_string (slot));
 }
 
 static std::string host_lines (const std::vector<sample_t> &samples)
 {
     std::string up = head ("q5_scan_up", "Whether the chassis answered the whole fetch.");
+    std::string down = head (
+        "q5_scan_down_reason",
+        "Why it did not: refused, unknown (name), timed_out, or dropped, which a chassis does "
+        "whose bus another client has claimed.");
     std::string seconds = head ("q5_scan_fetch_duration_seconds", "How long the fetch took.");
     for (const sample_t &sample : samples) {
-        up += line ("q5_scan_up", label ("host", sample.place), sample.is_up);
-        seconds +=
-            line ("q5_scan_fetch_duration_seconds", label ("host", sample.place), sample.seconds);
+        const std::string host = label ("host", place_of (sample.settings));
+        const std::string reason = down_reason (sample.outcome);
+        up += line ("q5_scan_up", host, reason.empty ());
+        down += reason.empty ()
+                    ? ""
+                    : line ("q5_scan_down_reason", host + "," + label ("reason", reason), 1);
+        seconds += line ("q5_scan_fetch_duration_seconds", host, sample.seconds);
     }
-    return up + seconds;
+    return up + down + seconds;
 }
 
 static std::string slot_lines (const std::vector<sample_t> &samples)
@@ -189,10 +166,73 @@ report_t metrics (const globals_t &globals, const metrics_options_t &options)
     if (globals.as_json) {
         usage_failure ("metrics have a form of their own", "Leave out --json.");
     }
-    std::vector<sample_t> samples = samples_for (globals.settings, options.hosts);
-    take_all (samples, options.slots);
+    std::vector<sample_t> samples = samples_for (globals, options);
+    take_samples (samples);
     report_t report;
     report.text =
         host_lines (samples) + slot_lines (samples) + field_lines (samples, options.names);
     return report;
+}
+
+void read_slots (std::istream &text, const std::string &file, const globals_t &globals,
+                 metrics_options_t &options)
+{
+    int number = 0;
+    for (std::string line; std::getline (text, line);) {
+        number++;
+        std::istringstream words (line.substr (0, line.find ('#')));
+        std::string host, slots, more;
+        if (!(words >> host)) {
+            continue;
+        }
+        try {
+            if (!(words >> slots) || words >> more) {
+                usage_failure ("two words are expected",
+                               "A line is: HOST[:PORT] LIST, for example chassis-4 3-7,23");
+            }
+            std::string place = place_of (chassis_of (globals, {host}).front ());
+            if (!options.slots_of.emplace (place, parse_slots ({slots})).second) {
+                usage_failure (printable (place) + " is named twice", "Give each host one line.");
+            }
+            options.hosts.push_back (host);
+        } catch (failure_t &failure) {
+            failure.what = file + ":" + std::to_string (number) + ": " + failure.what;
+            throw;
+        }
+    }
+}
+
+struct metrics_words_t {
+    std::vector<std::string> hosts;
+    std::string slots, names;
+};
+
+static report_t metrics (const globals_t &globals, const metrics_words_t &words)
+{
+    metrics_options_t options = {words.hosts, {}, read_names_file (words.names)};
+    bool is_file = words.slots[0] == '@';
+    if (is_file) {
+        std::string path = words.slots.substr (1);
+        std::istringstream text (read_file (path, most_text));
+        read_slots (text, shown_name (path), globals, options);
+    }
+    options.slots = parse_slots (split (is_file ? "" : words.slots));
+    return metrics (globals, options);
+}
+
+void add_metrics (command_line_t &line)
+{
+    auto words = std::make_shared<metrics_words_t> ();
+    CLI::App &command =
+        add_command (line, "metrics", "what several chassis say, as text for Prometheus",
+                     [&globals = line.globals, words] () { return metrics (globals, *words); });
+    command.add_option ("HOST", words->hosts, "HOST or HOST:PORT, asked all at once");
+    command
+        .add_option ("--slots", words->slots,
+                     "0 to 31, or 3-7,23 (default: all); or @FILE: HOST[:PORT] LIST a line")
+        ->type_name ("LIST");
+    command
+        .add_option ("--names", words->names,
+                     "a file of names: SLOT INDEX NAME [SCALE] [signed|unsigned] a line")
+        ->type_name ("FILE");
 }

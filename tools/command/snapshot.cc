@@ -1,124 +1,54 @@
 #include "tools/command/snapshot.h"
 
+#include "client/fetch.h"
 #include "client/result.h"
+#include "tools/command/command.h"
+#include "tools/parse/files.h"
+#include "tools/parse/parse.h"
 #include "tools/show/answer_text.h"
 #include "tools/show/progress.h"
 
-#include <algorithm>
+#include <CLI/CLI.hpp>
 #include <map>
+#include <memory>
 #include <optional>
 
-using std::chrono::duration_cast;
-using std::chrono::microseconds;
-using std::chrono::steady_clock;
+using requests_t = std::vector<q5_scan_request_t>;
 
-constexpr int32_t no_slot = 21;         // refused at once: the time of the way alone
-constexpr int32_t most_polls = 11;      // of one request, then it failed
-constexpr microseconds poll (10000);    // between two looks of the daemon at the controller
-constexpr microseconds usual (100);     // delay of a card that says none
-constexpr microseconds real (poll / 2); // a daemon that polls faster than this skips the waiting
-
-std::vector<taken_t> take_snapshot (const q5_scan_settings_t &settings,
-                                    const std::vector<int32_t> &slots,
-                                    const std::vector<int32_t> &commands)
+requests_t take_snapshot (const q5_scan_settings_t &settings, const std::vector<int32_t> &slots,
+                          const std::vector<int32_t> &commands)
 {
-    std::vector<q5_scan_request_t> all;
-    for (int32_t slot : slots) {
-        for (int32_t command : commands) {
-            all.push_back ({slot, command});
-        }
-    }
     progress_t progress;
-    std::vector<taken_t> taken;
-    for (size_t at = 0; at < all.size (); at += MAX_REQUESTS - 1) {
-        std::vector<q5_scan_request_t> batch = {{no_slot, commands.front ()}};
-        size_t end = std::min<size_t> (at + MAX_REQUESTS - 1, all.size ());
-        batch.insert (batch.end (), all.begin () + at, all.begin () + end);
-        steady_clock::time_point before = steady_clock::now ();
-        size_t num_replies = 0;
-        auto note = [&] (const q5_scan_request_t &reply) {
-            steady_clock::time_point now = steady_clock::now ();
-            if (num_replies++ > 0) {
-                taken.push_back ({reply, duration_cast<microseconds> (now - before)});
-                progress.show (taken.size (), all.size ());
-            }
-            before = now;
-        };
-        q5_scan_outcome_t outcome = q5_scan_exchange (settings, batch, note);
-        if (!outcome.answered ()) {
-            throw failure_of (outcome);
-        }
+    requests_t replies;
+    size_t done = 0;
+    q5_scan_outcome_t outcome =
+        q5_scan_fetch (settings, {slots, commands}, replies, [&] (const q5_scan_request_t &) {
+            progress.show (++done, slots.size () * commands.size ());
+        });
+    if (!outcome.answered ()) {
+        throw failure_of (outcome);
     }
-    return taken;
+    return replies;
 }
 
-// How long the daemon really sleeps between two looks, as the silent slots tell; nothing without
-// one, or when it does not sleep at all.
-static std::optional<microseconds> poll_time (const std::vector<taken_t> &taken)
+static std::string answer_lines (const q5_scan_request_t &request)
 {
-    std::vector<microseconds> times;
-    for (const taken_t &t : taken) {
-        if (t.request.result == Q5_SCAN_NO_ANSWER) {
-            times.push_back (t.time / most_polls);
-        }
-    }
-    if (times.empty ()) {
-        return std::nullopt;
-    }
-    auto middle = times.begin () + times.size () / 2;
-    std::nth_element (times.begin (), middle, times.end ());
-    return *middle < real ? std::nullopt : std::optional (*middle);
-}
-
-// Request and answer on the line: the command three times, and addresses around the data.
-static microseconds frames_time (const q5_scan_request_t &request)
-{
-    int64_t characters = 4 + 2 + request.result;
-    int64_t rate = request.slot == 23 || request.slot == 24 ? 165000 : 825000;
-    return microseconds (characters * 11 * 1000000 / rate);
-}
-
-// A look finds the answer that came since the one before; its delay is such that it comes in the
-// middle between the two.
-static std::optional<microseconds> delay_of (const taken_t &t, std::optional<microseconds> one)
-{
-    if (!one || t.request.result < 0) {
-        return std::nullopt;
-    }
-    int64_t polls = std::min<int64_t> ((t.time + *one / 2) / *one, most_polls - 1);
-    microseconds frames = frames_time (t.request);
-    int64_t without = (frames + usual) / poll + 1;
-    if (polls <= without) {
-        return std::nullopt;
-    }
-    return polls * poll - poll / 2 - frames;
-}
-
-static std::string answer_lines (const taken_t &t, std::optional<microseconds> one)
-{
-    const q5_scan_request_t &request = t.request;
     std::string lines =
         "\n[[card.answer]]\ncommand = " + std::to_string (request.command & 0xFF) + "\n";
     if (request.result >= 0) {
-        lines += content_of (request.rx, request.command == Q5_SCAN_GET_TYPED);
-    } else if (request.result == Q5_SCAN_BAD_ADDRESS) {
-        lines += "hex = \"\"\naddress = 0xA5\n";
-    } else {
-        lines += "hex = \"00\"\nfault = \"framing\"\n";
+        return lines + content_of (request.rx, request.command == Q5_SCAN_GET_TYPED);
     }
-    if (std::optional<microseconds> delay = delay_of (t, one)) {
-        lines += "delay = " + std::to_string (delay->count ()) + "\n";
-    }
-    return lines;
+    return lines + (request.result == Q5_SCAN_BAD_ADDRESS ? "hex = \"\"\naddress = 0xA5\n"
+                                                          : "hex = \"00\"\nfault = \"framing\"\n");
 }
 
-// A fault of the card as a whole, which a chassis file cannot tell of one answer alone.
-static std::string card_fault (const std::vector<taken_t> &answers)
+// A fault of the card as a whole, which a chassis file cannot give to one answer alone.
+static std::string card_fault (const requests_t &answers)
 {
     const std::map<int32_t, const char *> faults = {{Q5_SCAN_NO_SLOT, "line low"},
                                                     {Q5_SCAN_NOT_SENT, "endless transmitter"}};
-    for (const taken_t &t : answers) {
-        auto found = faults.find (t.request.result);
+    for (const q5_scan_request_t &t : answers) {
+        auto found = faults.find (t.result);
         if (found != faults.end ()) {
             return found->second;
         }
@@ -126,51 +56,78 @@ static std::string card_fault (const std::vector<taken_t> &answers)
     return "";
 }
 
-static std::string card_lines (int32_t slot, const std::vector<taken_t> &answers,
-                               std::optional<microseconds> one)
+static std::string card_lines (int32_t slot, const requests_t &answers)
 {
     std::string lines = "\n[[card]]\nslot = " + std::to_string (slot) + "\n";
     std::string fault = card_fault (answers);
     if (!fault.empty ()) {
         lines += "fault = \"" + fault + "\"\n";
     }
-    for (const taken_t &t : answers) {
-        bool is_answer = t.request.result >= 0 || t.request.result == Q5_SCAN_LINE_ERROR ||
-                         t.request.result == Q5_SCAN_BAD_ADDRESS;
-        lines += is_answer ? answer_lines (t, one) : "";
+    for (const q5_scan_request_t &t : answers) {
+        bool is_answer =
+            t.result >= 0 || t.result == Q5_SCAN_LINE_ERROR || t.result == Q5_SCAN_BAD_ADDRESS;
+        lines += is_answer ? answer_lines (t) : "";
     }
     return lines;
 }
 
-std::string chassis_file_of (const std::vector<taken_t> &taken)
+std::string chassis_file_of (const requests_t &taken)
 {
-    std::map<int32_t, std::vector<taken_t>> cards;
-    for (const taken_t &t : taken) {
-        bool is_nothing =
-            t.request.result == Q5_SCAN_NO_ANSWER || !q5_scan_slot_exists (t.request.slot);
-        if (!is_nothing) {
-            cards[t.request.slot].push_back (t);
+    std::map<int32_t, requests_t> cards;
+    for (const q5_scan_request_t &t : taken) {
+        if (!q5_scan_is_empty (t)) {
+            cards[t.slot].push_back (t);
         }
     }
     std::string text;
     for (const auto &[slot, answers] : cards) {
-        text += card_lines (slot, answers, poll_time (taken));
+        text += card_lines (slot, answers);
     }
     return text;
 }
 
-report_t snapshot (const globals_t &globals, const std::vector<int32_t> &slots,
-                   const std::vector<int32_t> &commands)
+struct snapshot_words_t {
+    std::vector<std::string> slots;
+    std::string commands = "51,73,83", file;
+};
+
+static report_t snapshot (const globals_t &globals, const snapshot_words_t &words)
 {
+    std::vector<int32_t> slots = parse_slots (words.slots);
+    std::vector<int32_t> commands = parse_commands (words.commands);
+    check_writable (words.file);
     interrupt_t interrupt;
     q5_scan_settings_t settings = globals.settings;
     settings.cancel_fd = interrupt.fd ();
-    std::vector<taken_t> taken = take_snapshot (settings, slots, commands);
+    std::string cards = chassis_file_of (take_snapshot (settings, slots, commands));
+    std::string text = "# What the cards of " + printable (settings.host) + " port " +
+                       std::to_string (settings.port) + " answered, " + time_text () +
+                       ".\n# To play it: q5_chassis --file FILE -- q5_scand\n" + cards;
     report_t report;
-    report.text = "# What the cards of " + printable (settings.host) + " port " +
-                  std::to_string (settings.port) + " answered, " + time_text () +
-                  ".\n# To play it: q5_chassis --file chassis.toml -- q5_scand\n" +
-                  chassis_file_of (taken);
-    report.json["chassis"] = report.text;
+    if (words.file == "-") {
+        report.text = text;
+        report.json["chassis"] = text;
+        return report;
+    }
+    write_file (words.file, text);
+    report.json["file"] = words.file;
     return report;
+}
+
+void add_snapshot (command_line_t &line)
+{
+    auto words = std::make_shared<snapshot_words_t> ();
+    CLI::App &command = add_command (
+        line, "snapshot", "what the chassis answers now, as a chassis file for q5_chassis",
+        [&globals = line.globals, words] () { return snapshot (globals, *words); });
+    command.add_option ("SLOT", words->slots, "0 to 31, or 3-7,23; none: all slots");
+    command
+        .add_option ("-o,--output", words->file,
+                     "where to write it, once it is complete; - is standard output")
+        ->type_name ("FILE")
+        ->required ();
+    command
+        .add_option ("--commands", words->commands,
+                     "what to ask each card (default 51,73,83: message, identity, raw block)")
+        ->type_name ("LIST");
 }

@@ -2,14 +2,14 @@
 
 #include "tools/show/report.h"
 
-#include <algorithm>
 #include <errno.h>
 #include <fcntl.h>
+#include <memory>
+#include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-constexpr size_t first_room = 1 << 18; // of the window, bytes
 
 // Standard input need not be a file that can be opened by name.
 static bool is_input (const std::string &path)
@@ -32,111 +32,100 @@ std::string shown_name (const std::string &path)
 [[noreturn]] static void too_large (const std::string &path, size_t most)
 {
     usage_failure (shown_name (path) + " has more than " + std::to_string (most) + " bytes",
-                   "Is it the right file? Larger ones are not taken.");
-}
-
-file_window_t::descriptor_t::descriptor_t (const std::string &path)
-    : fd (is_input (path) ? dup (STDIN_FILENO) : open (path.c_str (), O_RDONLY | O_CLOEXEC))
-{}
-
-file_window_t::descriptor_t::~descriptor_t ()
-{
-    if (fd >= 0) {
-        close (fd);
-    }
-}
-
-file_window_t::file_window_t (const std::string &path, size_t most)
-    : path (path), most (most), file (path)
-{
-    struct stat about;
-    if (file.fd < 0 || fstat (file.fd, &about) != 0) {
-        cannot_read (path, errno);
-    }
-    // A small size may be none: the kernel's own files hold more than they say.
-    off_t at = S_ISREG (about.st_mode) ? lseek (file.fd, 0, SEEK_CUR) : -1;
-    has_size = at >= 0 && about.st_size - at > off_t (first_room);
-    left = has_size ? about.st_size - at : 0;
-    if (left > most) {
-        too_large (path, most);
-    }
-}
-
-// Over what was passed, or in a larger buffer.
-void file_window_t::make_room ()
-{
-    if (front > 0) {
-        memmove (bytes.get (), bytes.get () + front, back - front);
-    } else {
-        room = std::max (2 * room, first_room);
-        std::unique_ptr<char[]> larger (new char[room]);
-        std::copy_n (bytes.get (), back, larger.get ());
-        bytes = std::move (larger);
-    }
-    back -= front;
-    front = 0;
-}
-
-void file_window_t::read_on ()
-{
-    ssize_t r =
-        read (file.fd, bytes.get () + back, has_size ? std::min (room - back, left) : room - back);
-    if (r < 0) {
-        cannot_read (path, errno);
-    }
-    back += r;
-    size += r;
-    left -= has_size ? r : 0;
-    if (size > most) {
-        too_large (path, most);
-    }
-    has_ended = has_size ? left == 0 : r == 0;
-    if (r == 0) {
-        end ();
-    }
-}
-
-void file_window_t::end ()
-{
-    if (size == 0) {
-        usage_failure (shown_name (path) + " is empty", "Give a file with something in it.");
-    }
-    if (left > 0) {
-        usage_failure (shown_name (path) + " became shorter while it was read",
-                       "Try again when nobody writes it.");
-    }
-}
-
-std::string_view file_window_t::view (size_t wanted)
-{
-    while (back - front < wanted && !has_ended) {
-        if (back == room) {
-            make_room ();
-        }
-        read_on ();
-    }
-    return {bytes.get () + front, back - front};
-}
-
-void file_window_t::pass (size_t size)
-{
-    front += size;
-}
-
-size_t file_window_t::bytes_left ()
-{
-    return has_size ? back - front + left : view (most + 1).size ();
-}
-
-void file_window_t::pass_all ()
-{
-    while (!has_size && !has_ended) {
-        pass (view (1).size ());
-    }
+                   "Is it the right file? Larger ones are not accepted.");
 }
 
 std::string read_file (const std::string &path, size_t most)
 {
-    file_window_t file (path, most);
-    return std::string (file.view (most + 1));
+    int fd = is_input (path) ? dup (STDIN_FILENO) : open (path.c_str (), O_RDONLY | O_CLOEXEC);
+    std::string text;
+    ssize_t r = fd < 0 ? -1 : 1;
+    for (char piece[4096]; r > 0 && text.size () <= most;) {
+        r = read (fd, piece, sizeof (piece));
+        text.append (piece, r > 0 ? r : 0);
+    }
+    int error = errno;
+    if (fd >= 0) {
+        close (fd);
+    }
+    if (r < 0) {
+        cannot_read (path, error);
+    }
+    if (text.size () > most) {
+        too_large (path, most);
+    }
+    if (text.empty ()) {
+        usage_failure (shown_name (path) + " is empty", "Give a file with something in it.");
+    }
+    return text;
+}
+
+[[noreturn]] static void cannot_write (const std::string &path, int reason, int status)
+{
+    throw failure_t{status, "'" + path + "' cannot be written: " + strerror (reason),
+                    "Give the name of a file, in a directory in which you may write."};
+}
+
+// The file that a link leads to: the link stays one.
+static std::string target_of (const std::string &path)
+{
+    std::unique_ptr<char, decltype (&free)> target (realpath (path.c_str (), nullptr), free);
+    return target ? target.get () : path;
+}
+
+void check_writable (const std::string &path)
+{
+    std::string target = target_of (path);
+    size_t slash = target.rfind ('/');
+    std::string folder = slash == target.npos ? "." : target.substr (0, slash + 1);
+    struct stat about = {};
+    bool exists = stat (target.c_str (), &about) == 0;
+    if (exists && S_ISDIR (about.st_mode)) {
+        cannot_write (path, EISDIR, status_usage);
+    }
+    const std::string &written = exists && !S_ISREG (about.st_mode) ? target : folder;
+    if (path != "-" && access (written.c_str (), W_OK) != 0) {
+        cannot_write (path, errno, status_usage);
+    }
+}
+
+// All of it, and on the disk where there is one. Returns an errno; 0 when it is done.
+static int write_all (int fd, const std::string &text)
+{
+    for (size_t at = 0; at < text.size ();) {
+        ssize_t w = write (fd, text.data () + at, text.size () - at);
+        if (w < 0 && errno != EINTR) {
+            return errno;
+        }
+        at += w > 0 ? w : 0;
+    }
+    return fsync (fd) == 0 || errno == EINVAL || errno == EROFS ? 0 : errno;
+}
+
+void write_file (const std::string &path, const std::string &text)
+{
+    std::string target = target_of (path);
+    struct stat about = {};
+    bool exists = stat (target.c_str (), &about) == 0;
+    bool is_direct = exists && !S_ISREG (about.st_mode);
+    std::string beside = is_direct ? target : target + ".XXXXXX";
+    mode_t mask = umask (0);
+    umask (mask);
+    int fd = is_direct ? open (target.c_str (), O_WRONLY | O_CLOEXEC)
+                       : mkostemp (beside.data (), O_CLOEXEC);
+    if (fd < 0) {
+        cannot_write (path, errno, status_failed);
+    }
+    int error = write_all (fd, text);
+    if (!is_direct && error == 0) {
+        bool is_done = fchmod (fd, exists ? about.st_mode & 07777 : 0666 & ~mask) == 0 &&
+                       rename (beside.c_str (), target.c_str ()) == 0;
+        error = is_done ? 0 : errno;
+    }
+    if (!is_direct && error != 0) {
+        unlink (beside.c_str ());
+    }
+    if (close (fd) != 0 || error != 0) {
+        cannot_write (path, error != 0 ? error : errno, status_failed);
+    }
 }

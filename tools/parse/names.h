@@ -4,7 +4,7 @@
 //
 // one a line: the field with that index, counted from 1, of the slot's typed message is NAME, and
 // its number as the card sends it is multiplied by SCALE. Without a sign the letter's own holds.
-// All behind a # is a comment.
+// Everything after a # is a comment.
 #pragma once
 
 #include "client/message.h"

@@ -54,6 +54,16 @@ int32_t parse_number (const std::string &name, const std::string &text, int64_t 
     return static_cast<int32_t> (value);
 }
 
+std::vector<std::string> split (const std::string &text)
+{
+    std::vector<std::string> parts;
+    std::istringstream stream (text.empty () ? text : text + ",");
+    for (std::string part; std::getline (stream, part, ',');) {
+        parts.push_back (part);
+    }
+    return parts;
+}
+
 int32_t parse_slot (const std::string &text)
 {
     return parse_number ("slot", text, 0, Q5_SCAN_NUM_SLOTS - 1);
@@ -125,7 +135,7 @@ std::chrono::milliseconds parse_seconds (const std::string &name, const std::str
     const char *end = text.data () + text.size ();
     auto [stop, error] = std::from_chars (text.data (), end, seconds);
     if (error != std::errc () || stop != end || !(seconds >= 0 && seconds <= most)) {
-        usage_failure (name + " " + shown_value (text) + " is no number of seconds",
+        usage_failure (name + " " + shown_value (text) + " is not a number of seconds",
                        "Give seconds from 0 to " + std::to_string (most) + ", for example 0.5.");
     }
     // Upwards, so that a little is not none; but 2.007 times 1000 is more than 2007 only in a
@@ -175,4 +185,13 @@ bytes_t parse_bytes (const std::string &name, const std::string &text, size_t mo
                        "At most " + std::to_string (most) + " fit into one request.");
     }
     return bytes;
+}
+
+bytes_t parse_bytes (const std::string &name, const std::vector<std::string> &texts, size_t most)
+{
+    std::string joined;
+    for (const std::string &text : texts) {
+        joined += text + " ";
+    }
+    return parse_bytes (name, joined, most);
 }

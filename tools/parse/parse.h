@@ -8,7 +8,10 @@
 #include <string>
 #include <vector>
 
-// Each throws failure_t, with status_usage, for anything else than it names; `name` is what the
+// The parts between commas; none of no text.
+std::vector<std::string> split (const std::string &text);
+
+// Each throws failure_t, with status_usage, for anything but what it names; `name` is what the
 // message calls the value.
 
 // A decimal or 0x number from `least` to `most`; a minus may stand before either form.
@@ -35,3 +38,4 @@ std::chrono::milliseconds parse_seconds (const std::string &name, const std::str
 // Two hex digits a byte, with or without blanks between bytes; a group of digits may begin with 0x.
 // No text is no bytes.
 bytes_t parse_bytes (const std::string &name, const std::string &text, size_t most);
+bytes_t parse_bytes (const std::string &name, const std::vector<std::string> &texts, size_t most);

@@ -3,42 +3,46 @@
 #include <algorithm>
 #include <stdio.h>
 
-fetch_view_t::fetch_view_t (const fetch_view_options_t &options) : options (options) {}
+fetch_view_t::fetch_view_t (const table_style_t &style, bool has_rows)
+    : style (style), has_rows (has_rows)
+{}
 
-// What stands in the columns is known of the slots that have answered; for the others there is room
-// for what is usual.
+// The widths are known of the slots that have answered; the others get what is usual.
 void fetch_view_t::make_room (const std::vector<slot_report_t> &slots)
 {
-    const std::string longest_state (25, ' '), usual_fields (44, ' '), usual_raw (23, ' ');
     bool has_unknown = false, has_open = false;
     for (const slot_report_t &slot : slots) {
         has_unknown |= !slot.typed_result;
         has_open |= !slot.is_whole ();
-        if (slot.typed_result && !(options.only_present && slot.is_empty ())) {
-            table.widen (row_of (slot, options.full));
+        if (slot.typed_result && is_shown (slot, style)) {
+            table.widen (row_of (slot, style));
         }
     }
-    table.widen ({"", has_unknown ? longest_state : "", "", "", has_unknown ? usual_fields : "",
-                  has_open ? usual_raw : ""});
+    const std::string longest_state (25, ' '), usual_fields (44, ' '), usual_raw (23, ' ');
+    table.widen (chosen ({"", has_unknown ? longest_state : "", "", "",
+                          has_unknown ? usual_fields : "", has_open ? usual_raw : "", ""},
+                         style));
 }
 
 void fetch_view_t::show_row (const std::vector<slot_report_t> &slots, const slot_report_t &slot)
 {
     make_room (slots);
     if (!has_heading) {
-        puts (table.line (heading ()).c_str ());
+        table.widen (heading (style));
+        fit (table, style);
+        puts (table.line (heading (style)).c_str ());
         has_heading = true;
     }
-    puts (table.line (row_of (slot, options.full)).c_str ());
+    puts (table.line (row_of (slot, style)).c_str ());
 }
 
 void fetch_view_t::show_rows (const std::vector<slot_report_t> &slots, size_t end)
 {
-    if (!options.rows) {
+    if (!has_rows) {
         return;
     }
     for (; next < end; next++) {
-        if (!options.only_present || !slots[next].is_empty ()) {
+        if (is_shown (slots[next], style)) {
             show_row (slots, slots[next]);
         }
     }

@@ -1,4 +1,4 @@
-// A fetch while it goes on: rows as soon as they are whole, and on a terminal a line of progress.
+// A fetch in progress: rows as soon as they are whole, and on a terminal a line of progress.
 #pragma once
 
 #include "tools/command/fetch.h"
@@ -7,16 +7,11 @@
 #include <string>
 #include <vector>
 
-struct fetch_view_options_t {
-    bool full = false;
-    bool only_present = false; // leave out the empty slots
-    bool rows = true;          // none: progress only
-};
-
 // Rows go to standard output in the order of the slots, progress to standard error.
 class fetch_view_t {
   public:
-    explicit fetch_view_t (const fetch_view_options_t &options);
+    // Without rows it is progress only.
+    fetch_view_t (const table_style_t &style, bool has_rows);
 
     // One of the slots knows more than before.
     void update (const std::vector<slot_report_t> &slots);
@@ -24,7 +19,8 @@ class fetch_view_t {
     void finish (const std::vector<slot_report_t> &slots);
 
   private:
-    const fetch_view_options_t options;
+    const table_style_t style;
+    const bool has_rows;
     progress_t progress;
     table_t table;
     size_t next = 0; // the first slot that is not shown

@@ -1,7 +1,10 @@
 #include "tools/show/output.h"
 
 #include <algorithm>
+#include <langinfo.h>
 #include <stdio.h>
+#include <string.h>
+#include <wchar.h>
 
 constexpr size_t bytes_a_line = 16;
 
@@ -31,31 +34,61 @@ std::string hex (const bytes_t &bytes)
     return text;
 }
 
-std::string printable (const std::string &text)
+namespace {
+
+struct character_t {
+    size_t size, width; // bytes, and columns on the screen
+};
+
+} // namespace
+
+// Separators of lines and paragraphs, and marks that turn the direction of the text.
+static bool is_formatting (wchar_t c)
+{
+    return (c >= 0x2028 && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069) || c == 0x200E ||
+           c == 0x200F || c == 0x061C;
+}
+
+// The printable character at the front of a text; without a size when there is none.
+static character_t character_at (const char *text, size_t size)
+{
+    static const bool is_utf8 = strcmp (nl_langinfo (CODESET), "UTF-8") == 0;
+    if (is_printable (text[0])) {
+        return {1, 1};
+    }
+    wchar_t c = 0;
+    mbstate_t state = {};
+    size_t taken = is_utf8 ? mbrtowc (&c, text, size, &state) : 0;
+    int width = taken > 1 && taken <= size && !is_formatting (c) ? wcwidth (c) : -1;
+    return width >= 0 ? character_t{taken, static_cast<size_t> (width)} : character_t{0, 0};
+}
+
+// With a \ before each of `marks`.
+static std::string printable_with (const std::string &text, const char *marks)
 {
     std::string shown;
-    for (char c : text) {
-        uint8_t byte = static_cast<uint8_t> (c);
-        if (is_printable (byte)) {
-            shown += c;
-        } else if (c == '\n') {
-            shown += "\\n";
-        } else if (c == '\t') {
-            shown += "\\t";
+    for (size_t at = 0; at < text.size ();) {
+        size_t size = character_at (&text[at], text.size () - at).size;
+        uint8_t byte = static_cast<uint8_t> (text[at]);
+        if (size > 0) {
+            shown += strchr (marks, text[at]) ? "\\" : "";
+            shown += text.substr (at, size);
         } else {
-            shown += "\\x" + hex_digits (&byte, 1);
+            shown += byte == '\n' ? "\\n" : byte == '\t' ? "\\t" : "\\x" + hex_digits (&byte, 1);
         }
+        at += size > 0 ? size : 1;
     }
     return shown;
 }
 
+std::string printable (const std::string &text)
+{
+    return printable_with (text, "");
+}
+
 std::string in_quotes (const std::string &text)
 {
-    std::string shown;
-    for (char c : text) {
-        shown += (c == '"' || c == '\\' ? "\\" : "") + printable (std::string (1, c));
-    }
-    return '"' + shown + '"';
+    return '"' + printable_with (text, "\"\\") + '"';
 }
 
 std::string characters (const uint8_t *bytes, size_t size)
@@ -87,19 +120,75 @@ std::string hex_lines (const bytes_t &bytes, size_t offset, const char *indent)
     return lines;
 }
 
+// How many bytes at the front take at most `width` columns, which then holds what they leave of it.
+static size_t front (const std::string &text, size_t *width)
+{
+    size_t at = 0;
+    while (at < text.size ()) {
+        character_t next = character_at (&text[at], text.size () - at);
+        if (next.width > *width) {
+            break;
+        }
+        *width -= next.width;
+        at += next.size > 0 ? next.size : 1;
+    }
+    return at;
+}
+
+size_t width_of (const std::string &text)
+{
+    size_t left = SIZE_MAX;
+    front (text, &left);
+    return SIZE_MAX - left;
+}
+
 std::string shortened (const std::string &text, size_t limit)
 {
-    if (limit == 0 || text.size () <= limit) {
+    size_t left = limit;
+    size_t size = limit == 0 ? text.size () : front (text, &left);
+    return size == text.size () ? text
+                                : text.substr (0, size) + "... " +
+                                      std::to_string (width_of (text.substr (size))) + " more";
+}
+
+std::string cut (const std::string &text, size_t width)
+{
+    if (width == 0 || width_of (text) <= width) {
         return text;
     }
-    return text.substr (0, limit) + "... " + std::to_string (text.size () - limit) + " more";
+    const std::string mark = std::string ("...").substr (0, width);
+    size_t left = width - mark.size ();
+    return text.substr (0, front (text, &left)) + mark;
 }
 
 void table_t::widen (const row_t &row)
 {
     widths.resize (std::max (widths.size (), row.size ()));
     for (size_t i = 0; i < row.size (); i++) {
-        widths[i] = std::max (widths[i], row[i].size ());
+        widths[i] = std::max (widths[i], width_of (row[i]));
+    }
+}
+
+bool table_t::is_hidden (size_t column) const
+{
+    return std::find (hidden.begin (), hidden.end (), column) != hidden.end ();
+}
+
+size_t table_t::width () const
+{
+    size_t sum = 0;
+    for (size_t i = 0; i < widths.size (); i++) {
+        sum += is_hidden (i) ? 0 : widths[i] + 2;
+    }
+    return sum - std::min<size_t> (sum, 2);
+}
+
+void table_t::fit (size_t width, const std::vector<size_t> &order)
+{
+    most = width;
+    for (auto column = order.begin (); column != order.end () && this->width () > most && most > 0;
+         ++column) {
+        hidden.push_back (*column);
     }
 }
 
@@ -108,10 +197,12 @@ std::string table_t::line (const row_t &row)
     widen (row);
     std::string line;
     for (size_t i = 0; i < row.size (); i++) {
-        line += row[i] + std::string (widths[i] - row[i].size () + 2, ' ');
+        if (!is_hidden (i)) {
+            line += row[i] + std::string (widths[i] - width_of (row[i]) + 2, ' ');
+        }
     }
     line.erase (line.find_last_not_of (' ') + 1);
-    return line;
+    return cut (line, most);
 }
 
 std::vector<std::string> table_lines (const std::vector<row_t> &rows)

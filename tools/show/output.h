@@ -11,8 +11,9 @@ using bytes_t = std::vector<uint8_t>;
 std::string hex_digits (const uint8_t *bytes, size_t size);
 std::string hex (const bytes_t &bytes);
 
-// The text with everything but printable ASCII as \n, \t or \xNN, so that no input reaches the
-// terminal as a control character.
+// The text with everything that is not printable as \n, \t or \xNN, so that no input reaches the
+// terminal as a control character. Printable is ASCII, and in a locale whose encoding is UTF-8 also
+// the UTF-8 of characters other than controls, separators of lines and marks of direction.
 std::string printable (const std::string &text);
 
 // The same in double quotes, with a \ before each double quote and \ of the text.
@@ -24,8 +25,14 @@ std::string characters (const uint8_t *bytes, size_t size);
 // Lines of 16 bytes, hex beside characters, each after its offset, from `offset` on.
 std::string hex_lines (const bytes_t &bytes, size_t offset = 0, const char *indent = "    ");
 
-// The first `limit` characters; a longer text ends in how many more there are. 0: no limit.
+// Columns that a printable text takes on the screen.
+size_t width_of (const std::string &text);
+
+// The first `limit` columns; a longer text ends in how many more there are. 0: no limit.
 std::string shortened (const std::string &text, size_t limit);
+
+// At most `width` columns; a longer text ends in "...". 0: no limit.
+std::string cut (const std::string &text, size_t width);
 
 using row_t = std::vector<std::string>;
 
@@ -34,10 +41,18 @@ using row_t = std::vector<std::string>;
 class table_t {
   public:
     void widen (const row_t &row);
+    // From now on a line takes at most `width` columns of the screen, 0: any number. Columns of the
+    // table are left out for that, in the order given; then lines are cut.
+    void fit (size_t width, const std::vector<size_t> &order);
     std::string line (const row_t &row); // without the newline
 
   private:
     std::vector<size_t> widths;
+    std::vector<size_t> hidden;
+    size_t most = 0;
+
+    bool is_hidden (size_t column) const;
+    size_t width () const;
 };
 
 // A whole table; the first row is the heading.

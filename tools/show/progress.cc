@@ -1,11 +1,13 @@
 #include "tools/show/progress.h"
 
+#include "tools/show/terminal.h"
+
 #include <stdio.h>
 #include <unistd.h>
 
 static const char *const clear_line = "\r\033[K";
 
-progress_t::progress_t () : is_on (isatty (STDERR_FILENO)) {}
+progress_t::progress_t () : is_on (has_controls (STDERR_FILENO)) {}
 
 progress_t::~progress_t ()
 {

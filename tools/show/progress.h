@@ -1,4 +1,4 @@
-// How far a long exchange is: one line on standard error, while that is a terminal.
+// How far a long exchange is: one line on standard error, if that is a terminal.
 #pragma once
 
 #include <stddef.h>
@@ -6,7 +6,7 @@
 class progress_t {
   public:
     progress_t ();
-    // Takes the line away.
+    // Removes the line.
     ~progress_t ();
     progress_t (const progress_t &) = delete;
 

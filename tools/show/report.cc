@@ -37,6 +37,12 @@ static const char *kind_of (int status)
     }
 }
 
+json_t json_of (const failure_t &failure)
+{
+    return {
+        {"kind", kind_of (failure.status)}, {"message", failure.what}, {"advice", failure.advice}};
+}
+
 std::string time_text ()
 {
     using namespace std::chrono;
@@ -78,15 +84,15 @@ std::string json_line (const origin_t &origin, const report_t &report)
     object["ok"] = report.status == status_ok;
     object["exit_status"] = report.status;
     object["time"] = time_text ();
-    object.update (origin.place);
+    if (!report.json.contains ("hosts")) {
+        object.update (origin.place);
+    }
     object.update (report.json);
     if (!report.note.empty ()) {
         object["note"] = report.note;
     }
     if (report.failure) {
-        object["error"] = {{"kind", kind_of (report.failure->status)},
-                           {"message", report.failure->what},
-                           {"advice", report.failure->advice}};
+        object["error"] = json_of (*report.failure);
     }
     return without_controls (object.dump (-1, ' ', false, json_t::error_handler_t::replace)) + "\n";
 }

@@ -1,4 +1,4 @@
-// What a command of q5_scan has to tell, and how the program ends.
+// What a command of q5_scan reports, and the exit status.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -13,7 +13,7 @@ constexpr int status_failed = 1;        // a request failed, or an image carries
 constexpr int status_usage = 2;         // wrong usage, or an input file that cannot be used
 constexpr int status_no_connection = 3; // no connection, or one that ended in the middle
 constexpr int status_dropped = 4;       // the daemon dropped the batch unanswered
-constexpr int status_interrupted = 130; // Ctrl-C, as a shell tells it
+constexpr int status_interrupted = 130; // Ctrl-C, as a shell reports it
 
 // Why a command cannot go on. Thrown, or carried by a report beside the part that was done.
 struct failure_t {
@@ -30,13 +30,16 @@ struct report_t {
     json_t json = json_t::object ();
     int status = status_ok;
     std::optional<failure_t> failure;
-    std::string note;     // what a person should know beside that; one line
+    std::string note;     // what a person should also know; one line
     bool printed = false; // the command wrote its output itself, as it went
 };
 
 report_t report_of (const failure_t &failure);
 
-// Which command it is that reports, and what it talks to.
+// The "error" of JSON.
+json_t json_of (const failure_t &failure);
+
+// The command that reports, and what it talks to.
 struct origin_t {
     std::string command;
     json_t place = json_t::object (); // host and port; empty without a daemon
@@ -46,7 +49,7 @@ struct origin_t {
 std::string time_text ();
 
 // The one object of --json: command, ok, exit_status and time first, then the place, then what the
-// command tells, then the error, if any. One line; bytes that are not UTF-8 become replacement
+// command reports, then the error, if any. One line; bytes that are not UTF-8 become replacement
 // characters.
 std::string json_line (const origin_t &origin, const report_t &report);
 

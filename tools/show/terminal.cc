@@ -1,6 +1,10 @@
 #include "tools/show/terminal.h"
 
+#include "tools/show/output.h"
+
 #include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -9,21 +13,38 @@ static const char *const go_home = "\033[H";
 static const char *const clear_line = "\033[K";
 static const char *const end_screen = "\033[J";
 
-terminal_t::terminal_t () : in_place (isatty (STDOUT_FILENO)) {}
+bool has_controls (int fd)
+{
+    const char *term = getenv ("TERM");
+    return isatty (fd) && term && *term && strcmp (term, "dumb") != 0;
+}
+
+static winsize size_of_terminal ()
+{
+    winsize size = {};
+    return ioctl (STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size : winsize{};
+}
+
+size_t output_width ()
+{
+    const char *columns = getenv ("COLUMNS");
+    long given = columns ? strtol (columns, nullptr, 10) : 0;
+    return given > 0 ? given : size_of_terminal ().ws_col;
+}
+
+terminal_t::terminal_t () : in_place (has_controls (STDOUT_FILENO)) {}
 
 // A line that fills the width leaves the cursor on its last character, so it is cleared before.
 static void show_line (const std::string &line, size_t width)
 {
-    printf ("%s%s\r\n", clear_line, line.substr (0, width).c_str ());
+    printf ("%s%s\r\n", clear_line, cut (line, width).c_str ());
 }
 
 static void show_in_place (const std::vector<std::string> &lines)
 {
-    winsize size = {};
-    bool known =
-        ioctl (STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 1 && size.ws_col > 0;
-    size_t width = known ? size.ws_col : 80;
-    size_t height = known ? size.ws_row - 1 : 23;
+    size_t width = output_width ();
+    unsigned rows = size_of_terminal ().ws_row;
+    size_t height = rows > 1 ? rows - 1 : 23;
     bool fits = lines.size () <= height;
     size_t shown = fits ? lines.size () : height - 1;
 

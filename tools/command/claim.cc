@@ -1,0 +1,20 @@
+#include "tools/command/command.h"
+
+static report_t claim (const globals_t &globals)
+{
+    report_t report = run_requests (globals, {q5_scan_claim_request ()});
+    if (report.status == status_ok && !globals.has_id) {
+        report.note = "every program that names no id is id 2 too, so this claim does not keep it "
+                      "out: give --id ID, or use q5_scan hold";
+    }
+    return report;
+}
+
+void add_claim (command_line_t &line)
+{
+    const globals_t &globals = line.globals;
+    add_command (line, "claim", "take the bus: batches of other ids are dropped until the release",
+                 [&globals] () { return claim (globals); });
+    add_command (line, "release", "give the bus back",
+                 [&globals] () { return run_requests (globals, {q5_scan_release_request ()}); });
+}

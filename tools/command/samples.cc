@@ -1,0 +1,25 @@
+#include "tools/command/samples.h"
+
+#include <chrono>
+#include <thread>
+
+using std::chrono::duration;
+using std::chrono::steady_clock;
+
+static void take (sample_t &sample)
+{
+    steady_clock::time_point start = steady_clock::now ();
+    sample.outcome = q5_scan_fetch (sample.settings, sample.selection, sample.replies);
+    sample.seconds = duration<double> (steady_clock::now () - start).count ();
+}
+
+void take_samples (std::vector<sample_t> &samples)
+{
+    std::vector<std::thread> threads;
+    for (sample_t &sample : samples) {
+        threads.emplace_back ([&sample] () { take (sample); });
+    }
+    for (std::thread &thread : threads) {
+        thread.join ();
+    }
+}
