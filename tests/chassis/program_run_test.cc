@@ -1,0 +1,245 @@
+// What one signal carries out: a register access and the program's plain instructions after it.
+#include "chassis/trap/access_trap.h"
+#include "chassis/trap/instruction.h"
+#include "chassis/trap/program_run.h"
+
+#include <chrono>
+#include <endian.h>
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <setjmp.h>
+#include <signal.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/time.h>
+#include <vector>
+
+static int num_signals;
+
+extern "C" bool __real__Z11run_programR10ucontext_t (ucontext_t &context);
+extern "C" bool __wrap__Z11run_programR10ucontext_t (ucontext_t &context)
+{
+    num_signals++;
+    return __real__Z11run_programR10ucontext_t (context);
+}
+
+namespace {
+
+struct log_t final : register_file_t {
+    std::vector<uint32_t> offsets;
+
+    uint32_t read (uint32_t offset, int) override
+    {
+        errno = ENXIO;
+        offsets.push_back (offset);
+        return offset;
+    }
+    void write (uint32_t offset, int, uint32_t value) override
+    {
+        errno = ENXIO;
+        offsets.push_back (offset | value << 16);
+    }
+};
+
+constexpr size_t page_size = 4096;
+
+uint8_t *new_pages (int protection)
+{
+    return static_cast<uint8_t *> (
+        mmap (nullptr, page_size, protection, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+}
+
+sigjmp_buf after_fault;
+const void *fault_address;
+uintptr_t fault_stack;
+
+void on_own_fault (int, siginfo_t *info, void *context)
+{
+    fault_address = info->si_addr;
+    fault_stack = stack_end (*static_cast<ucontext_t *> (context));
+    siglongjmp (after_fault, 1);
+}
+
+volatile sig_atomic_t has_rung;
+
+struct program_run : testing::Test {
+    log_t log;
+    volatile uint32_t *view = nullptr;
+
+    void SetUp () override
+    {
+        static const bool is_installed = [] {
+            struct sigaction action = {};
+            action.sa_sigaction = on_own_fault;
+            action.sa_flags = SA_SIGINFO;
+            sigaction (SIGSEGV, &action, nullptr);
+            sigaction (SIGBUS, &action, nullptr);
+            return true;
+        }();
+        static_cast<void> (is_installed);
+        uint8_t *pages = new_pages (PROT_READ);
+        mprotect (pages, page_size, PROT_NONE);
+        add_view ({pages, page_size, 0, PROT_READ | PROT_WRITE, &log, true});
+        view = reinterpret_cast<uint32_t *> (pages);
+        num_signals = 0;
+    }
+    void TearDown () override
+    {
+        remove_views (log);
+    }
+};
+
+TEST_F (program_run, makes_many_accesses_with_one_signal)
+{
+    log.offsets.reserve (100);
+    uint32_t words[20];
+    const uint32_t seven = htobe32 (7);
+    for (int i = 0; i < 20; i++) { // without a call, which may go deeper than the first access
+        words[i] = view[i];
+        view[i] = seven;
+    }
+    EXPECT_EQ (be32toh (words[19]), 76u);
+    ASSERT_EQ (log.offsets.size (), 40u);
+    EXPECT_EQ (log.offsets[38], 76u);
+    EXPECT_EQ (log.offsets[39], 76u | 7 << 16);
+    EXPECT_LE (num_signals, 2);
+}
+
+// Below the frame in which the access stopped lies the signal's own.
+__attribute__ ((noinline)) uint32_t sum_below (int depth)
+{
+    volatile uint32_t words[100];
+    words[0] = static_cast<uint32_t> (depth);
+    words[50] = 0;
+    words[99] = depth > 0 ? sum_below (depth - 1) : 0;
+    return words[0] + words[50] + words[99];
+}
+
+TEST_F (program_run, leaves_the_stack_of_the_handler_alone)
+{
+    volatile double number = 0.5;
+    uint32_t first = view[1];
+    uint32_t sum = sum_below (40);
+    EXPECT_EQ (be32toh (first), 4u);
+    EXPECT_EQ (sum, 820u);
+    EXPECT_EQ (number, 0.5);
+}
+
+TEST_F (program_run, returns_to_the_program_at_its_own_fault)
+{
+    auto *closed = reinterpret_cast<volatile uint32_t *> (new_pages (PROT_NONE));
+    auto *constant = reinterpret_cast<volatile uint32_t *> (new_pages (PROT_READ));
+    volatile int reached = 0;
+    if (sigsetjmp (after_fault, 1) == 0) {
+        reached = static_cast<int> (be32toh (view[5]));
+        reached = reached + static_cast<int> (closed[3]);
+    }
+    EXPECT_EQ (reached, 20);
+    EXPECT_LT (reinterpret_cast<uintptr_t> (__builtin_frame_address (0)) - fault_stack, 2048u)
+        << "the program's, not that of its handler";
+    EXPECT_EQ (fault_address, const_cast<const uint32_t *> (closed + 3));
+    if (sigsetjmp (after_fault, 1) == 0) {
+        reached = static_cast<int> (be32toh (view[6]));
+        constant[4] = 1;
+        reached = 0;
+    }
+    EXPECT_EQ (reached, 24);
+    EXPECT_EQ (fault_address, const_cast<const uint32_t *> (constant + 4));
+    EXPECT_EQ (be32toh (view[7]), 28u) << "the next one is carried out again";
+}
+
+#ifdef __x86_64__ // the target's emulator gives these faults other addresses
+TEST_F (program_run, jumps_only_where_the_program_may)
+{
+    auto *page = new_pages (PROT_READ | PROT_WRITE); // not to be executed
+    if (sigsetjmp (after_fault, 1) == 0) {
+        auto target = reinterpret_cast<void (*) ()> (page + be32toh (view[2]));
+        target ();
+    }
+    EXPECT_EQ (fault_address, page + 8);
+}
+
+TEST_F (program_run, a_fault_of_a_file_that_ends_is_the_programs)
+{
+    FILE *file = tmpfile ();
+    auto *bytes = static_cast<volatile uint8_t *> (
+        mmap (nullptr, page_size, PROT_READ, MAP_SHARED, fileno (file), 0));
+    ASSERT_NE (bytes, MAP_FAILED);
+    volatile uint32_t sum = 0;
+    if (sigsetjmp (after_fault, 1) == 0) {
+        sum = be32toh (view[3]);
+        sum = sum + bytes[9];
+    }
+    EXPECT_EQ (sum, 12u);
+    EXPECT_EQ (fault_address, const_cast<const uint8_t *> (bytes + 9));
+    fclose (file);
+}
+#endif
+
+// The board changes errno, and so may the program after an access.
+TEST_F (program_run, keeps_the_errno_of_the_program)
+{
+    int &program_errno = errno;
+    program_errno = 0;
+    uint32_t first = view[1];
+    int after_first = program_errno;
+    program_errno = 5;
+    uint32_t second = view[2];
+    EXPECT_EQ (program_errno, 5);
+    EXPECT_EQ (after_first, 0);
+    EXPECT_EQ (be32toh (first) + be32toh (second), 12u);
+    EXPECT_EQ (num_signals, 1);
+}
+
+TEST_F (program_run, a_signal_ends_a_wait_for_it)
+{
+    signal (SIGALRM, [] (int) { has_rung = 1; });
+    const itimerval soon = {{0, 0}, {0, 20000}};
+    setitimer (ITIMER_REAL, &soon, nullptr);
+    const auto begin = std::chrono::steady_clock::now ();
+    uint32_t reads = 0;
+    while (!has_rung && reads < 1000000000) {
+        reads += be32toh (*view) + 1;
+        log.offsets.clear ();
+    }
+    EXPECT_TRUE (has_rung);
+    EXPECT_LT (std::chrono::steady_clock::now () - begin, std::chrono::seconds (20));
+}
+
+using loader_t = uint32_t (volatile uint32_t *);
+
+// Without the check that reads what is around the beginning of a function.
+__attribute__ ((no_sanitize ("undefined"))) uint32_t call (uint8_t *code, volatile uint32_t *from)
+{
+    return reinterpret_cast<loader_t *> (code) (from);
+}
+
+TEST_F (program_run, takes_an_access_that_is_the_last_of_memory)
+{
+#ifdef __x86_64__
+    const uint8_t code[] = {0x8B, 0x07, 0xC3}; // mov (%rdi), %eax; ret
+#else
+    const uint8_t code[] = {0x80, 0x63, 0, 0, 0x4E, 0x80, 0, 0x20}; // lwz r3, 0(r3); blr
+#endif
+    auto *pages = static_cast<uint8_t *> (
+        mmap (nullptr, 2 * page_size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    mprotect (pages, page_size, PROT_READ | PROT_WRITE | PROT_EXEC);
+    uint8_t *place = pages + page_size - sizeof (code);
+    memcpy (place, code, sizeof (code));
+    __builtin___clear_cache (reinterpret_cast<char *> (place),
+                             reinterpret_cast<char *> (place + sizeof (code)));
+    EXPECT_EQ (be32toh (call (place, view + 4)), 16u);
+}
+
+#ifdef __x86_64__
+TEST_F (program_run, swaps_a_register_and_reads_two_at_once)
+{
+    uint32_t word = htobe32 (3);
+    asm volatile("xchgl %0, 8(%1)" : "+r"(word) : "r"(view) : "memory");
+    EXPECT_EQ (be32toh (word), 8u);
+    EXPECT_EQ (be64toh (*reinterpret_cast<volatile uint64_t *> (view + 4)), 16ull << 32 | 20);
+    EXPECT_EQ (log.offsets, (std::vector<uint32_t>{8, 8 | 3 << 16, 16, 20}));
+}
+#endif
+
+} // namespace
