@@ -272,7 +272,9 @@ class daemons : public board_test {
                                    {8, 2},
                                    {7, 2},
                                    {3, 2}}) {
-            results += (results.empty () ? "" : " ") + ask (slot, txlen);
+            if (!log->stopped) {
+                results += (results.empty () ? "" : " ") + ask (slot, txlen);
+            }
         }
         std::string said_by_it = remarks ();
         bool stopped = log->stopped;
