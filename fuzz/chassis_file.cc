@@ -11,7 +11,12 @@ static void require_transfers (chassis_settings_t settings)
     settings.board.buffer = board_t ().buffer;
     settings.board.dpram = board_t ().dpram;
     board_under_test_t board (settings);
+    size_t memory = 0;
     for (const auto &[slot, card] : settings.cards) {
+        for (const auto &[command, answer] : card.answer) {
+            REQUIRE (answer.bytes.size () <= 65536);
+            REQUIRE ((memory += answer.bytes.size ()) <= 4 << 20);
+        }
         int command = card.answer.empty () ? 51 : card.answer.begin ()->first;
         uint64_t end = board.chassis.now () + settings.board.brgclk / 100 * 11;
         REQUIRE (is_result (scan_port_transfer (slot, command, slot, buffer, 4096, buffer)));

@@ -7,13 +7,20 @@
 
 static int ending; // errno behind what it sends: 0 its end, EAGAIN silence
 static bool is_slow;
-static int64_t now = 0; // nanoseconds
+static int64_t pause_time; // for which it makes a client wait that is not idle
+static int64_t now = 0;    // nanoseconds
+
+int64_t peer_time ()
+{
+    return now;
+}
 
 void read_peer (input_t &input)
 {
     uint8_t how = input.byte (), chunk = input.byte (), room = input.byte ();
     ending = how % 4 == 1 ? EAGAIN : how % 4 == 2 ? ECONNRESET : 0;
     is_slow = how & 4;
+    pause_time = how & 8 ? INT64_C (20'000'000'000) : 1'000'000;
     wire = {};
     wire.chunk = chunk > 0 ? chunk : SIZE_MAX;
     wire.room = room > 0 ? room * 8 : SIZE_MAX;
@@ -50,7 +57,9 @@ int __wrap_poll (pollfd *fds, nfds_t, int timeout)
 {
     bool is_idle = fds[0].fd == -1 || wire.num_read == wire.sent.size ();
     REQUIRE (!is_idle || timeout >= 0);
-    now += INT64_C (1000000) * (is_idle ? timeout : 1);
+    int64_t limit = INT64_C (1'000'000) * timeout;
+    is_idle = is_idle || (timeout >= 0 && pause_time > limit);
+    now += is_idle ? limit : pause_time;
     return !is_idle;
 }
 

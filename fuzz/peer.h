@@ -1,5 +1,5 @@
 // A daemon that may do anything, in the place of the network: what it sends lies in `wire`, for all
-// connections, one behind the other. No call waits: time passes only where a program would have
+// connections, one after the other. No call waits: time passes only where a program would have
 // waited, and without end it may not.
 #pragma once
 
@@ -8,3 +8,6 @@
 
 // How it behaves; then comes what it sends.
 void read_peer (input_t &input);
+
+// The steady clock, in nanoseconds.
+int64_t peer_time ();

@@ -4,6 +4,8 @@
 #include "fuzz/fuzz.h"
 #include "scan/q5_scan_reader.h"
 
+#include <string.h>
+
 static q5_scan_reader_t r ("", 0);
 
 static int64_t take_step (int how, int32_t n)
@@ -27,6 +29,30 @@ static bool comes_next (const q5_scan_field_t &f)
                 : std::equal (f.bytes.begin (), f.bytes.end (), r.get_bytes (f.bytes.size ())));
 }
 
+// Each kind of type under a letter, decoded once more in the plainest way.
+static void require_values (const bytes_t &bytes)
+{
+    static const q5_scan_types_t types = q5_scan_parse_types (
+        "b=byte,B=sbyte,h=short,H=sshort,i=uint,I=int,s=string,c=bytes:3,x=rest");
+    q5_scan_message_t m = q5_scan_decode (bytes.data (), bytes.size (), types);
+    const uint8_t *next = bytes.data () + 1 + m.letters.size ();
+    for (const q5_scan_field_t &f : m.fields) {
+        int size = strchr ("bB", f.letter) ? 1 : strchr ("hH", f.letter) ? 2 : 4;
+        int64_t number = 0;
+        for (int i = 0; f.is_number () && i < size; i++) {
+            number = number * 256 + *next++;
+        }
+        int64_t beyond = INT64_C (1) << 8 * size;
+        number -= strchr ("BHI", f.letter) && number >= beyond / 2 ? beyond : 0;
+        REQUIRE (f.number == number && f.value == number);
+        REQUIRE (std::equal (f.bytes.begin (), f.bytes.end (), next));
+        next += f.bytes.size ();
+        REQUIRE (f.letter != 's' || *next++ == 0);
+        REQUIRE (f.letter != 'c' || f.bytes.size () == 3);
+        REQUIRE (f.letter != 'x' || next == bytes.data () + bytes.size ());
+    }
+}
+
 extern "C" int LLVMFuzzerTestOneInput (const uint8_t *data, size_t size)
 {
     input_t input (data, size);
@@ -43,6 +69,7 @@ extern "C" int LLVMFuzzerTestOneInput (const uint8_t *data, size_t size)
     REQUIRE (m.length + m.letters.size () + !bytes.empty () == bytes.size ());
     REQUIRE (m.problem.empty () == (m.fields.size () == (bytes.empty () ? 0 : bytes[0])));
     REQUIRE (std::equal (m.left.rbegin (), m.left.rend (), bytes.rbegin ()));
+    require_values (bytes);
     int32_t length = r.begin_message (1);
     REQUIRE (std::all_of (m.fields.begin (), m.fields.end (), comes_next));
     REQUIRE (m.fields.empty () || length == int32_t (r.pos + m.left.size ()));

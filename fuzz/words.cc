@@ -24,13 +24,41 @@ template <typename read_t> static auto accepted (const std::string &place, const
 static std::string text_of (const std::vector<q5_scan_request_t> &requests)
 {
     std::string text;
+    size_t sum = 0;
+    REQUIRE (!requests.empty () && requests.size () <= 100);
     for (const q5_scan_request_t &r : requests) {
+        REQUIRE ((sum += r.tx.size ()) <= 4094);
         REQUIRE (r.slot >= 0 && r.slot < 32 && r.rxlen >= 0 && r.rxlen <= Q5_SCAN_MAX_RX);
         text += std::to_string (r.slot) + " " + std::to_string (r.command) +
                 (r.tx.empty () ? "" : " --tx '" + hex (r.tx) + "'") +
                 " --rx=" + std::to_string (r.rxlen) + "\n";
     }
     return text;
+}
+
+// "3-7,0x1f": what an accepted text says.
+static std::vector<int32_t> slots_of (const std::string &text)
+{
+    auto number = [] (const char *digits, char **end) {
+        return strtol (digits, end, digits[0] == '0' && (digits[1] | 0x20) == 'x' ? 16 : 10);
+    };
+    uint32_t slots = 0;
+    std::istringstream parts (text);
+    for (std::string part; std::getline (parts, part, ',');) {
+        char *end;
+        long first = number (part.c_str (), &end);
+        long last = *end == '-' ? number (end + 1, &end) : first;
+        for (long slot = first; slot <= last; slot++) {
+            slots |= 1U << slot;
+        }
+    }
+    std::vector<int32_t> all;
+    for (int32_t slot = 0; slot < 32; slot++) {
+        if (slots >> slot & 1) {
+            all.push_back (slot);
+        }
+    }
+    return all;
 }
 
 extern "C" int LLVMFuzzerTestOneInput (const uint8_t *data, size_t size)
@@ -44,7 +72,9 @@ extern "C" int LLVMFuzzerTestOneInput (const uint8_t *data, size_t size)
     accepted ("file:", [&] { return read_names (names, "file"); });
     accepted ("--types: ", [&] { return parse_types (text); });
     accepted ("command ", [&] { return parse_commands (text); });
-    accepted ("slot", [&] { return parse_slots ({text}); });
+    if (auto slots = accepted ("slot", [&] { return parse_slots ({text}); })) {
+        REQUIRE (*slots == slots_of (text));
+    }
 
     int64_t number = strtoll (text.c_str (), nullptr, text.find_first_of ("xX") < size ? 16 : 10);
     auto word = accepted ("word ", [&] { return parse_word ("word", text); });

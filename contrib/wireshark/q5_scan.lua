@@ -1,5 +1,5 @@
 -- Wireshark dissector of what goes over TCP port 1971 between clients and q5_scand: batches of
--- requests, and their replies (docs/protocol.md). What it shows, and filters: docs/network.md.
+-- requests, and their replies (docs/protocol.md). What it shows, and filters: contrib/wireshark/README.md.
 -- For Wireshark 4.0 or later.
 
 local q5_scan = Proto ("q5_scan", "Q5 Scan")
