@@ -3,7 +3,6 @@
 #include "client/identity.h"
 #include "fuzz/printed.h"
 #include "scan/q5_scan_client.h"
-#include "tools/command/images.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
