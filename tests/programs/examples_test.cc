@@ -71,7 +71,9 @@ static outcome_t run_example (const shell_t &shell, const std::string &command)
         return shell.run ("{ " + command + "\n} 2>&1");
     }
     return shell.run (command + " >log 2>&1 & daemon=$!\n" +
-                      "for i in $(seq 100); do q5_scan run 3 51 >answer 2>&1 && break; sleep 0.1; "
+                      "for i in $(seq 100); do\n"
+                      "host=$(sed -n 's/^q5_chassis: listening on //p' log)\n"
+                      "q5_scan --host ${host:-127.0.0.1} run 3 51 >answer 2>&1 && break; sleep 0.1\n"
                       "done\nkill $daemon; wait $daemon; grep -q relay answer || cat log answer");
 }
 
