@@ -47,5 +47,5 @@ from ._limits import (
 from ._messages import USUAL_TYPES, Field, Message, Type, Types, Value, decode, parse_types
 from ._results import Meaning, describe, slot_exists
 
-__version__ = "1.0.0"
+__version__ = "2.0.0"
 __all__ = [name for name in dir() if not name.startswith("_")]

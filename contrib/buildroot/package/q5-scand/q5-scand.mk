@@ -5,7 +5,7 @@
 ################################################################################
 
 # This external tree lies in the sources and builds the daemon from them.
-Q5_SCAND_VERSION = 1.0.0
+Q5_SCAND_VERSION = 2.0.0
 Q5_SCAND_SITE = $(realpath $(BR2_EXTERNAL_Q5_SCAN_PATH)/../..)
 Q5_SCAND_SITE_METHOD = local
 Q5_SCAND_OVERRIDE_SRCDIR_RSYNC_EXCLUSIONS = --exclude /build
