@@ -1,9 +1,9 @@
 #include "chassis/file/chassis_file.h"
 
 #include "chassis/bus/slots.h"
-#include "chassis/file/typed_message.h"
 #include "chassis/file/file_limits.h"
 #include "chassis/file/toml_section.h"
+#include "chassis/file/typed_message.h"
 #include "scanp/mpc8260.h"
 #include "scanp/scanp_driver.h"
 

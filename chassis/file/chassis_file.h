@@ -1,4 +1,4 @@
-// The chassis file: TOML text to chassis settings. docs/chassis.md describes every key.
+// The chassis file: TOML text to chassis settings. The page q5_chassis.toml(5) describes every key.
 #pragma once
 
 #include "chassis/bus/settings.h"

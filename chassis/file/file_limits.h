@@ -1,6 +1,6 @@
 // What a chassis file may be before the TOML parser sees it. The parser, and the tree that it
-// builds, go as deep into the stack as the text nests; and it relies on a key in each section's
-// brackets, and on ASCII outside of quotes and comments.
+// builds, go as deep into the stack as the text nests. It relies on ASCII outside of quotes and
+// comments.
 #pragma once
 
 #include <stddef.h>

@@ -1,6 +1,5 @@
 // The preloaded library's own part: makes the chassis that the environment asks for when the
 // program opens its first device.
-#include "chassis/launch/register_trace.h"
 #include "chassis/bus/trace.h"
 #include "chassis/bus/waveform.h"
 #include "chassis/file/chassis_file.h"
@@ -8,6 +7,7 @@
 #include "chassis/launch/door_handlers.h"
 #include "chassis/launch/environment.h"
 #include "chassis/launch/listen_address.h"
+#include "chassis/launch/register_trace.h"
 #include "chassis/trap/own_descriptor.h"
 
 #include <errno.h>

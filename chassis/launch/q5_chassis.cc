@@ -167,7 +167,7 @@ static int run (const launch_t &launch)
         return printed ();
     }
     if (launch.program.size () < 2) {
-        throw launch_error_t (bad_request, "no program to run; put it behind --, as in "
+        throw launch_error_t (bad_request, "no program to run; put it after --, as in "
                                            "q5_chassis --fast -- q5_scand");
     }
     become (launch);
@@ -216,8 +216,8 @@ static void add_options (CLI::App &app, launch_t &launch)
         ->type_name ("ADDRESS:PORT")
         ->check (is_listen_address);
     app.add_flag ("--fast", launch.fast, "skip the program's sleeps; the bus does not notice");
-    app.add_flag ("--example", launch.example, "print the built-in chassis file and end");
-    app.add_flag ("--check", launch.check, "print what is in the chassis and end");
+    app.add_flag ("--example", launch.example, "print the built-in chassis file and exit");
+    app.add_flag ("--check", launch.check, "print what is in the chassis and exit");
     app.set_version_flag ("--version", "q5_chassis " Q5_VERSION);
     app.footer ("Usage in full: q5_chassis [OPTIONS] -- PROGRAM [ARGS...]");
 }
