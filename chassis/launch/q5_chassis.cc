@@ -10,6 +10,7 @@
 #include "chassis/launch/real_memory.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <errno.h>
 #include <fcntl.h>
 #include <filesystem>
@@ -236,15 +237,17 @@ static std::vector<std::string> split_off_program (char **argv, launch_t &launch
     return options;
 }
 
-// What --help and --version print is no refusal.
+// What --help and --version print is not an error.
 static int refused (const CLI::App &app, const CLI::ParseError &error)
 {
     if (error.get_exit_code () == 0) {
         return app.exit (error);
     }
     std::vector<std::string> unknown = app.remaining (); // the last one first
-    if (!unknown.empty () && unknown.back ().rfind ('-', 0) == 0) {
-        complain (unknown.back () + ": unknown option; q5_chassis --help lists the options");
+    auto option = std::find_if (unknown.rbegin (), unknown.rend (),
+                                [] (const std::string &word) { return word[0] == '-'; });
+    if (option != unknown.rend ()) {
+        complain (*option + ": unknown option; q5_chassis --help lists the options");
     } else if (!unknown.empty ()) {
         complain (unknown.back () + ": found before --, expected q5_chassis [OPTIONS] -- " +
                   unknown.back ());
