@@ -1,6 +1,5 @@
--- Wireshark dissector of what goes over TCP port 1971 between clients and q5_scand: batches of
--- requests, and their replies (docs/protocol.md). What it shows, and filters: contrib/wireshark/README.md.
--- For Wireshark 4.0 or later.
+-- Wireshark dissector for TCP port 1971: batches of requests to q5_scand, and their replies
+-- (docs/protocol.md). Its display and its filters: README.md. For Wireshark 4.0 or later.
 
 local q5_scan = Proto ("q5_scan", "Q5 Scan")
 
@@ -17,7 +16,7 @@ local command_names = {
     [147] = "short message",
 }
 
--- Results in the words of q5_scan.
+-- Results, worded as q5_scan words them.
 local results = {
     [-1] = {
         state = "line error",
@@ -118,7 +117,7 @@ local x = {
     unanswered = info ("unanswered", "Unanswered batch", group.SEQUENCE, severity.WARN),
     failed = info ("failed", "Failed request", group.RESPONSE_CODE, severity.NOTE),
     damaged = info ("message.damaged", "Damaged message", group.MALFORMED, severity.WARN),
-    undecoded = info ("undecoded", "Not taken apart", group.UNDECODED, severity.NOTE),
+    undecoded = info ("undecoded", "Not decoded", group.UNDECODED, severity.NOTE),
 }
 q5_scan.experts = x
 
@@ -127,11 +126,11 @@ local tcp_seq, tcp_len = Field.new ("tcp.seq_raw"), Field.new ("tcp.len")
 local tcp_fin, tcp_reset = Field.new ("tcp.flags.fin"), Field.new ("tcp.flags.reset")
 local tcp_lost = Field.new ("tcp.analysis.lost_segment")
 
--- What the first pass over a capture finds out, for every later look at a packet in any order.
+-- State from the first pass over a capture; later passes visit packets in any order.
 --   conversations  by TCP stream: server, batch, number of the next reply, how it ended
---   pieces         by frame and offset: what the bytes of one call of the dissector are
---   holders        by server: id that holds the bus, frame of the claim's reply
---   closings       by frame: what the end of a connection tells, or false
+--   pieces         by frame and offset: what the bytes of one dissector call contain
+--   holders        by server: id that holds the bus, frame that granted the claim
+--   closings       by frame: what the end of a connection means, or false
 local conversations, pieces, holders, closings
 
 function q5_scan.init ()
@@ -152,10 +151,10 @@ local kinds = {
     rest = {field = f.bytes},
     bytes = {field = f.bytes},
 }
-local types -- by letter: of its first field in a message, of its second, ...
+local types -- by letter: an array of types, for its first field in a message, its second, ...
 
 q5_scan.prefs.types = Pref.string ("Type letters", usual_types,
-    "What the letters of a typed message stand for, as q5_scan --types: " ..
+    "Types of the letters of a typed message, as in q5_scan --types: " ..
     "LETTER[N]=TYPE[*SCALE][:NAME],... where the type is byte, sbyte, short, sshort, int, uint, " ..
     "string, bytes:COUNT or rest")
 
@@ -172,7 +171,7 @@ local function read_type (text)
     return {kind = kind, size = kind.size, scale = scale, name = name}
 end
 
--- Whether the entry is understood, and is the letter's only one for that field.
+-- False if the entry is malformed, or if that field of the letter already has a type.
 local function add_type (entry)
     local letter, number, text = entry:match ("^%s*(.)(%d*)=(.-)%s*$")
     local type, at = text and read_type (text), tonumber (number) or 1
@@ -192,18 +191,18 @@ local function read_types ()
     types = {}
     for entry in q5_scan.prefs.types:gmatch ("[^,]+") do
         if not add_type (entry) then
-            report_failure ("q5_scan: type letters: '" .. entry .. "' is not LETTER=TYPE, or is " ..
-                "given twice. Give them like this: A=int,B=sshort*0.1:celsius,C=bytes:4")
+            report_failure ("q5_scan: type letters: '" .. entry .. "' is not LETTER=TYPE, or " ..
+                "repeats a letter. Example: A=int,B=sshort*0.1:celsius,C=bytes:4")
         end
     end
 end
 read_types ()
 q5_scan.prefs_changed = read_types
 
----- The line of a packet
+---- The packet list
 
-local function tell (pinfo, text)
-    if tostring (pinfo.cols.protocol) == "Q5SCAN" then -- of this packet there is something already
+local function summarize (pinfo, text)
+    if tostring (pinfo.cols.protocol) == "Q5SCAN" then -- the frame has a summary already
         pinfo.cols.info:append ("; " .. text)
     else
         pinfo.cols.protocol = "Q5SCAN"
@@ -243,8 +242,8 @@ local function read_request (tvb, number)
     }
 end
 
--- Nil unless all of the batch is there; then how many bytes are missing, if that can be told yet.
--- `length` counts what the daemon reads of it, up to the headers of a malformed one.
+-- Returns nil and the number of missing bytes, if known, unless the batch is complete. `length` counts
+-- the bytes that the daemon reads: of a malformed batch, at most its headers.
 local function read_batch (tvb)
     if tvb:len () < head_size then
         return nil
@@ -295,7 +294,7 @@ local function name_of (request)
     return name and ("%s (%s)"):format (text, name) or text
 end
 
--- What q5_scan batch reads. A claim or a release that is more than its command goes the long way.
+-- The request as a line for q5_scan batch; by number if a claim or release has other words set.
 local function line_of (tvb, request)
     local is_bare = request.slot == 0 and request.rxlen == 0 and request.txlen == 0
     if is_bare and is_for_daemon (request) then
@@ -338,7 +337,7 @@ local function show_holder (tree, holder)
     end
 end
 
--- Whether it was answered, as far as is known: all of it once the whole capture has been read.
+-- How the batch ended; incomplete during the first pass.
 local function show_fate (tree, conversation, batch)
     local ending, holder = conversation.ending, batch.holder
     if ending then
@@ -346,13 +345,13 @@ local function show_fate (tree, conversation, batch)
         tree:add (f.closed_in, ending.frame):set_generated ()
     elseif conversation.next_reply == 1 and holder and holder.id ~= batch.id then
         tree:add_proto_expert_info (x.dropped,
-            ("Id %d holds the bus: dropped, unless it is released before"):format (holder.id))
+            ("Id %d holds the bus: dropped unless it is released first"):format (holder.id))
     end
 end
 
 local function show_batch (tree, tvb, pinfo, conversation, batch)
     local text = ("Batch of id %d, %s"):format (batch.id, plural (batch.num_requests, "request"))
-    tell (pinfo, text .. (batch.fault and ", malformed" or ""))
+    summarize (pinfo, text .. (batch.fault and ", malformed" or ""))
     tree:append_text (", " .. text)
     tree:add (f.id, tvb (0, 4))
     local count = tree:add (f.num_requests, tvb (4, 4))
@@ -372,7 +371,7 @@ local function shown_letter (letter)
     return letter:match ("^[!-~]$") or ("\\x%02x"):format (letter:byte ())
 end
 
--- Bytes of the field of those that are left; or nil, and why.
+-- Returns the size of the field in bytes; or nil, and why.
 local function size_of_field (letter, type, left)
     local shown = "letter " .. shown_letter (letter)
     if not type then
@@ -388,7 +387,7 @@ local function size_of_field (letter, type, left)
     return size
 end
 
--- Wireshark has no empty range at the end of another one.
+-- Wireshark rejects an empty range at the end of another one.
 local function part_of (range, at, size)
     return range (size == 0 and 0 or at, size)
 end
@@ -404,7 +403,7 @@ local function show_field (tree, range, letter, type)
     end
 end
 
--- Returns where the fields end, and why before the last letter.
+-- Returns where the fields end, and what kept it from decoding all of them.
 local function show_fields (tree, range, letters, at)
     local raw, counts = range:raw (), {}
     for letter in letters:gmatch (".") do
@@ -444,7 +443,7 @@ end
 
 ---- Replies
 
--- `data` counts the bytes behind the result, which is nil unless all of it is there.
+-- `data` counts the bytes after the result; the result is nil if incomplete.
 local function read_reply (tvb, at, request)
     local reply = {request = request, at = at, data = 0, length = word_size}
     if tvb:len () - at >= word_size then
@@ -455,8 +454,8 @@ local function read_reply (tvb, at, request)
     return reply
 end
 
--- The whole replies from that number on, where they end, and whether another one begins there; then
--- how many bytes it misses, if that can be told yet.
+-- Returns the complete replies from that number on, where they end, whether an incomplete one follows,
+-- and how many bytes that one lacks, if known.
 local function read_replies (tvb, requests, number)
     local replies, at = {}, 0
     while at < tvb:len () and requests[number] do
@@ -471,7 +470,7 @@ local function read_replies (tvb, requests, number)
     return replies, at, false
 end
 
--- Who holds the bus once this reply is out. Whoever is served shows that no other id does.
+-- Updates who holds the bus after this reply. An id that is served shows that no other holds it.
 local function follow_claim (conversation, reply, frame)
     local command, id, server = reply.request.command, conversation.batch.id, conversation.server
     if is_for_daemon (reply.request) and reply.result ~= 1 then
@@ -525,7 +524,7 @@ local function show_data (item, tvb, reply)
     end
 end
 
-local function time_from (seconds) -- to the microsecond: more digits are the rounding's
+local function time_from (seconds) -- to the microsecond: further digits are rounding errors
     local whole = math.floor (seconds)
     return NSTime (whole, math.floor ((seconds - whole) * 1e6 + 0.5) * 1000)
 end
@@ -546,7 +545,7 @@ local function show_replies (tree, tvb, pinfo, batch, replies)
     local first, last = replies[1].request.number, replies[#replies].request.number
     local text = first == last and "Reply " .. first or ("Replies %d to %d"):format (first, last)
     text = ("%s of %d to id %d"):format (text, batch.num_requests, batch.id)
-    tell (pinfo, text)
+    summarize (pinfo, text)
     tree:append_text (", " .. text)
     for _, reply in ipairs (replies) do
         show_reply (tree, tvb, pinfo, batch, reply)
@@ -555,10 +554,10 @@ end
 
 ---- The two directions of a connection
 
-local lost_text = "Bytes before these are missing from the capture"
-local cut_text = "The bytes that follow cannot be had: packets were cut short, or reassembly of " ..
-    "TCP streams is off"
-local unread_text = "Bytes behind the batch: not read"
+local lost_text = "Preceding bytes are missing from the capture"
+local cut_text = "The rest is not available: packets were truncated, or reassembly of TCP streams " ..
+    "is disabled"
+local unread_text = "Bytes after the batch: not read"
 
 local function show_outside (tree, range, kind, text)
     local item = tree:add (f.outside, range)
@@ -567,8 +566,8 @@ local function show_outside (tree, range, kind, text)
     end
 end
 
--- Asks for so many more bytes, or for whatever comes next. When there are none to be had, nothing
--- of this direction is told any more.
+-- Asks for that many more bytes, or for the next segment. If reassembly is impossible, the rest of this
+-- direction is not decoded.
 local function wait_for (missing, at, tvb, pinfo, branch, way)
     if pinfo.can_desegment > 0 and tvb:len () == tvb:reported_len () then
         pinfo.desegment_offset = at
@@ -579,7 +578,7 @@ local function wait_for (missing, at, tvb, pinfo, branch, way)
     end
 end
 
--- What a call with bytes of a client brings, found out when they are seen first.
+-- Classifies the bytes of a client, on the first pass.
 local function read_client_piece (tvb, pinfo, conversation)
     local way = conversation.client
     way.is_begun = true
@@ -621,7 +620,7 @@ local function read_server_piece (tvb, pinfo, conversation)
     local first, batch = conversation.next_reply, conversation.batch
     if way.is_lost or not batch then
         way.is_lost = true
-        return {text = batch and lost_text or "The batch of these replies is not in the capture as a whole"}
+        return {text = batch and lost_text or "The capture lacks all or part of the batch"}
     end
     for _, reply in ipairs (read_replies (tvb, batch.requests, first)) do
         reply.request.response_in = pinfo.number
@@ -643,12 +642,12 @@ local function show_server_piece (piece, tvb, pinfo, conversation, branch)
     if is_part then
         wait_for (missing, at, tvb, pinfo, branch, conversation.daemon)
     elseif at < tvb:len () then
-        show_outside (branch (), tvb (at), x.stray, "Bytes behind the last reply")
+        show_outside (branch (), tvb (at), x.stray, "Bytes after the last reply")
     end
 end
 
--- By TCP's number of the connection; in the first of two passes without a filter there is none, and
--- its two ends have to do.
+-- By TCP stream index; by address and port in the first of two passes without a filter, which has no
+-- index.
 local function conversation_of (pinfo)
     local source = ("%s port %d"):format (tostring (pinfo.src), pinfo.src_port)
     local destination = ("%s port %d"):format (tostring (pinfo.dst), pinfo.dst_port)
@@ -700,9 +699,9 @@ end
 
 DissectorTable.get ("tcp.port"):add (port, q5_scan)
 
----- The end of a connection, which no dissector of its bytes gets to see
+---- The end of a connection: FIN and RST carry no bytes, so only a postdissector sees them
 
--- Of a client, in the middle of its batch.
+-- The client ends in the middle of its batch.
 local function end_of_client (conversation)
     local way = conversation.client
     if way.is_lost or not way.is_begun then
@@ -711,14 +710,14 @@ local function end_of_client (conversation)
     local text = "Incomplete batch"
     if way.first_seq then
         local sent = (tcp_seq ().value + tcp_len ().value - way.first_seq) % 2^32
-        text = text .. ": it ends after " .. plural (sent, "byte")
+        text = text .. ": ends after " .. plural (sent, "byte")
     end
     return {expert = x.short, text = text}
 end
 
 local function reason_of_silence (pinfo, conversation)
     local holder, batch = holders[conversation.server], conversation.batch
-    if pinfo.visited then -- others have come and gone meanwhile
+    if pinfo.visited then -- by now, later claims and releases have changed it
         holder = batch and batch.holder
     end
     if holder and conversation.id and holder.id ~= conversation.id then
@@ -728,11 +727,11 @@ local function reason_of_silence (pinfo, conversation)
     elseif batch.fault then
         return x.unanswered, "Not answered: the batch is malformed, " .. batch.fault
     end
-    return x.unanswered, "Not answered: another id holds the bus since before the capture, or " ..
-        "the daemon ended"
+    return x.unanswered, "Not answered: another id claimed the bus before the capture, or " ..
+        "the daemon exited"
 end
 
--- Before the last reply.
+-- The connection ends before the last reply.
 local function end_of_replies (pinfo, conversation, is_client)
     local batch, answered = conversation.batch, conversation.next_reply - 1
     local is_lost = conversation.daemon.is_lost or conversation.client.is_lost
@@ -749,7 +748,7 @@ end
 local function read_closing (pinfo, conversation)
     local is_client = pinfo.dst_port == conversation.port
     if conversation.ending or is_client and conversation.batch and not tcp_reset ().value then
-        return nil -- a client may end its own direction
+        return nil -- a client may half-close
     elseif is_client and not conversation.batch then
         return end_of_client (conversation)
     end
@@ -763,7 +762,7 @@ end
 local closing = Proto ("q5_scan_closing", "Q5 Scan, end of a connection")
 
 local function show_closing (tree, tvb, pinfo, ending)
-    tell (pinfo, ending.text)
+    summarize (pinfo, ending.text)
     local item = tree:add (q5_scan, tvb (0, 0))
     item:append_text (", " .. ending.text):set_generated ()
     item:add_proto_expert_info (ending.expert, ending.text)

@@ -1,19 +1,14 @@
-// Makes up a capture of connections to port 1971, raw IPv4 packets a millisecond apart, from a
-// text: capture <TEXT >FILE. A step a line, up to the comment: connect, close, or > or < and what
-// the client or the daemon sends in one segment: words in decimal, x and a byte in hex,
-// "characters", each so often with n* before it; or fin; rst; or lost N, bytes that are not
-// captured.
+// Writes a capture of connections to port 1971, raw IPv4 packets a millisecond apart, from a
+// script: capture <SCRIPT >FILE. Steps are separated by semicolons or newlines, comments start with
+// #. A step is connect, close, or > (client) or < (daemon) followed by what that side sends in one
+// segment: decimal words, xHH for a byte, "characters", each repeated by a prefix N*; or fin; rst;
+// or lost N, which leaves N bytes out of the capture.
 #include "tests/support.h"
 
 #include <iostream>
 #include <sstream>
 
-enum {
-    fin = 0x11,
-    syn = 0x02,
-    rst = 0x14,
-    push = 0x18
-};
+static const int fin = 0x11, syn = 0x02, rst = 0x14, push = 0x18;
 
 static int port = 40000;
 static int64_t sequence[2], num_packets;
@@ -74,6 +69,9 @@ int main ()
 {
     put (words ({0xA1B2C3D4, 0x00020004, 0, 0, 65535, 101}));
     for (std::string line; std::getline (std::cin, line);) {
-        play (line.substr (0, line.find ('#')));
+        std::istringstream steps (line.substr (0, line.find ('#')));
+        for (std::string step; std::getline (steps >> std::ws, step, ';');) {
+            play (step);
+        }
     }
 }
