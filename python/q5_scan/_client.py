@@ -254,9 +254,19 @@ class _Lookup(threading.Thread):
         with _Lookup.lock:
             lookup = _Lookup.pending.get(host)
             if not lookup:
-                lookup = _Lookup.pending[host] = _Lookup(host)
+                lookup = _Lookup(host)
                 lookup.start()
+                _Lookup.pending[host] = lookup
         return lookup
+
+    @staticmethod
+    def forget_all() -> None:
+        """In a forked child, which has none of these threads."""
+        _Lookup.pending, _Lookup.lock = {}, threading.Lock()
+
+
+if hasattr(os, "register_at_fork"):
+    os.register_at_fork(after_in_child=_Lookup.forget_all)
 
 
 class _Exchange:
@@ -267,6 +277,8 @@ class _Exchange:
         self.where = f"{client.host} port {client.port}"
         self.began = time.monotonic()
         self.end = self.after(client.timeout)
+        self.connect_end = min(self.after(client.connect_timeout), self.end)
+        self.has_begun = False  # a byte of a reply has arrived
 
     @staticmethod
     def after(seconds: Optional[float]) -> float:
@@ -296,9 +308,9 @@ class _Exchange:
     def address(self) -> str:
         with contextlib.suppress(OSError):
             return socket.inet_ntoa(socket.inet_aton(self.client.host))
-        until = min(self.after(self.client.connect_timeout), self.end)
         lookup = _Lookup.of(self.client.host)
-        lookup.join(None if until == math.inf else max(0, until - time.monotonic()))
+        left = self.connect_end - time.monotonic()
+        lookup.join(None if left == math.inf else max(0, left))
         if lookup.error:
             what = f"the name does not resolve ({lookup.error})"
             raise UnknownHostError(what, self.where, "Check the name.")
@@ -310,7 +322,7 @@ class _Exchange:
         address = self.address()
         connection = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
         try:
-            self.bound(connection, self.after(self.client.connect_timeout), "the connection")
+            self.bound(connection, self.connect_end, "the connection")
             connection.connect((address, self.client.port))
         except BaseException as error:
             connection.close()
@@ -350,7 +362,7 @@ class _Exchange:
             except OSError as error:
                 part, reason = b"", error.strerror or str(error)
             if not part:
-                if number == 1 and size == 4 and not data:
+                if not self.has_begun:
                     raise self.dropped(reason)
                 raise BrokenOffError(
                     f"the connection ended in the middle of the replies ({reason})",
@@ -358,6 +370,7 @@ class _Exchange:
                     "Check that q5_scand still runs; some requests may have run.",
                 )
             data += part
+            self.has_begun = True
         return data
 
     def receive_reply(self, connection: socket.socket, number: int, until: float) -> None:

@@ -135,9 +135,10 @@ class WithoutDaemon(unittest.TestCase):
     def test_network(self):
         for says, after, error, results in [
                 (b"", 0, q5_scan.DroppedError, [None, None]),
-                (b"\0\0\0\x08\1\0\0\0", 0, q5_scan.BrokenOffError, [8, None]),
-                (b"\0\0\0\x08\1\0", 2, q5_scan.TimedOutError, [8, None])]:
-            batch = [Request(3, 83, rxlen=2), Request(4, 83)]
+                (b"\0\0\0\x04", 0, q5_scan.BrokenOffError, [None, None]),
+                (b"\0\0\0\x08\1\0\0\0\0\0", 0, q5_scan.BrokenOffError, [8, None]),
+                (b"\0\0\0\x08\1\0\0\0\0", 2, q5_scan.TimedOutError, [8, None])]:
+            batch = [Request(3, 83, rxlen=4), Request(4, 83)]
             with end_that(says, after) as client, self.assertRaises(error) as raised:
                 client.exchange(batch)
             self.assertEqual([r.result for r in batch], results)
@@ -171,10 +172,29 @@ class WithoutDaemon(unittest.TestCase):
                 with self.assertRaisesRegex(q5_scan.TimedOutError, "the name server"):
                     Client("chassis-4", connect_timeout=0.02).request(3, 51)
             self.assertEqual(threading.active_count(), before + 1)
+            pid = os.fork()
+            if not pid:  # has none of the parent's threads
+                with mock.patch("socket.getaddrinfo", side_effect=OSError("gone")):
+                    try:
+                        Client("chassis-4").request(3, 51)
+                    except BaseException as error:
+                        os._exit(isinstance(error, q5_scan.UnknownHostError))
+            self.assertEqual(os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1]), 1)
             threading.excepthook, hook = lambda _: None, threading.excepthook
             answer.set()
             threading.enumerate()[-1].join()
             threading.excepthook = hook
+
+    def test_name_and_connection_share_a_limit(self):
+        left = []
+        def connect(connection, _):
+            raise OSError(left.append(connection.gettimeout()))
+        def look_up(*_):
+            time.sleep(0.5)
+            return [(0, 0, 0, "", ("127.0.0.1", 0))]
+        with mock.patch("socket.getaddrinfo", look_up), mock.patch("socket.socket.connect", connect):
+            self.assertRaises(q5_scan.ConnectError, Client("x", connect_timeout=5).request, 3, 51)
+        self.assertLess(left[0], 4.6)
 
     def test_errors_pickle(self):
         for error in q5_scan.RequestError("a", "b", "c", -3), q5_scan.DroppedError("a", "b", "c"):
