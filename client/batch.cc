@@ -65,10 +65,11 @@ static q5_scan_outcome_t try_once (const q5_scan_settings_t &settings, q5_scan_d
 }
 
 // Returns false when it was cancelled.
-static bool pause (const q5_scan_settings_t &settings)
+static bool pause (const q5_scan_settings_t &settings, q5_scan_deadline_t total)
 {
     q5_scan_wire_t wire;
     wire.cancel_fd = settings.cancel_fd;
+    wire.total = total;
     wire.deadline = q5_scan_deadline_t (pause_between_tries);
     q5_scan_step_t step = q5_scan_step_t::done;
     while (step == q5_scan_step_t::done) {
@@ -86,10 +87,12 @@ q5_scan_outcome_t q5_scan_exchange (const q5_scan_settings_t &settings, requests
     q5_scan_outcome_t outcome = try_once (settings, total, requests, on_reply);
     while (outcome.state == q5_scan_state_t::dropped && settings.wait.count () > 0 &&
            !end.has_passed ()) {
-        if (!pause (settings)) {
+        if (!pause (settings, total)) {
             return {q5_scan_state_t::cancelled, 0, 0, "cancelled while waiting: " + outcome.text};
         }
-        outcome = try_once (settings, total, requests, on_reply);
+        if (!total.has_passed ()) {
+            outcome = try_once (settings, total, requests, on_reply);
+        }
     }
     return outcome;
 }

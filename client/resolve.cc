@@ -5,7 +5,6 @@
 
 #include <arpa/inet.h>
 #include <errno.h>
-#include <fcntl.h>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -13,10 +12,10 @@
 #include <poll.h>
 #include <signal.h>
 #include <string.h>
+#include <sys/eventfd.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
-#include <utility>
 #include <vector>
 
 namespace {
@@ -28,22 +27,19 @@ struct found_t {
 };
 
 struct look_up_t {
-    const pid_t pid = getpid (); // a fork does not copy the thread
-    int fds[2] = {-1, -1};       // a pipe; its write end is closed when `found` is there
+    const pid_t pid = getpid ();             // a fork does not copy the thread
+    const int fd = eventfd (0, EFD_CLOEXEC); // readable when `found` is there
     found_t found = {};
 
     look_up_t ()
     {
-        if (pipe2 (fds, O_CLOEXEC) < 0) {
+        if (fd < 0) {
             throw std::system_error (errno, std::generic_category ());
         }
     }
     ~look_up_t ()
     {
-        close (fds[0]);
-        if (fds[1] >= 0) {
-            close (fds[1]);
-        }
+        close (fd);
     }
 };
 using shared_look_up_t = std::shared_ptr<look_up_t>;
@@ -104,7 +100,7 @@ static found_t look_up (const std::string &host)
     return found;
 }
 
-// Leaves nothing open that those who wait would not close.
+// Those who wait continue after the unlocking, and then close the descriptor.
 static void finish (const std::string &host, shared_look_up_t look_up, const found_t &found)
 {
     std::lock_guard<std::mutex> lock (pending ().mutex);
@@ -113,9 +109,8 @@ static void finish (const std::string &host, shared_look_up_t look_up, const fou
         pending ().look_ups.erase (known);
     }
     look_up->found = found;
-    int done = std::exchange (look_up->fds[1], -1);
+    eventfd_write (look_up->fd, 1);
     look_up.reset ();
-    close (done);
 }
 
 // Joins the pending look-up of the name, or starts one. Throws std::system_error.
@@ -136,7 +131,7 @@ static shared_look_up_t begin_look_up (const std::string &host)
     return known = started;
 }
 
-// Waits until the write end of the pipe is closed.
+// Waits until the descriptor is readable.
 static q5_scan_step_t wait_for_end (q5_scan_wire_t &wire)
 {
     q5_scan_step_t step;
@@ -152,7 +147,7 @@ static q5_scan_step_t look_up_aside (q5_scan_wire_t &wire, const std::string &ho
     try {
         shared_look_up_t shared = begin_look_up (host);
         q5_scan_wire_t waiting = wire;
-        waiting.fd = shared->fds[0];
+        waiting.fd = shared->fd;
         q5_scan_step_t step = wait_for_end (waiting);
         wire.error = waiting.error;
         if (step == q5_scan_step_t::done) {

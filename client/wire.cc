@@ -46,6 +46,12 @@ q5_scan_step_t q5_scan_wire_t::fail ()
     return q5_scan_step_t::failed;
 }
 
+bool q5_scan_wire_t::is_cancelled () const
+{
+    pollfd fds = {cancel_fd, POLLIN, 0};
+    return poll (&fds, 1, 0) > 0;
+}
+
 q5_scan_step_t q5_scan_wire_t::wait (short events)
 {
     const q5_scan_deadline_t &first = std::min (deadline, total);

@@ -48,6 +48,7 @@ struct q5_scan_wire_t {
     // All bytes or none count; any kind of socket.
     q5_scan_step_t send (const void *bytes, size_t size);
     q5_scan_step_t receive (void *bytes, size_t size);
+    bool is_cancelled () const;
     // Until one of the poll events, at most until a deadline; sometimes less.
     q5_scan_step_t wait (short events);
 
