@@ -6,6 +6,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string>
+#include <vector>
 
 // The file, below the folder of the tests, holds this text; otherwise the test fails and shows how
 // they differ. Where the environment has Q5_RENEW the file is written first.
@@ -20,4 +21,19 @@ inline void expect_file (const std::string &file, const std::string &text)
     fwrite (text.data (), 1, text.size (), diff);
     EXPECT_EQ (pclose (diff), 0) << path
                                  << ": if the change is wanted, renew it (see CONTRIBUTING.md)";
+}
+
+// Items as short as "w16 01020 A000", several in a row.
+inline std::string in_rows (const std::vector<std::string> &items,
+                            const std::string &between = "  ")
+{
+    std::string text, row;
+    for (const std::string &item : items) {
+        if (row.size () + item.size () > 96) {
+            text += row + "\n";
+            row.clear ();
+        }
+        row += (row.empty () ? "" : between) + item;
+    }
+    return text + row + "\n";
 }

@@ -310,17 +310,24 @@ TEST_F (daemons, wrong_ones_are_noticed_and_right_ones_work)
     std::ifstream table (Q5_EXPECTED "/chassis/daemons.txt");
     std::string text;
     for (std::string line; std::getline (table, line) && line != "Remarks";) {
-        std::string row = line.substr (0, line.find (" => "));
-        std::string kind = row.substr (0, 6), changes = row.size () > 6 ? row.substr (6) : "";
-        bool judged = kind == "right " || kind == "wrong ", is_row = !row.empty () && row[0] != '#';
-        std::string verdict = judged ? days (changes) : is_row ? outcome (row) : "";
-        text += row + (is_row ? " => " + verdict : "") + "\n";
-        EXPECT_TRUE (!judged || (verdict == "right") == (kind == "right ")) << row << verdict;
+        if (line.empty () || line[0] == '#') {
+            text += line + "\n";
+            continue;
+        }
+        std::string list = line.substr (0, line.find (" => ")), kind = list.substr (0, 6);
+        bool judged = kind == "right " || kind == "wrong ";
+        std::istringstream rows (judged ? list.substr (6) : list);
+        std::string last;
+        for (std::string row; std::getline (rows >> std::ws, row, ';');) {
+            std::string verdict = judged ? days (row) : outcome (row);
+            text += verdict == last ? "; " : last.empty () ? "" : " => " + last + "\n";
+            text += (judged && verdict != last ? kind : "") + row;
+            last = verdict;
+            EXPECT_TRUE (!judged || (verdict == "right") == (kind == "right ")) << row << verdict;
+        }
+        text += " => " + last + "\n";
     }
-    text += "Remarks\n";
-    for (const std::string &remark : said) {
-        text += remark + "\n";
-    }
+    text += "Remarks\n" + in_rows ({said.begin (), said.end ()}, "; ");
     expect_file ("chassis/daemons.txt", text);
 }
 

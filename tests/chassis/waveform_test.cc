@@ -32,20 +32,19 @@ struct waveform_test : board_test {
     }
 };
 
-// The changes of one moment are a word, "#1000001 0s"; several words a line.
+// The changes of one moment are one item: "#1000001 0s".
 static std::string compact (const std::string &dump)
 {
     std::istringstream lines (dump);
-    std::string text, row;
+    std::vector<std::string> moments = {""};
     for (std::string line; std::getline (lines, line);) {
-        bool begins = line[0] == '$' || (line[0] == '#' && row.size () > 80);
-        if (begins) {
-            text += row + "\n";
-            row.clear ();
+        if (line[0] == '$' || line[0] == '#') {
+            moments.push_back (line);
+        } else {
+            moments.back () += " " + line;
         }
-        row += (row.empty () ? "" : line[0] == '#' ? "  " : " ") + line;
     }
-    return text + row + "\n";
+    return in_rows (moments);
 }
 
 // Every wire at every moment, of: a low stop bit before the next start bit; a break; a card that
