@@ -179,21 +179,6 @@ class door_test : public chassis_test {
     }
 };
 
-TEST_F (door_test, each_access_arrives_once_at_its_width)
-{
-    at<uint32_t> (0x1000) = htobe32 (0x81828384);
-    at<uint16_t> (0x1004) = htobe16 (0x8586);
-    at<uint8_t> (0x1006) = 0x87;
-    EXPECT_EQ (at<uint32_t> (0x1000), htobe32 (0x81828384));
-    EXPECT_EQ (at<uint16_t> (0x1004), htobe16 (0x8586));
-    EXPECT_EQ (at<int8_t> (0x1006), -0x79);
-    EXPECT_EQ (be64toh (at<uint64_t> (0x1000)) >> 8, 0x81828384858687u);
-    EXPECT_EQ (log->lines,
-               (std::vector<std::string>{"w32 01000 81828384", "w16 01004 8586", "w8 01006 87",
-                                         "r32 01000 81828384", "r16 01004 8586", "r8 01006 87",
-                                         "r32 01000 81828384", "r32 01004 85868700"}));
-}
-
 #ifdef __x86_64__
 TEST_F (door_test, names_the_instruction_that_it_does_not_know)
 {
