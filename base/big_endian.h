@@ -1,4 +1,4 @@
-// Big-endian words, as they lie on the wire, in the device's memory and in buffer descriptors.
+// Big-endian words, as on the wire, in the device's memory and in buffer descriptors.
 #pragma once
 
 #include <endian.h>

@@ -2,8 +2,8 @@
 // header first; those beside it build on it.
 //
 // Nothing here keeps state between calls: any number of threads may exchange batches at once, each
-// with requests of its own; settings may be shared while nobody changes them. No signal is raised
-// or needs handling, and an interrupted system call is continued.
+// with requests of its own; settings may be shared while no thread changes them. No signal is
+// raised or needs handling, and an interrupted system call is continued.
 #pragma once
 
 #include "net/exception.h"

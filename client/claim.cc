@@ -31,7 +31,7 @@ static q5_scan_outcome_t exchange_one (const q5_scan_settings_t &settings,
     return outcome;
 }
 
-// Whether the daemon cannot have got the batch. One that was dropped may still be in a proxy.
+// Whether the daemon cannot have received the batch. A dropped one may still be in a proxy.
 static bool was_never_sent (q5_scan_state_t state)
 {
     return state == q5_scan_state_t::unknown_host || state == q5_scan_state_t::no_connection ||

@@ -2,7 +2,7 @@
 //
 //   q5_scan_claim_t claim (settings);
 //   if (claim.held) {
-//       q5_scan_exchange (claim.settings, requests); // nobody else's requests in between
+//       q5_scan_exchange (claim.settings, requests); // no other client's requests in between
 //   }
 //
 // Batches with its settings, q5_scan_exchange's and q5_scan_fetch's, are one conversation: each
@@ -27,7 +27,7 @@
 #include <string>
 #include <sys/types.h>
 
-// A client id that nobody has picked by hand: random, more than 0, and not 2. Throws
+// A client id that is unlikely to be in use: random, more than 0, and not 2. Throws
 // std::runtime_error on a system without random numbers.
 int32_t q5_scan_fresh_id ();
 

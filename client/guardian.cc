@@ -83,7 +83,7 @@ static void close_others (int most_descriptor)
     _exit (0);
 }
 
-// The child of a child, in a session of its own: nobody has to wait for it. Returns 0 or errno.
+// A grandchild, in a session of its own, so that the program need not reap it. Returns 0 or errno.
 static int fork_guardian (const duty_t &duty)
 {
     pid_t child = _Fork ();
@@ -129,7 +129,7 @@ int q5_scan_start_guardian (const sockaddr_in &address, const std::vector<uint8_
 
 void q5_scan_dismiss_guardian (int fd)
 {
-    // Somebody may have killed the guardian: then the signal of the broken pipe is taken here.
+    // The guardian may have been killed: then the SIGPIPE of this write is taken here.
     sigset_t broken_pipe, before, pending;
     sigemptyset (&broken_pipe);
     sigaddset (&broken_pipe, SIGPIPE);

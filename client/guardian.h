@@ -10,5 +10,5 @@
 // system has no descriptor or no process for it.
 int q5_scan_start_guardian (const sockaddr_in &address, const std::vector<uint8_t> &batch);
 
-// Sends the guardian home, and closes the descriptor.
+// Dismisses the guardian, and closes the descriptor.
 void q5_scan_dismiss_guardian (int fd);

@@ -47,7 +47,7 @@ static int32_t number_of (string_view part)
     return static_cast<int32_t> (value);
 }
 
-// All 0 for a text that is no date: it needs a month, a day, a year and three more parts.
+// All 0 for a text that is not a date: it needs a month, a day, a year and three more parts.
 static date_t date_of (string_view text)
 {
     date_t date = {};

@@ -1,6 +1,6 @@
 // A typed message of a card, decoded into fields.
 //
-//   typed message = n letter*n payload     each letter stands for one field of the payload
+//   typed message = n letter*n payload     a letter is the type of one field of the payload
 #pragma once
 
 #include "client/types.h"

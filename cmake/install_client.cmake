@@ -1,5 +1,5 @@
 # What lets another build find the installed client library: a CMake package and a pkg-config file.
-# Both find their folders from where they lie, so that the tree may be installed or moved anywhere.
+# Both find their directories relative to themselves, so that the tree can be moved anywhere.
 include (CMakePackageConfigHelpers)
 
 set (package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/q5_scan)

@@ -66,7 +66,7 @@ class q5_scan_client_t : public kp_client_t {
     char *version_type (const char *version, char *type) const;
 
     // Copies the build date ("Jan 12 2004 10:22:33") out of an identity text: the two lines after
-    // the first "Compiled on:" line, with a blank between them; one alone as it stands. Returns
+    // the first "Compiled on:" line, with a blank between them; one alone as it is. Returns
     // `date`, with room as above. Throws exception_t when the text has no "Compiled on:" line.
     char *version_date (const char *version, char *date) const;
 

@@ -12,7 +12,7 @@ struct q5_scan_buffer_t {
 };
 
 // Fetch, then for each slot of interest begin its typed message or its raw block and take the
-// fields in the order that the type letters give. What a letter stands for is agreed between the
+// fields in the order that the type letters give. What a letter means is agreed between the
 // program and the cards.
 //
 //   typed message = n letter*n payload     n is signed: a letter count above 127 is negative

@@ -1,5 +1,5 @@
-// Stands in for the C++ runtime's own last words, which name the exception's type and for that
-// bring the demangler, half of the daemon's size. No exception but exception_t is ever expected.
+// Replaces the C++ runtime's terminate handler, which prints the exception's type and so links the
+// demangler, half of the daemon's size. No exception but exception_t is ever expected.
 #include <exception>
 #include <stdio.h>
 #include <stdlib.h>

@@ -3,7 +3,7 @@
 
 #include <chrono>
 
-// From its creation to its end these signals only leave the note. One at a time.
+// While one exists these signals only leave the note. One at a time.
 class interrupt_t {
   public:
     interrupt_t ();

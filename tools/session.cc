@@ -82,7 +82,7 @@ failure_t failure_of (const q5_scan_outcome_t &outcome)
             advice_for (outcome.state)};
 }
 
-// The whole exchange, until Ctrl-C; the requests tell what was answered.
+// The whole exchange, until Ctrl-C; the requests say what was answered.
 static report_t exchange (const globals_t &globals, std::vector<q5_scan_request_t> &requests,
                           const q5_scan_on_reply_t &on_reply)
 {

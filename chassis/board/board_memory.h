@@ -8,7 +8,7 @@
 
 class board_memory_t {
   public:
-    // Throws std::system_error when the system gives no memory.
+    // Throws std::system_error when there is not enough memory.
     explicit board_memory_t (const board_t &board);
     ~board_memory_t ();
     board_memory_t (const board_memory_t &) = delete;
@@ -39,7 +39,7 @@ class board_memory_t {
     // The byte at a physical address; null where the board has no memory.
     uint8_t *physical (uint32_t address);
 
-    // Whether [phys, phys + length) lies in the internal memory map; in the pages of the buffers.
+    // Whether [phys, phys + length) is in the internal memory map; in the pages of the buffers.
     static bool is_internal (uint64_t phys, uint64_t length);
     bool is_buffers (uint64_t phys, uint64_t length) const;
 

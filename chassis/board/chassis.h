@@ -21,7 +21,7 @@ class chassis_t final : public register_file_t {
   public:
     // Throws std::invalid_argument for a BRGCLK of 0 Hz, std::system_error without memory.
     explicit chassis_t (chassis_settings_t settings);
-    // Takes away the views that `map` gave.
+    // Unmaps the views that `map` returned.
     ~chassis_t ();
     chassis_t (const chassis_t &) = delete;
     chassis_t &operator= (const chassis_t &) = delete;
@@ -31,7 +31,7 @@ class chassis_t final : public register_file_t {
     // Called before a slot is selected: at each falling edge of the strobe, and when the code
     // changes under the low strobe. May be empty.
     std::function<void ()> before_select;
-    // Adds a watcher, which must outlive the chassis.
+    // Adds an observer, which must outlive the chassis.
     void observe (chassis_observer_t *observer);
 
     // Lets time pass: what the program asked to sleep.

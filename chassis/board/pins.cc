@@ -12,7 +12,7 @@ static bool all_clear (const board_memory_t &memory, uint32_t offset, uint32_t b
     return (memory.read32 (offset) & bits) == 0;
 }
 
-// PSOR has no effect on a pin of general purpose.
+// PSOR has no effect on a general-purpose pin.
 bool select_pins_drive (const board_memory_t &memory)
 {
     constexpr uint32_t pins = PC24 | PC25_PC31;

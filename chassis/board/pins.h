@@ -12,5 +12,5 @@ bool rxd3_is_connected (const board_memory_t &memory);
 bool rxd3_reads_latch (const board_memory_t &memory);
 // PC11 is CTS3. Otherwise the controller sees CTS asserted.
 bool cts3_is_connected (const board_memory_t &memory);
-// The boot firmware's set-up of PC11, whatever the memory holds.
+// The boot firmware's set-up of PC11, whatever is in the memory.
 void set_cts3 (board_memory_t &memory, bool connected);

@@ -153,7 +153,7 @@ struct area_t {
 };
 } // namespace
 
-// What is no known register (chapter "Memory Map").
+// Everything but the known registers (chapter "Memory Map").
 static constexpr area_t areas[] = {
     {0x04000, false, false, true, "dual-port RAM that the driver did not reserve"},
     {0x08000, false, true, true, "reserved memory"},

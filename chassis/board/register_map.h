@@ -1,5 +1,5 @@
 // The registers that the model knows, by offset: their names in the manual, whose their bits are,
-// what they hold after reset, and what an access does beside reading or storing.
+// what they hold after reset, and what an access does besides reading or storing.
 #pragma once
 
 #include <stdint.h>
@@ -28,7 +28,7 @@ struct known_register_t {
     effect_t on_write = effect_t::none;
 };
 
-// The register that the offset lies in; null: none that is known.
+// The register that contains the offset; null: none that is known.
 const known_register_t *find_register (uint32_t offset);
 // Its name; empty where there is none.
 const char *name_at (uint32_t offset);

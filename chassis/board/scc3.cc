@@ -9,7 +9,7 @@ constexpr uint32_t samples_a_bit = 16;
 constexpr size_t long_fifo = 32;
 
 namespace {
-// What the register holds under the mask; anything else is refused, or noted.
+// The expected bits under the mask; anything else is refused, or noted.
 struct rule_t {
     uint32_t offset;
     int width;

@@ -1,4 +1,4 @@
-// Who may watch a chassis, and what they are shown.
+// Callbacks for observers of a chassis.
 #pragma once
 
 #include "chassis/bus/line.h"
@@ -15,8 +15,8 @@ struct access_t {
     const char *name = ""; // of the register, as the manual has it; empty: memory
 };
 
-// Watches a chassis. The calls come in the order of time, a character's when it ends: its start may
-// lie before the last change of the pins.
+// Override what you need. The calls come in the order of time, a character's when it ends: its
+// start may precede the last change of the pins.
 struct chassis_observer_t {
     virtual void character (const line_character_t &) {}
     virtual void pins (uint64_t /*tick*/, const bus_pins_t &) {}
@@ -33,7 +33,7 @@ struct chassis_observer_t {
     ~chassis_observer_t () = default;
 };
 
-// All who watch one chassis, in the order in which they came.
+// The observers of one chassis, called in the order in which they were added.
 class observers_t final : public chassis_observer_t {
   public:
     // Must outlive this.

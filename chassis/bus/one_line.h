@@ -1,4 +1,4 @@
-// Messages for a terminal or a log: always one line, whatever a file or its name holds.
+// Messages for a terminal or a log: always one line, whatever a file or its name contains.
 #pragma once
 
 #include <string>

@@ -48,7 +48,7 @@ struct card_t {
     uint32_t delay = 100;               // microseconds from the end of the request to the answer
     uint8_t address = 0x5A;             // the address character that opens the answer
     fault_t fault = fault_t::none;
-    uint32_t fault_at = 0; // index of the data byte that the fault strikes; past the end: the last
+    uint32_t fault_at = 0; // index of the data byte that the fault hits; past the end: the last
     uint32_t gap = 0;      // microseconds between the characters of an answer
     uint32_t bit_rate = 0; // bit/s; 0: the rate at which this slot is run (see chassis_settings_t)
 

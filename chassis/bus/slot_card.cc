@@ -39,7 +39,7 @@ line_fault_t slot_card_t::hear (const line_character_t &character)
     if (is_sending (character.start)) {
         return fault;
     }
-    current_.reset (); // there was more to come: what it meant to answer was no request
+    current_.reset (); // there was more to come: what it meant to answer was not a request
     if (fault != line_fault_t::none) {
         spoiled_ = true;
     } else {
@@ -134,7 +134,7 @@ static line_fault_t line_fault_of (fault_t fault)
     }
 }
 
-// Without a data byte to strike, the closing address is struck. After a break the card is done.
+// Without a data byte to hit, the closing address is hit. After a break the card is done.
 void slot_card_t::strike (fault_t fault, uint32_t at)
 {
     line_fault_t how = line_fault_of (fault);

@@ -39,7 +39,7 @@ waveform_t::waveform_t (int fd, uint32_t brgclk) : fd_ (fd), brgclk_ (brgclk), t
     write_out ();
 }
 
-// Each for itself: no rounding adds up.
+// Each rounded by itself, so that errors do not add up.
 uint64_t waveform_t::nanoseconds (uint64_t tick) const
 {
     return switched_on + tick / brgclk_ * nanoseconds_a_second +

@@ -2,8 +2,8 @@
 // the decoders of a logic analyser: slot_code (PC25 to PC31), strobe (PC24), TXD3, RXD3
 // and CTS3, in nanoseconds since the chassis was switched on.
 //
-// The program changes pins in no time at all. Such changes are shown a nanosecond apart, as far as
-// the tick of BRGCLK reaches in which they happen, so that their order can be seen.
+// The program changes pins in no emulated time. Such changes are shown a nanosecond apart, within
+// the tick of BRGCLK in which they happen, so that their order can be seen.
 #pragma once
 
 #include "chassis/bus/observer.h"
@@ -16,8 +16,8 @@ class waveform_t final : public chassis_observer_t {
   public:
     // Writes to the descriptor, which it does not own and which nothing else writes to. `brgclk`:
     // Hz. Whole lines are written at a time, up to a time stamp before which nothing more will
-    // change: whenever the program is ended, what is in the file is a whole dump. When the file
-    // cannot take more the dump ends, with a line on standard error.
+    // change: the file is a valid dump whenever the program ends. When the file cannot take more
+    // the dump ends, with a line on standard error.
     waveform_t (int fd, uint32_t brgclk);
 
     void character (const line_character_t &character) override;

@@ -97,7 +97,7 @@ static std::vector<uint8_t> typed_message (const section_t &section)
     return message;
 }
 
-// The one of hex, text and types that is given; empty: none, the answer is an echo alone.
+// The given one of hex, text and types; empty: none, the answer is only an echo.
 static std::string answer_form (const section_t &section, bool echo)
 {
     if (section.has ("fields") && !section.has ("types")) {

@@ -4,12 +4,12 @@
 #include "chassis/bus/settings.h"
 #include "chassis/file/chassis_file_error.h"
 
-// All three throw chassis_file_error_t. `name` stands for the file in messages.
+// All three throw chassis_file_error_t. `name` is what messages call the file.
 std::string read_chassis_text (const std::string &path);
 chassis_settings_t parse_chassis (const std::string &text, const std::string &name);
 chassis_settings_t load_chassis_file (const std::string &path);
 
-// The chassis that is played without a file.
+// The built-in chassis, used without a file.
 const char *builtin_chassis_text ();
 chassis_settings_t builtin_chassis ();
 

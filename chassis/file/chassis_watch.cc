@@ -18,8 +18,8 @@ static auto values (const board_t &b)
     return std::make_tuple (b.brgclk, b.device, b.cts3, b.buffer, b.dpram, b.cpcr, b.fill);
 }
 
-// Two edits in one tick of the file system's clock have the same stamp: it tells edits apart only
-// once the clock has moved well past it.
+// Two edits in one tick of the file system's clock have the same stamp, so a stamp identifies an
+// edit only once the clock has moved well past it.
 static bool is_settled (const struct stat &s)
 {
     struct timespec now;

@@ -1,4 +1,4 @@
-// Edits of a chassis file while it is played.
+// Edits of a chassis file while it is in use.
 #pragma once
 
 #include "chassis/bus/settings.h"
@@ -7,7 +7,7 @@
 #include <string>
 #include <sys/stat.h>
 
-// Notices edits of a chassis file. Asking costs one stat as long as nothing happens.
+// Notices edits of a chassis file. A check costs one stat while nothing has changed.
 // Construct it before the file is loaded, so that no edit falls between the two.
 class chassis_watch_t {
   public:

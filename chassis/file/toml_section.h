@@ -48,7 +48,7 @@ inline std::string whole_number (int64_t low, int64_t high)
 }
 
 // Every reading function leaves `value` alone when the key is not there, and
-// throws chassis_file_error_t when what is there does not fit.
+// throws chassis_file_error_t when its value is not valid.
 class section_t {
   public:
     section_t (const toml::table &table, std::string path, const std::string &file,

@@ -24,7 +24,7 @@ class message_error_t : public std::runtime_error {
 
 using field_t = std::variant<int64_t, std::string>;
 
-// Two digits a byte; white space may stand between bytes.
+// Two digits a byte; white space is allowed between bytes.
 std::vector<uint8_t> bytes_from_hex (const std::string &text);
 
 // The count byte and the letters. At most 127: readers take the count for a signed byte.

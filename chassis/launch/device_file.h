@@ -14,13 +14,13 @@ enum class device_t {
 // the end is followed.
 std::optional<device_t> device_at (int directory, const char *path, bool follow = true);
 
-// What a descriptor of an emulated device stands for. Its file is nothing that the system could
-// read, write or map: what the door does not answer fails.
+// A descriptor of an emulated device. The system cannot read, write or map its file: calls that the
+// door does not answer fail.
 struct device_file_t {
     device_t device;
     int flags; // as opened
 };
 
-// The name of the memory file behind such a descriptor: all who inherit or copy it know it by that.
+// The name of such a descriptor's memory file, by which copies and inherited ones are recognised.
 std::string device_file_name (const device_file_t &file);
 std::optional<device_file_t> device_file_of (int fd);

@@ -1,14 +1,14 @@
-// The program's way to the emulated board. Linked into a program or preloaded, it stands before the
+// The program's way to the emulated board. Linked into a program or preloaded, it interposes on the
 // C library's open, ioctl, mmap, usleep, nanosleep and bind: /dev/scanp, /dev/mem, sleeping and the
-// daemon's port belong to the attached chassis, everything else passes through to the C library.
+// daemon's port belong to the attached chassis; everything else passes through to the C library.
 #pragma once
 
 #include "chassis/board/chassis.h"
 
 #include <netinet/in.h>
 
-// The chassis behind the devices, which must outlive its being attached; null detaches. Without one
-// the door passes everything through.
+// Attaches the chassis that the devices belong to, which must live until it is detached; null
+// detaches. Without one the door passes everything through.
 void door_attach (chassis_t *chassis);
 
 // What to call at the first open of a device while no chassis is attached; it returns the chassis

@@ -60,8 +60,8 @@ int open_any (int directory, const char *path, int flags, int mode)
                                                     : next_openat (directory, path, flags, mode);
 }
 
-// The system refuses all reading and writing of such a descriptor, but not as the driver does: that
-// has no such operation. /dev/mem of a board has: programs are told that they find no board here.
+// The system refuses all reading and writing of such a descriptor, but with another errno than the
+// driver, which has no such operation. /dev/mem of a board has it, so its use gets a message here.
 int64_t without_devices (const char *call, int fd, int error, int64_t result)
 {
     if (result >= 0 || errno != EBADF) {

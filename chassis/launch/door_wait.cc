@@ -63,7 +63,7 @@ static uint64_t monotonic_nanoseconds ()
     return static_cast<uint64_t> (now.tv_sec) * SECOND + static_cast<uint64_t> (now.tv_nsec);
 }
 
-// Once: programs that wait so do it all the time.
+// Once: programs that wait this way do it all the time.
 static void note_standing_bus ()
 {
     static bool is_noted;

@@ -17,7 +17,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-// The program cannot go on without its board.
+// The program cannot continue without its board.
 [[noreturn]] static void fail (const std::string &why)
 {
     complain (why);
@@ -31,7 +31,7 @@ static std::string setting (const char *name)
 }
 
 namespace {
-// What the board has to say about the program; the program does not outlive its board.
+// Prints the board's remarks about the program; when the board stops, so does the program.
 struct console_t final : chassis_observer_t {
     void remark (uint64_t, const std::string &line, bool refused) override
     {

@@ -6,6 +6,6 @@
 std::string find_program (const std::string &name);
 
 // Why a library preloaded into `program` would not take effect, as a sentence for a person; empty
-// when nothing speaks against it. A script counts as good: its interpreter is what gets preloaded.
+// when it would. A script passes: its interpreter is what gets preloaded.
 // `library` is the preload library, for this machine.
 std::string preload_obstacle (const std::string &program, const std::string &library);

@@ -46,7 +46,7 @@ struct launch_error_t : std::runtime_error {
     int status;
 };
 
-// Leaves an empty file behind, so that an old one is never taken for this run's.
+// Leaves an empty file, so that an old one is never mistaken for this run's.
 static void prepare_output (const std::string &path, const std::string &other, const char *what)
 {
     if (path.empty () || path == "-") {
@@ -79,7 +79,7 @@ static void prepare_outputs (const launch_t &launch)
     prepare_output (launch.vcd, launch.registers, "the trace of the registers");
 }
 
-// In the build tree the library lies beside the launcher.
+// In the build tree the library is beside the launcher.
 static std::string find_library ()
 {
     fs::path directory = fs::read_symlink ("/proc/self/exe").parent_path ();

@@ -115,7 +115,7 @@ static device_view_t part_of (device_view_t view, uint8_t *begin, uint8_t *end)
     return view;
 }
 
-// Takes the pages out of the views; what lies before and after them stays.
+// Takes the pages out of the views; what is before and after them stays.
 void forget_pages (const void *begin, size_t length)
 {
     const pages_t pages (begin, length);

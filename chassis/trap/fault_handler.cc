@@ -34,7 +34,7 @@ static void forward (int signal, siginfo_t *info, void *context)
     abort ();
 }
 
-// A jump into the view is no access.
+// A jump into the view is not an access.
 static bool is_permitted (const device_view_t &view, const ucontext_t &context)
 {
     return find_trapped_view (program_counter (context)) == nullptr &&

@@ -325,7 +325,7 @@ void machine_t::set_condition (uint32_t number, bool less, bool greater)
     set (PT_CCR, (get (PT_CCR) & ~(15u << shift)) | value << shift);
 }
 
-// With the last bit of the instruction set, the first condition field tells of the result.
+// With the last bit of the instruction set, the first condition field describes the result.
 void machine_t::set_result (uint32_t place, uint32_t result)
 {
     set (place, result);
@@ -420,7 +420,7 @@ static uint32_t combined (int operation, uint32_t left, uint32_t right)
     }
 }
 
-// The odd ones of them take the upper half. andi. and andis. tell of the result.
+// The odd ones of them take the upper half. andi. and andis. set the condition field.
 bool machine_t::logic_immediate ()
 {
     uint32_t primary = word_ >> 26, right = (word_ & 0xFFFF) << (primary & 1 ? 16 : 0);
@@ -475,7 +475,7 @@ bool machine_t::shift ()
     return true;
 }
 
-// rlwimi, rlwinm, rlwnm. A mask whose end is before its begin goes round.
+// rlwimi, rlwinm, rlwnm. A mask whose end is before its begin wraps around.
 bool machine_t::rotate ()
 {
     uint32_t count = detail_ == by_register ? get (rb ()) & 31 : rb ();

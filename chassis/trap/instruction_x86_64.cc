@@ -214,7 +214,7 @@ constexpr row_t table[] = {
     {ZYDIS_MNEMONIC_LFENCE, &machine_t::nothing, 0},
     {ZYDIS_MNEMONIC_MFENCE, &machine_t::nothing, 0},
     {ZYDIS_MNEMONIC_SFENCE, &machine_t::nothing, 0},
-    // Those with a condition, which stand for sixteen mnemonics each.
+    // Those with a condition: sixteen mnemonics each.
     {ZYDIS_MNEMONIC_JZ, &machine_t::jump_if, 0},
     {ZYDIS_MNEMONIC_SETZ, &machine_t::set_if, 0},
     {ZYDIS_MNEMONIC_CMOVZ, &machine_t::move_if, 0},
@@ -295,8 +295,7 @@ static bool decode_operand (const ZydisDecodedOperand &from, operand_t &to)
     }
 }
 
-// A stack access or a branch of 16 bits, and what lies in another segment, is nothing of a
-// compiler.
+// No compiler emits a stack access or a branch of 16 bits, or an access to another segment.
 static bool is_ordinary (const ZydisDecodedInstruction &instruction)
 {
     bool has_stack_width = instruction.meta.branch_type != ZYDIS_BRANCH_TYPE_NONE ||
@@ -822,7 +821,7 @@ bool machine_t::nothing ()
     return true;
 }
 
-// The last bit of its number turns a condition round.
+// The last bit of its number inverts a condition.
 bool machine_t::condition () const
 {
     bool less = !(flags_ & flag_sign) != !(flags_ & flag_overflow);

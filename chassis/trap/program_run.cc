@@ -101,7 +101,7 @@ void return_to_run ()
     }
 }
 
-// Null for plain memory, of which the stack that the handler itself stands on is none.
+// Null for plain memory; the handler's own stack does not count as such.
 const device_view_t *run_t::view_of (uintptr_t address, int width, int protection)
 {
     const device_view_t *view = find_trapped_view (address);
@@ -170,7 +170,7 @@ static void store_plain (uintptr_t address, int width, uint64_t value)
     }
 }
 
-// The number that lies in memory as `value` does in the big-endian memory of the board.
+// The number whose bytes in this machine's memory are those of `value` in the board's, big-endian.
 static uint64_t swapped_to_host (uint64_t value, int width)
 {
     return be64toh (value) >> (__BYTE_ORDER == __BIG_ENDIAN ? 0 : 8 * (8 - width));

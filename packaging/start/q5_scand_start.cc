@@ -1,5 +1,5 @@
-// Starts a program whose standard output and error wait for nobody: a message that the log does not
-// take at once is lost, and the program goes on. q5_scand_start PROGRAM [ARGUMENTS...]
+// Starts a program whose standard output and error never block: a message that the log does not
+// take at once is lost, and the program continues. q5_scand_start PROGRAM [ARGUMENTS...]
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>

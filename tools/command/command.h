@@ -1,4 +1,4 @@
-// What a command of q5_scan adds to the command line: its words, and the work that they choose.
+// What a command of q5_scan adds to the command line: its options, and the work that they select.
 #pragma once
 
 #include "tools/session.h"

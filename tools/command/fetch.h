@@ -60,8 +60,8 @@ row_t heading (const table_style_t &style = {});
 row_t row_of (const slot_report_t &slot, const table_style_t &style);
 bool is_shown (const slot_report_t &slot, const table_style_t &style);
 
-// Makes the lines fit the screen, if there is one: leaves out columns that say least, unless they
-// were chosen, and then cuts lines.
+// Makes the lines fit the screen, if there is one: leaves out the least important columns, unless
+// they were chosen, and then cuts lines.
 void fit (table_t &table, const table_style_t &style);
 
 // For a program, without the empty slots when `only_present`. The status is that of the failure;

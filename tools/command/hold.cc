@@ -47,7 +47,7 @@ static void set_environment (const q5_scan_settings_t &settings)
     setenv ("Q5_SCAN_PORT", std::to_string (settings.port).c_str (), 1);
 }
 
-// A command whose hold was killed has the bus no longer: it ends too.
+// When hold is killed its command no longer has the bus, so it ends too.
 [[noreturn]] static void become (std::vector<std::string> command, pid_t holder)
 {
     prctl (PR_SET_PDEATHSIG, SIGTERM);

@@ -13,7 +13,7 @@ using std::chrono::duration_cast;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr size_t silent_part = 10; // of the silent slots, one in so many is asked in a round
+constexpr size_t silent_part = 10; // of the silent slots, one in this many is asked in a round
 
 struct watch_words_t {
     table_words_t table;

@@ -3,7 +3,7 @@
 //   SLOT INDEX NAME [SCALE] [signed|unsigned]
 //
 // one a line: the field with that index, counted from 1, of the slot's typed message is NAME, and
-// its number as the card sends it is multiplied by SCALE. Without a sign the letter's own holds.
+// its number as the card sends it is multiplied by SCALE. Without a sign the letter's own applies.
 // Everything after a # is a comment.
 #pragma once
 

@@ -8,13 +8,13 @@
 #include <string>
 #include <vector>
 
-// The parts between commas; none of no text.
+// The parts between commas; none for an empty text.
 std::vector<std::string> split (const std::string &text);
 
 // Each throws failure_t, with status_usage, for anything but what it names; `name` is what the
 // message calls the value.
 
-// A decimal or 0x number from `least` to `most`; a minus may stand before either form.
+// A decimal or 0x number from `least` to `most`; either form may have a minus.
 int32_t parse_number (const std::string &name, const std::string &text, int64_t least,
                       int64_t most);
 int32_t parse_slot (const std::string &text);                          // 0 to 31
@@ -36,6 +36,6 @@ std::chrono::milliseconds parse_seconds (const std::string &name, const std::str
                                          int32_t most);
 
 // Two hex digits a byte, with or without blanks between bytes; a group of digits may begin with 0x.
-// No text is no bytes.
+// An empty text gives no bytes.
 bytes_t parse_bytes (const std::string &name, const std::string &text, size_t most);
 bytes_t parse_bytes (const std::string &name, const std::vector<std::string> &texts, size_t most);

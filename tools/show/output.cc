@@ -120,7 +120,7 @@ std::string hex_lines (const bytes_t &bytes, size_t offset, const char *indent)
     return lines;
 }
 
-// How many bytes at the front take at most `width` columns, which then holds what they leave of it.
+// How many bytes at the front take at most `width` columns, which becomes the columns left over.
 static size_t front (const std::string &text, size_t *width)
 {
     size_t at = 0;
