@@ -110,15 +110,15 @@ bool q5_scan_claim_t::release ()
         // Dropped: another client has the bus, so it is no longer ours.
         owed = !outcome.answered () && outcome.state != q5_scan_state_t::dropped;
     }
-    held = held && owed;
-    problem.clear ();
     if (owed) {
         problem =
             "the bus may still be held by id " + std::to_string (settings.id) + ": " + outcome.text;
-    } else {
-        dismiss_guardian ();
+        return false;
     }
-    return !owed;
+    problem = held ? "" : problem; // of a claim that was never held
+    held = false;
+    dismiss_guardian ();
+    return true;
 }
 
 q5_scan_claim_t::~q5_scan_claim_t ()

@@ -16,7 +16,7 @@ namespace {
 
 constexpr int most_tries = 60;        // a second apart
 constexpr int connect_timeout = 2000; // milliseconds
-constexpr int reply_timeout = 30000;  // the daemon may have a whole batch to finish
+constexpr int reply_timeout = 600000; // the daemon may have many batches to finish
 constexpr int pause_between_tries = 1000;
 
 struct duty_t {
@@ -44,16 +44,19 @@ static bool connect_in_time (int fd, const sockaddr_in &address)
             getsockopt (fd, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0);
 }
 
-// Whether the daemon has dealt with it: answered, or dropped since the bus is not ours any more.
+// Whether the daemon has it, and deals with it when it comes to it: trying again would only take
+// another place in its queue. Keeps the connection until then.
 static bool release (const duty_t &duty)
 {
     int fd = socket (AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
     bool is_sent = fd >= 0 && connect_in_time (fd, duty.address) &&
                    send (fd, duty.batch.data (), duty.batch.size (), MSG_NOSIGNAL) ==
                        static_cast<ssize_t> (duty.batch.size ());
-    bool done = is_sent && wait_for (fd, POLLIN, reply_timeout);
+    if (is_sent) {
+        wait_for (fd, POLLIN, reply_timeout);
+    }
     close (fd);
-    return done;
+    return is_sent;
 }
 
 static void close_others (int most_descriptor)

@@ -61,7 +61,8 @@ static std::string advice_for (q5_scan_state_t state)
         return "Give --host an IPv4 address, or a name that resolves to one.";
     case q5_scan_state_t::no_connection:
     case q5_scan_state_t::timed_out_connecting:
-        return "Check that q5_scand runs there, and --host and --port; q5_scan doctor finds out more.";
+        return "Check that q5_scand runs there, and --host and --port; q5_scan doctor finds out "
+               "more.";
     case q5_scan_state_t::dropped:
         return "Wait until the holder releases the bus (--wait SECONDS), or be the holder with "
                "--id ID. If nobody holds it, read the log of q5_scand.";

@@ -183,15 +183,19 @@ class _Guardian:
         address = _Exchange(holder).address()
         source = pkgutil.get_data(__package__, "_guardian.py") or b""
         words = [sys.executable, "-ISc", source.decode(), address, str(holder.port), str(holder.id)]
-        self.process = subprocess.Popen(
-            words,
-            bufsize=0,
-            stdin=subprocess.PIPE,
-            stdout=subprocess.DEVNULL,
-            stderr=subprocess.DEVNULL,
-            cwd="/",
-            start_new_session=True,
-        )
+        try:
+            self.process = subprocess.Popen(
+                words,
+                bufsize=0,
+                stdin=subprocess.PIPE,
+                stdout=subprocess.DEVNULL,
+                stderr=subprocess.DEVNULL,
+                cwd="/",
+                start_new_session=True,
+            )
+        except OSError as error:
+            what = f"no guardian can be started for the claim ({error})"
+            raise Error(what, "claim", "Check sys.executable and the limit of processes.") from error
         _Guardian.in_use.add(self)
 
     def __enter__(self) -> _Guardian:
@@ -341,8 +345,14 @@ class _Exchange:
             connection.sendall(out)
         except socket.timeout:
             self.bound(connection, 0, "the daemon to read the batch")
-        except OSError as error:
+        except (ConnectionResetError, BrokenPipeError) as error:
             raise self.dropped(error.strerror or str(error)) from error
+        except OSError as error:
+            raise BrokenOffError(
+                f"the batch was not sent as a whole ({error.strerror or error})",
+                self.where,
+                "Check the network.",
+            ) from error
 
     def dropped(self, reason: str) -> DroppedError:
         return DroppedError(

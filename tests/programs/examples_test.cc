@@ -70,11 +70,13 @@ static outcome_t run_example (const shell_t &shell, const std::string &command)
     if (!ends_with_daemon) {
         return shell.run ("{ " + command + "\n} 2>&1");
     }
+    const std::string listen = "--listen ";
+    size_t at = command.find (listen);
+    std::string host = at == command.npos ? "127.0.0.1" : command.substr (at + listen.size ());
     return shell.run (command + " >log 2>&1 & daemon=$!\n" +
-                      "for i in $(seq 100); do\n"
-                      "host=$(sed -n 's/^q5_chassis: listening on //p' log)\n"
-                      "q5_scan --host ${host:-127.0.0.1} run 3 51 >answer 2>&1 && break; sleep 0.1\n"
-                      "done\nkill $daemon; wait $daemon; grep -q relay answer || cat log answer");
+                      "for i in $(seq 100); do q5_scan --host " + host.substr (0, host.find (' ')) +
+                      " run 3 51 >answer 2>&1 && break; sleep 0.1; done\n"
+                      "kill $daemon; wait $daemon; grep -q relay answer || cat log answer");
 }
 
 static bool matches (const std::string &shown, const std::string &output)
