@@ -13,7 +13,7 @@
 
 using registers_t = std::vector<long long>;
 
-// The target's, on a context as the target has it; a word lies in this machine's order.
+// The target's, on a context as the target has it; a word is in this machine's order.
 #define PT_NIP 32
 #define PT_CTR 35
 #define PT_LNK 36
@@ -51,7 +51,7 @@ struct accesses_t final : program_memory_t {
     }
 };
 
-// The code lies where memory ends; `registers` are those of the context.
+// The code is where memory ends; `registers` are those of the context.
 template <typename context_t>
 static void check (context_t &context, long long *registers, size_t num_registers, int counter,
                    const bytes_t &code)

@@ -1,5 +1,5 @@
-// An emulated board and chassis under the device layer, set up, and watched: what holds of all that
-// a chassis tells, whatever happens to it.
+// An emulated board and chassis under the device layer, set up, and observed: the invariants of
+// what a chassis reports, whatever happens to it.
 #pragma once
 
 #include "chassis/board/chassis.h"
@@ -68,7 +68,7 @@ struct board_under_test_t final : chassis_observer_t {
     {
         REQUIRE (std::exchange (told, tick) <= tick && tick <= chassis.now ());
     }
-    // "WHAT is VALUE: WHY (what the program is doing)", and nothing behind a refusal.
+    // "WHAT is VALUE: WHY (what the program is doing)", and nothing after a refusal.
     void remark (uint64_t, const std::string &line, bool stops) override
     {
         REQUIRE (!std::exchange (refused, stops));

@@ -4,7 +4,7 @@
 #include "tests/require.h"
 #include "tests/support.h"
 
-// An input, read from its front; behind its end all is 0.
+// An input, read from its front; after its end all is 0.
 class input_t {
   public:
     input_t (const uint8_t *data, size_t size) : next (data), end (data + size) {}

@@ -32,7 +32,7 @@ extern "C" int LLVMFuzzerTestOneInput (const uint8_t *data, size_t size)
             q5_scan_decode (message.data (), message.size (), q5_scan_usual_types ());
         REQUIRE (m.adds_up () && m.fields.size () == 2 && is_value (m.fields[1], value));
     } catch (message_error_t &e) {
-        const std::string line = one_line (e.what ()); // as the chassis file tells it
+        const std::string line = one_line (e.what ()); // as the chassis file reports it
         REQUIRE_SHOWING (is_one_line (line), line);
     }
     return 0;

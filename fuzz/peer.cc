@@ -5,7 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-static int ending; // errno behind what it sends: 0 its end, EAGAIN silence
+static int ending; // errno after what it sends: 0 its end, EAGAIN silence
 static bool is_slow;
 static int64_t pause_time; // for which it makes a client wait that is not idle
 static int64_t now = 0;    // nanoseconds

@@ -1,4 +1,4 @@
-// A daemon that may do anything, in the place of the network: what it sends lies in `wire`, for all
+// A daemon that may do anything, in the place of the network: what it sends is in `wire`, for all
 // connections, one after the other. No call waits: time passes only where a program would have
 // waited, and without end it may not.
 #pragma once

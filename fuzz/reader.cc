@@ -58,7 +58,7 @@ extern "C" int LLVMFuzzerTestOneInput (const uint8_t *data, size_t size)
     input_t input (data, size);
     bytes_t bytes (input.byte ());
     std::generate (bytes.begin (), bytes.end (), [&] { return input.byte (); });
-    // Before this one lies another, not the cursor: a negative letter count reaches there.
+    // Before this one is another, not the cursor: a negative letter count reaches there.
     q5_scan_buffer_t &typed = r.typed_buffers[1];
     std::fill (std::copy (bytes.begin (), bytes.end (), typed.data), std::end (typed.data), 0);
     typed.count = bytes.size ();

@@ -4,8 +4,8 @@
 #include "fuzz/fuzz.h"
 #include "tests/served_session.h"
 
-// The peer as an input tells it: how it reads and writes; id, count and headers, the transmit bytes
-// that they ask for, and then often some more, or not all of it.
+// The peer as an input describes it: how it reads and writes; id, count and headers, the transmit
+// bytes that they ask for, and then often some more, or not all of it.
 inline void read_peer (input_t &input)
 {
     uint8_t how = input.byte ();

@@ -1,4 +1,4 @@
-// Cases kept as a file of lines "INPUT => OUTPUT", in which \n, \0 and \xNN stand for bytes.
+// Cases kept as a file of lines "INPUT => OUTPUT", in which \n, \0 and \xNN are bytes.
 #pragma once
 
 #include "base/hex.h"
@@ -34,7 +34,7 @@ inline std::string escaped (const std::string &bytes)
     return text;
 }
 
-// Each input gives the output that stands behind it. A line that begins with # is a comment.
+// Each input gives the output after it. A line that begins with # is a comment.
 inline void expect_cases (const std::string &file,
                           const std::function<std::string (const std::string &)> &output_of)
 {

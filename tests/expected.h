@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-// The file, below the folder of the tests, holds this text; otherwise the test fails and shows how
+// The file, below the tests' directory, has this text; otherwise the test fails and shows how
 // they differ. Where the environment has Q5_RENEW the file is written first.
 inline void expect_file (const std::string &file, const std::string &text)
 {

@@ -1,4 +1,4 @@
-// A server that keeps to a script, session by session, and records every byte that clients send.
+// A server that follows a script, session by session, and records every byte that clients send.
 #pragma once
 
 #include "net/kp_server.h"
@@ -39,7 +39,7 @@ class fake_server_t {
   public:
     int port = 0;
 
-    // Nobody is served after the last session.
+    // No client is served after the last session.
     explicit fake_server_t (const std::vector<session_t> &sessions)
         : listener (listen_on_loopback (8, &port)), service ([this, sessions] { serve (sessions); })
     {}

@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-// Ends the run with the property's text, and what else may help, unless it holds.
+// Aborts with the property's text, and what else may help, unless the property is true.
 #define REQUIRE(property) REQUIRE_SHOWING (property, "")
 #define REQUIRE_SHOWING(property, shown)                                                           \
     if (!(property)) {                                                                             \

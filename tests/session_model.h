@@ -1,4 +1,4 @@
-// A session as the daemon's clients may rely on it: which check refuses the batch, which transfers
+// A session as it is documented for clients: which check refuses the batch, which transfers are
 // run, who holds the bus afterwards, and each byte of the reply.
 #pragma once
 
@@ -8,7 +8,7 @@
 
 struct session_model_t {
     int32_t owner = 0;              // the id that holds the bus; 0: nobody
-    bytes_t rxbuf = bytes_t (4097); // what transfers left behind
+    bytes_t rxbuf = bytes_t (4097); // what transfers left there
 
     // A request's 16 bytes and its transmit bytes: fills rxbuf, returns the result.
     using transfer_t =

@@ -1,6 +1,6 @@
 # What tests of whole programs and of the network share.
 
-# Outputs that are kept as files and compared whole. Written anew by the target `renew`.
+# Expected outputs, kept as files and compared whole. Rewritten by the target `renew`.
 add_compile_definitions (Q5_SOURCES="${PROJECT_SOURCE_DIR}"
     Q5_EXPECTED="${CMAKE_CURRENT_SOURCE_DIR}")
 if (NOT CMAKE_CROSSCOMPILING)

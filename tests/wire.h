@@ -10,7 +10,7 @@ constexpr int wire_fd = 1 << 20;
 struct wire_t {
     bytes_t sent;            // by the peer, who then ends the stream
     size_t chunk = SIZE_MAX; // bytes that one call moves at the most, at least 1
-    size_t room = SIZE_MAX;  // bytes that the peer takes before it is gone
+    size_t room = SIZE_MAX;  // bytes that the peer takes before it leaves
     size_t num_read = 0;
     bytes_t received; // by the peer
 };

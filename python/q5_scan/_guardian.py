@@ -15,7 +15,7 @@ def release(address: str, port: int, id: int) -> None:
     with socket.create_connection((address, port), 10) as connection:
         connection.settimeout(30)  # the daemon may still work on the holder's last batch
         connection.sendall(batch)
-        connection.recv(4)  # a result, or the end: somebody else has the bus
+        connection.recv(4)  # a result, or the end: another client has the bus
 
 
 def main() -> None:

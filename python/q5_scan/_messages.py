@@ -30,7 +30,7 @@ class Type:
             raise UsageError(f"'{self.kind}' is not a type", "types", f"The types are {kinds}.")
 
 
-# By letter: the types of its first field in a message, its second, and so on; the last one holds for
+# By letter: the types of its first field in a message, its second, and so on; the last one is for
 # all that follow. A letter without a type ends the decoding.
 Types = Mapping[str, Sequence[Type]]
 

@@ -8,7 +8,7 @@
 #include <time.h>
 #include <unistd.h>
 
-// The clock stands still: no stamp of a file is old enough to tell two edits apart.
+// The clock is stopped: no stamp of a file is old enough to distinguish two edits.
 extern "C" int clock_gettime (clockid_t, timespec *now) noexcept
 {
     *now = {0, 0};

@@ -151,12 +151,12 @@ TEST_F (chassis_test, a_trace_tells_what_happened)
     chassis->write (0x11A54, 2, 1);
     EXPECT_EQ (ask (3), -10) << "nothing moves any more";
     line_character_t character = {};
-    for (int i = 0; i < 8; i++) { // of all its faults the first few are told
+    for (int i = 0; i < 8; i++) { // of all its faults the first few are reported
         character.fault = i % 2 == 0 ? line_fault_t::framing : line_fault_t::noise;
         trace.character (character);
     }
     bus_pins_t pins = {16, true, 4, true, true};
-    for (bool strobe_low : {true, false, true}) { // what lasts is told once
+    for (bool strobe_low : {true, false, true}) { // what lasts is reported once
         pins.strobe_low = strobe_low;
         trace.pins (1000, pins);
     }
@@ -210,7 +210,8 @@ TEST_F (door_test, a_fault_of_the_programs_own_still_kills_it)
     EXPECT_DEATH (*static_cast<volatile uint8_t *> (closed) = 1, "");
     chassis->memory ().write (0, 4, 0xFFFFFFFF);
     auto not_abort = [] (int status) { return WTERMSIG (status) != SIGABRT; };
-    EXPECT_EXIT (reinterpret_cast<void (*) ()> (view) (), not_abort, "") << "a jump is no access";
+    EXPECT_EXIT (reinterpret_cast<void (*) ()> (view) (), not_abort, "")
+        << "a jump is not an access";
     auto map_without_descriptors = [] {
         for (int fd = 3; fd < 1024; fd++) {
             close (fd);

@@ -41,7 +41,7 @@ struct changes_t {
     }
 };
 
-// Stands between the daemon and the board and makes its accesses those of the other daemon.
+// Sits between the daemon and the board and makes its accesses those of the other daemon.
 struct meddler_t final : register_file_t {
     chassis_t &board;
     changes_t changes;

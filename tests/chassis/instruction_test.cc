@@ -39,7 +39,7 @@ template <typename value_t> value_t one_of (std::initializer_list<value_t> value
     return values.begin ()[engine () % values.size ()];
 }
 
-// A page of code, in which an instruction may lie every 64 bytes, then one of data, whose first
+// A page of code, in which an instruction may begin every 64 bytes, then one of data, whose first
 // bytes are in reach of the instructions.
 uint8_t *const code = static_cast<uint8_t *> (
     mmap (nullptr, 8192, PROT_READ | PROT_WRITE | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));

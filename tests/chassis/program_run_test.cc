@@ -105,7 +105,7 @@ TEST_F (program_run, makes_many_accesses_with_one_signal)
     EXPECT_LE (num_signals, 2);
 }
 
-// Below the frame in which the access stopped lies the signal's own.
+// Below the frame in which the access stopped is the signal's own.
 __attribute__ ((noinline)) uint32_t sum_below (int depth)
 {
     volatile uint32_t words[100];

@@ -18,7 +18,7 @@ struct waveform_test : board_test {
     {
         scan_port_transfer (slot, 0x33, 0, nullptr, 0, rx);
     }
-    // Asks slot 3; in the midst of a bit, so many microseconds later, does something.
+    // Asks slot 3; in the middle of a bit, that many microseconds later, does something.
     void ask_and_disturb (uint64_t when, std::function<void ()> what)
     {
         log->on_access = [=, done = false] (const access_t &a) mutable {

@@ -27,7 +27,7 @@ struct calls_t {
 };
 static thread_local calls_t calls;
 
-// Stands in for a call of the C library.
+// Replaces a call of the C library.
 #define STAND_IN(type, name, number, parameters, ...)                                              \
     type name parameters                                                                           \
     {                                                                                              \
@@ -69,7 +69,7 @@ int close (int fd)
     errno = calls.error;
     return calls.failing == "close" ? -1 : result;
 }
-// Knows a host that nobody answers for, one with many addresses, and some that it fails at.
+// Knows a host that does not answer, one with many addresses, and some that it fails at.
 int gethostbyname_r (const char *name, hostent *entry, char *buffer, size_t size, hostent **found,
                      int *error)
 {

@@ -1,4 +1,4 @@
-// Claims: who holds the bus for how long, whatever becomes of the program and of the daemon.
+// Claims: who holds the bus, and until when, whatever happens to the program and the daemon.
 #include "client/claim.h"
 #include "client/fetch.h"
 #include "tests/fake_server.h"

@@ -1,6 +1,6 @@
 // Runs the examples of README, docs and man pages, and compares what they show. In Markdown an
-// example is a ```console block, in a man page stands between .EX and .EE; its commands begin with
-// "$ ". A line "..." stands for any lines.
+// example is a ```console block, in a man page it is between .EX and .EE; its commands begin with
+// "$ ". A line "..." matches any lines.
 #include "tests/shell.h"
 
 #include <filesystem>

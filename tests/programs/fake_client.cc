@@ -1,8 +1,8 @@
 // fake_client [-b] [-c BYTES] [-n TIMES] [-r BYTES] [-p PORT] [-f ADDRESS] [-s] [-w FILE] [-e]
 // HEX...: sends these bytes to the daemon on port 1971, or who listens on PORT, and shows the reply
-// in words of 32 bits. -b: byte by byte; -c: in two pieces, the first of so many bytes; -n: TIMES
+// in words of 32 bits. -b: byte by byte; -c: in two pieces, the first of N bytes; -n: TIMES
 // times, shows the first reply and those that differ; -r: breaks the connection off, by a reset,
-// after so many bytes of the reply; -f: from this address; -s: with small segments and buffers; -w:
+// after N bytes of the reply; -f: from this address; -s: with small segments and buffers; -w:
 // reads only once FILE is there; -e: shows the number of bytes alone, and how the reply ended.
 #include "tests/support.h"
 
@@ -20,7 +20,7 @@ struct options_t {
     bool small = false;
     bool shows_end = false;
     int times = 1;
-    ssize_t break_off = -1; // after so many bytes
+    ssize_t break_off = -1; // after this many bytes
     int port = 1971;
     const char *from = "127.0.0.1";
     const char *awaited = "/";

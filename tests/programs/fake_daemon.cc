@@ -1,5 +1,5 @@
 // fake_daemon [HEX...] [+ HEX...] -- COMMAND...: runs the command against a daemon on port 1971
-// that answers with these bytes, whatever it is asked, and ends the connection; behind a + those
+// that answers with these bytes, whatever it is asked, and ends the connection; after a + those
 // for the next connection; there are no more. Then shows in words of 32 bits what each was sent.
 #include "tests/fake_server.h"
 

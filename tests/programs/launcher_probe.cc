@@ -1,5 +1,5 @@
-// A program for the launcher to become: ends with the given status and tells what reached it, or
-// tells what it reaches. Built as the preload library is, sanitizers and all.
+// A program for the launcher to become: exits with the given status and prints what reached it, or
+// prints what it reaches. Built as the preload library is, sanitizers and all.
 #include <chrono>
 #include <dlfcn.h>
 #include <errno.h>

@@ -1,5 +1,5 @@
 // Plays the sessions of a folder, tests/programs/transcripts, and compares what they print, whole;
-// writes them anew when the environment has Q5_RENEW. CONTRIBUTING.md describes their form.
+// rewrites them when the environment has Q5_RENEW. CONTRIBUTING.md describes their form.
 #include "tests/expected.h"
 #include "tests/shell.h"
 
@@ -24,8 +24,8 @@ static std::string replaced (std::string text, const std::string &part, const st
     return text;
 }
 
-// Output as the transcript has it: each line behind its mark, one that would read as something else
-// behind a backslash, control characters as their pictures.
+// Output as the transcript has it: each line after its mark, one that would read as something else
+// after a backslash, control characters as their pictures.
 static std::string shown (const std::string &output, const std::string &mark)
 {
     std::istringstream lines (output);

@@ -6,7 +6,7 @@
 
 int entry (); // the daemon's main
 
-// In place of the devices: shows how a broken pipe is met by then, and fails as nobody expects.
+// In place of the devices: shows how a broken pipe is handled by then, and fails unexpectedly.
 void scan_port_init ()
 {
     struct sigaction action;

@@ -59,7 +59,7 @@ TEST (image, does_with_each_text_what_the_file_says)
     });
     char whole[] = "xType: ", version[80] = "untouched";
     EXPECT_EQ (client.find_version (whole, 6, version), 1);
-    EXPECT_STREQ (version, "untouched") << "the mark is looked for in no byte behind the image";
+    EXPECT_STREQ (version, "untouched") << "the search for the mark stops at the end of the image";
 }
 
 TEST (image, checks_its_arguments)

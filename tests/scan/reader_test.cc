@@ -27,7 +27,7 @@ static const std::map<char, std::function<std::string (int)>> operations = {
     {'O', [] (int) { return r->bytes = own_bytes, "own bytes"; }},
 };
 
-// The same with where the cursor stands then, or why it threw: the cursor stays.
+// The same with where the cursor is then, or why it threw: the cursor stays.
 static std::string step (const std::string &word)
 {
     int n = word.size () > 1 ? std::stoi (word.substr (1)) : 0;

@@ -28,7 +28,7 @@ extern "C" ssize_t write (int fd, const void *bytes, size_t size)
     return syscall (SYS_write, fd, bytes, std::min (size, most_at_once));
 }
 
-// "3,51,-1": big-endian words; "b1,2": bytes; with "*N" behind them: as often.
+// "3,51,-1": big-endian words; "b1,2": bytes; with "*N" after them: N times.
 static bytes_t bytes_of (const std::string &token)
 {
     size_t star = std::min (token.find ('*'), token.size ());
