@@ -137,7 +137,7 @@ static std::vector<fs::path> guardians ()
         fs::path input = fs::read_symlink (process.path () / "fd/0", error);
         std::string name;
         std::ifstream (process.path () / "comm") >> name;
-        if (name == "q5_scan_guard" &&
+        if (name == "q5_scan_guard" && !input.empty () &&
             std::find (pipes.begin (), pipes.end (), input) != pipes.end ()) {
             found.push_back (process.path ());
         }
