@@ -58,7 +58,7 @@ class q5_scan_reader_t : public q5_scan_client_t {
 
     // Returns the text at the cursor, in place, and steps over its NUL. Throws only when the text
     // is longer than the whole payload, so the last one may run past the payload's end, and then
-    // the cursor stands beyond it.
+    // the cursor is beyond it.
     const char *get_string ();
 
     // Returns the next `count` bytes, in place, and steps over them. A negative count steps back.

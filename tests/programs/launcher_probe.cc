@@ -30,7 +30,7 @@ static int tell_environment (int status)
     return status;
 }
 
-static void tell (const std::string &what, long result)
+static void show (const std::string &what, long result)
 {
     const char *error = strerrorname_np (errno);
     printf ("%s: %s\n", what.c_str (), result == -1 ? error : std::to_string (result).c_str ());
@@ -47,7 +47,7 @@ static volatile uint8_t *map (int fd, size_t length, off_t phys, int flags = MAP
 static void tell_board (const std::string &what, int fd)
 {
     bool is_board = map (fd, 100, 0xF0000000) != nullptr && map (fd, 100, 0) == nullptr;
-    tell (what, fd >= 0 && is_board ? 1 : -1);
+    show (what, fd >= 0 && is_board ? 1 : -1);
     close (fd);
 }
 
@@ -72,7 +72,7 @@ static void tell_names ()
     int opened = open ("/dev/mem", O_RDWR), folder = open ("/dev", O_RDONLY);
     const std::string descriptor = "/proc/self/fd/" + std::to_string (opened);
     bool linked = symlink ("/dev/mem", "a") == 0 && symlink ("a", "b") == 0;
-    tell ("links", linked);
+    show ("links", linked);
     for (const char *name : {"//dev/mem", "/dev/../dev/./mem", "b", descriptor.c_str ()}) {
         tell_board (name == descriptor ? "descriptor" : name, open (name, O_RDWR));
     }
@@ -81,8 +81,8 @@ static void tell_names ()
     tell_board ("not through a link", open ("a", O_RDWR | O_NOFOLLOW));
     tell_board ("read only", open ("/dev/mem", O_RDONLY));
     tell_board ("a file", open ("/proc/self/exe", O_RDONLY));
-    tell ("as a folder", open ("/dev/mem", O_RDONLY | O_DIRECTORY));
-    tell ("as a new file", open ("/dev/mem", O_RDWR | O_CREAT | O_EXCL, 0600));
+    show ("as a folder", open ("/dev/mem", O_RDONLY | O_DIRECTORY));
+    show ("as a new file", open ("/dev/mem", O_RDWR | O_CREAT | O_EXCL, 0600));
 }
 
 static void tell_reading_and_writing ()
@@ -92,9 +92,9 @@ static void tell_reading_and_writing ()
         char zeros[64] = {};
         for (const char *name : {"read", "__read_chk", "pread", "pread64", "__pread_chk", "write",
                                  "pwrite", "pwrite64", "lseek", "lseek64", "ioctl"}) {
-            tell (name, static_cast<int> (call (name, fd, zeros, 1, 64, 64, 64)));
+            show (name, static_cast<int> (call (name, fd, zeros, 1, 64, 64, 64)));
         }
-        tell (device, map (fd, 4096, 0xF0000000) != nullptr);
+        show (device, map (fd, 4096, 0xF0000000) != nullptr);
     }
 }
 
@@ -102,25 +102,25 @@ static void tell_views ()
 {
     int fd = open ("/dev/mem", O_RDWR);
     volatile uint8_t *view = map (fd, 0x3FFFF, 0xF0000000);
-    auto *page = const_cast<uint8_t *> (view) + 0x2000; // the one behind the driver's bytes
+    auto *page = const_cast<uint8_t *> (view) + 0x2000; // the page after the driver's bytes
     view[0x3FFFF] = view[0x3FFFF], errno = EILSEQ, view[0x103F] = 0x34;
-    tell ("errno behind an access", -(errno == EILSEQ));
-    tell ("behind the length, in the page", view[0x3FFFF]);
-    tell ("past the end", map (fd, 0x40001, 0xF0000000) ? 0 : -1);
-    tell ("length 0", map (fd, 0, 0xF0000000) ? 0 : -1);
-    tell ("in a page", map (fd, 1, 0xF0000004) ? 0 : -1);
-    tell ("private", map (fd, 1, 0xF0000000, MAP_PRIVATE) ? 0 : -1);
-    tell ("a second mapping", mremap (page, 0, 4096, MREMAP_MAYMOVE) == MAP_FAILED ? -1 : 0);
-    tell ("mremap", mremap (page, 4096, 8192, MREMAP_MAYMOVE) == MAP_FAILED ? -1 : 0);
-    tell ("mprotect", mprotect (page - 4096, 4096, PROT_READ));
-    tell ("protected", view[0x103F]);
-    tell ("munmap", munmap (page, 4096));
-    tell ("mprotect of what is gone", mprotect (page, 4096, PROT_READ));
-    tell ("behind what is gone", view[0x3FFFF]);
-    tell ("another page there", mmap (page, 4096, PROT_READ | PROT_WRITE,
+    show ("errno behind an access", -(errno == EILSEQ));
+    show ("behind the length, in the page", view[0x3FFFF]);
+    show ("past the end", map (fd, 0x40001, 0xF0000000) ? 0 : -1);
+    show ("length 0", map (fd, 0, 0xF0000000) ? 0 : -1);
+    show ("in a page", map (fd, 1, 0xF0000004) ? 0 : -1);
+    show ("private", map (fd, 1, 0xF0000000, MAP_PRIVATE) ? 0 : -1);
+    show ("a second mapping", mremap (page, 0, 4096, MREMAP_MAYMOVE) == MAP_FAILED ? -1 : 0);
+    show ("mremap", mremap (page, 4096, 8192, MREMAP_MAYMOVE) == MAP_FAILED ? -1 : 0);
+    show ("mprotect", mprotect (page - 4096, 4096, PROT_READ));
+    show ("protected", view[0x103F]);
+    show ("munmap", munmap (page, 4096));
+    show ("mprotect of what is gone", mprotect (page, 4096, PROT_READ));
+    show ("behind what is gone", view[0x3FFFF]);
+    show ("another page there", mmap (page, 4096, PROT_READ | PROT_WRITE,
                                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) == page);
-    tell ("its own bytes", *page = 5);
-    tell ("two kinds of pages", mprotect (page, 8192, PROT_READ));
+    show ("its own bytes", *page = 5);
+    show ("two kinds of pages", mprotect (page, 8192, PROT_READ));
     view[0x103F] = 1;
 }
 
@@ -129,14 +129,14 @@ static void tell_real_memory ()
 {
     (void)!mknod ("real", S_IFCHR | 0600, makedev (1, 1));
     for (const char *name : {"real", "/dev/mem"}) {
-        tell ("real memory", syscall (SYS_openat, AT_FDCWD, name, O_RDONLY) < 0 ? 0 : 1);
+        show ("real memory", syscall (SYS_openat, AT_FDCWD, name, O_RDONLY) < 0 ? 0 : 1);
     }
     for (std::ifstream status ("/proc/self/status"); !status.eof ();) {
         std::string set;
         uint64_t capabilities = 0;
         status >> set >> std::hex >> capabilities;
         if (set == "CapPrm:" || set == "CapEff:") {
-            tell (set.substr (0, 6), capabilities >> 17 & 1); // CAP_SYS_RAWIO
+            show (set.substr (0, 6), capabilities >> 17 & 1); // CAP_SYS_RAWIO
         }
         status.clear ();
         status.ignore (10000, '\n');

@@ -1,4 +1,4 @@
-// What the letters of a typed message stand for, as a person types it, and fields as they are
+// What the letters of a typed message mean, as a person types it, and fields as they are
 // shown.
 #pragma once
 

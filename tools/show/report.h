@@ -54,5 +54,5 @@ std::string time_text ();
 std::string json_line (const origin_t &origin, const report_t &report);
 
 // Writes the report to standard output, and note and failure to standard error unless `as_json`.
-// Returns the exit status. A reader that has closed the pipe is no error; a full disk is.
+// Returns the exit status. A reader that has closed the pipe is not an error; a full disk is.
 int print (const origin_t &origin, const report_t &report, bool as_json);
