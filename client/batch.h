@@ -38,7 +38,7 @@ struct q5_scan_settings_t {
     // which a signal handler or another thread writes. -1: none.
     int32_t cancel_fd = -1;
     // Whether each batch begins with a claim by `id`, whose reply is checked and not shown, so that
-    // no request runs on a bus that is not ours: a daemon that restarted is claimed anew, and one
+    // no request runs on a bus that is not ours: a daemon that restarted is claimed again, and one
     // that another id holds drops the batch. Leaves MAX_REQUESTS - 1 requests. Set by a claim
     // (client/claim.h), which also ends what this begins.
     bool claims = false;

@@ -7,7 +7,7 @@
 //
 // Batches with its settings, q5_scan_exchange's and q5_scan_fetch's, are one conversation: each
 // proves the claim before its requests run (q5_scan_settings_t::claims). A daemon that restarted
-// meanwhile is claimed anew; when another client has the bus the batch is dropped, and none of it
+// meanwhile is claimed again; when another client has the bus the batch is dropped, and none of it
 // runs.
 //
 // Taking a claim starts a guardian, a second process that does nothing but wait for the end of this

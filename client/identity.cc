@@ -1,11 +1,11 @@
 #include "client/identity.h"
 
+#include "scan/q5_scan_client.h"
+
 #include <algorithm>
 #include <array>
 #include <errno.h>
 #include <fcntl.h>
-#include <limits>
-#include <string.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -18,47 +18,17 @@ constexpr string_view date_mark = "Compiled on:\n";
 
 using date_t = std::array<int32_t, 6>; // year, month, day, hour, minute, second
 
-// The next part of a date, empty when there is none.
-static string_view next_part (string_view &rest)
+// All 0 for a text that is not a date.
+static date_t date_of (const std::string &text)
 {
-    const char *const separators = " :\n";
-    rest.remove_prefix (std::min (rest.find_first_not_of (separators), rest.size ()));
-    string_view part = rest.substr (0, rest.find_first_of (separators));
-    rest.remove_prefix (part.size ());
-    return part;
-}
-
-// 0 for a name that is none.
-static int32_t month_of (string_view name)
-{
-    static constexpr string_view months = "Jan Feb Mar Apr May Jun Jul Aug Sep Oct Nov Dec ";
-    size_t at = name.size () == 3 ? months.find (name) : months.npos;
-    return at == months.npos || at % 4 != 0 ? 0 : static_cast<int32_t> (at / 4 + 1);
-}
-
-// The digits at the front, as far as they fit.
-static int32_t number_of (string_view part)
-{
-    int64_t value = 0;
-    for (size_t i = 0; i < part.size () && part[i] >= '0' && part[i] <= '9'; i++) {
-        value =
-            std::min<int64_t> (value * 10 + (part[i] - '0'), std::numeric_limits<int32_t>::max ());
+    static const q5_scan_client_t parser ("", 0);
+    int32_t month, day, year, hour, minute, second;
+    try {
+        parser.parse_date (text.c_str (), &month, &day, &year, &hour, &minute, &second);
+    } catch (exception_t &) {
+        return {};
     }
-    return static_cast<int32_t> (value);
-}
-
-// All 0 for a text that is not a date: it needs a month, a day, a year and three more parts.
-static date_t date_of (string_view text)
-{
-    date_t date = {};
-    for (size_t i : {1, 2, 0, 3, 4, 5}) {
-        string_view part = next_part (text);
-        date[i] = i == 1 ? month_of (part) : number_of (part);
-        if (part.empty () || (i < 3 && date[i] == 0)) {
-            return {};
-        }
-    }
-    return date;
+    return month == 0 ? date_t{} : date_t{year, month, day, hour, minute, second};
 }
 
 // The four strings at the front of the bytes, as lines; the end of the bytes ends a string too.

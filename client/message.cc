@@ -20,10 +20,10 @@ static void append_hex (std::string &text, uint8_t byte)
 std::string q5_scan_field_t::text () const
 {
     if (is_number ()) {
-        char digits[32];
-        char *end = type.scale == 1 ? std::to_chars (digits, digits + sizeof (digits), number).ptr
-                                    : std::to_chars (digits, digits + sizeof (digits), value).ptr;
-        return std::string (digits, end);
+        char digits[32], *last = digits + sizeof (digits);
+        return {digits, (type.scale == 1 ? std::to_chars (digits, last, number)
+                                         : std::to_chars (digits, last, value))
+                            .ptr};
     }
     if (type.kind == kind_t::string_field) {
         return string ();
@@ -38,12 +38,20 @@ std::string q5_scan_field_t::text () const
 
 const q5_scan_field_t *q5_scan_message_t::field (std::string_view name) const
 {
-    auto found = std::find_if (fields.begin (), fields.end (),
-                               [name] (const q5_scan_field_t &f) { return f.name () == name; });
-    return found == fields.end () ? nullptr : &*found;
+    for (const q5_scan_field_t &field : fields) {
+        if (field.name () == name) {
+            return &field;
+        }
+    }
+    return nullptr;
 }
 
 namespace {
+
+struct number_form_t {
+    size_t size; // in bytes
+    bool is_signed;
+};
 
 // The payload of one message, field by field.
 class payload_t {
@@ -61,56 +69,42 @@ class payload_t {
     const uint8_t *next;
     const uint8_t *end;
 
-    bool size_of (const q5_scan_type_t &type, size_t *size) const;
+    size_t size_of (const q5_scan_type_t &type) const;
 };
 
 } // namespace
 
-// What the field takes of the payload, the NUL of a string included; false when a string has none.
-bool payload_t::size_of (const q5_scan_type_t &type, size_t *size) const
+static number_form_t form_of (kind_t number)
 {
-    switch (type.kind) {
-    case kind_t::byte_field:
-    case kind_t::signed_byte_field:
-        *size = 1;
-        break;
-    case kind_t::short_field:
-    case kind_t::signed_short_field:
-        *size = 2;
-        break;
-    case kind_t::int_field:
-    case kind_t::unsigned_int_field:
-        *size = 4;
-        break;
-    case kind_t::string_field:
-        *size = std::find (next, end, 0) - next + 1;
-        break;
-    case kind_t::bytes_field:
-        *size = std::max (type.size, 0);
-        break;
-    case kind_t::rest_field:
-        *size = end - next;
-        break;
-    }
-    return *size <= static_cast<size_t> (end - next);
+    static constexpr number_form_t forms[] = {{1, false}, {1, true}, {2, false},
+                                              {2, true},  {4, true}, {4, false}};
+    return forms[static_cast<size_t> (number)];
 }
 
-static int64_t number_of (kind_t kind, const uint8_t *bytes, size_t size)
+// What the field takes of the payload, the NUL of a string included: more than is left when it has
+// none.
+size_t payload_t::size_of (const q5_scan_type_t &type) const
 {
-    uint32_t value = 0;
+    switch (type.kind) {
+    case kind_t::string_field:
+        return std::find (next, end, 0) - next + 1;
+    case kind_t::bytes_field:
+        return std::max (type.size, 0);
+    case kind_t::rest_field:
+        return end - next;
+    default:
+        return form_of (type.kind).size;
+    }
+}
+
+static int64_t number_of (kind_t kind, const uint8_t *bytes)
+{
+    const auto [size, is_signed] = form_of (kind);
+    int64_t value = 0, range = int64_t (1) << (8 * size);
     for (const uint8_t *p = bytes; p < bytes + size; p++) {
         value = value << 8 | *p;
     }
-    switch (kind) {
-    case kind_t::signed_byte_field:
-        return static_cast<int8_t> (value);
-    case kind_t::signed_short_field:
-        return static_cast<int16_t> (value);
-    case kind_t::int_field:
-        return static_cast<int32_t> (value);
-    default:
-        return value;
-    }
+    return is_signed && value >= range / 2 ? value - range : value;
 }
 
 // A tenth of 3 is 0.3, and not the next number beside it.
@@ -126,12 +120,12 @@ static double scaled (int64_t number, double scale)
 
 bool payload_t::take (q5_scan_field_t *field)
 {
-    size_t size = 0;
-    if (!size_of (field->type, &size)) {
+    const size_t size = size_of (field->type);
+    if (size > static_cast<size_t> (end - next)) {
         return false;
     }
     if (field->is_number ()) {
-        field->number = number_of (field->type.kind, next, size);
+        field->number = number_of (field->type.kind, next);
         field->value = scaled (field->number, field->type.scale);
     } else {
         bool has_nul = field->type.kind == kind_t::string_field;

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-// Numbers are big-endian.
+// Numbers, first of all, are big-endian.
 enum class q5_scan_kind_t {
     byte_field,
     signed_byte_field,

@@ -2,7 +2,6 @@
 // is refused is refused in one line that begins with the place.
 #include "fuzz/fuzz.h"
 #include "tools/command/batch.h"
-#include "tools/parse/names.h"
 #include "tools/parse/parse.h"
 #include "tools/parse/types.h"
 
@@ -64,12 +63,12 @@ static std::vector<int32_t> slots_of (const std::string &text)
 extern "C" int LLVMFuzzerTestOneInput (const uint8_t *data, size_t size)
 {
     const std::string text (data, data + size);
-    std::istringstream batch (text), names (text);
+    std::istringstream batch (text), types (text);
     if (auto requests = accepted ("file", [&] { return read_batch (batch, "file"); })) {
         std::istringstream again (text_of (*requests));
         REQUIRE_SHOWING (text_of (read_batch (again, "again")) == again.str (), again.str ());
     }
-    accepted ("file:", [&] { return read_names (names, "file"); });
+    accepted ("file:", [&] { return read_types (types, "file"); });
     accepted ("--types: ", [&] { return parse_types (text); });
     accepted ("command ", [&] { return parse_commands (text); });
     if (auto slots = accepted ("slot", [&] { return parse_slots ({text}); })) {

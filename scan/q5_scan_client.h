@@ -56,18 +56,18 @@ class q5_scan_client_t : public kp_client_t {
     // Copies the identity text of the image, `length` bytes (more than 0) at `image`, to `version`,
     // and returns 1; `version` is left alone when the image has none. The NULs between the four
     // strings become newlines in the image itself. The caller provides one spare byte at
-    // image[length], which may be overwritten, a NUL after it, and room in `version` for
+    // image[length], which may be overwritten, a NUL after it, and space in `version` for
     // everything from the text's start to that NUL.
     int32_t find_version (char *image, int32_t length, char *version) const;
 
     // Copies the type ("ABC") out of an identity text: all after the first "Type: " to the end of
-    // the line, blanks included. Returns `type`, for which the caller provides as much room as the
+    // the line, blanks included. Returns `type`, for which the caller provides as much space as the
     // text takes, its NUL included. Throws exception_t when the text has no "Type: ".
     char *version_type (const char *version, char *type) const;
 
     // Copies the build date ("Jan 12 2004 10:22:33") out of an identity text: the two lines after
     // the first "Compiled on:" line, with a blank between them; one alone as it is. Returns
-    // `date`, with room as above. Throws exception_t when the text has no "Compiled on:" line.
+    // `date`, with space as above. Throws exception_t when the text has no "Compiled on:" line.
     char *version_date (const char *version, char *date) const;
 
     // Splits a build date at blanks, colons and newlines, and returns 1. An unknown month is 0;

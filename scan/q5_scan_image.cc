@@ -146,35 +146,22 @@ static bool is_letter_or_digit (uint8_t c)
     return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
 
-static void put_hex (char *to, uint8_t byte)
-{
-    static const char digits[] = "0123456789abcdef";
-    to[0] = digits[byte >> 4];
-    to[1] = digits[byte & 15];
-    to[2] = ' ';
-}
-
-static void put_character (char *to, uint8_t byte)
-{
-    to[0] = is_letter_or_digit (byte) ? static_cast<char> (byte) : '.';
-    to[1] = ' ';
-}
-
 void q5_scan_client_t::dump (const void *p, int32_t n) const
 {
-    constexpr int32_t line_size = 16;
-    const uint8_t *bytes = static_cast<const uint8_t *> (p);
-    char hex[line_size * 3 + 1] = {};
-    char text[line_size * 2 + 1] = {};
+    std::string hex, text;
     for (int32_t i = 0; i < n; i++) {
-        int32_t column = i % line_size;
-        put_hex (hex + column * 3, bytes[i]);
-        put_character (text + column * 2, bytes[i]);
-        if (column == line_size - 1) {
-            printf ("%s    %s\n", hex, text);
+        const uint8_t byte = static_cast<const uint8_t *> (p)[i];
+        char digits[4];
+        snprintf (digits, sizeof (digits), "%2.2x ", byte);
+        hex += digits;
+        text += {is_letter_or_digit (byte) ? static_cast<char> (byte) : '.', ' '};
+        if (i % 16 == 15) {
+            printf ("%s    %s\n", hex.c_str (), text.c_str ());
+            hex.clear ();
+            text.clear ();
         }
     }
-    if (n > 0 && n % line_size != 0) {
+    if (!hex.empty ()) {
         // An incomplete last line is deliberately left blank.
         printf ("    \n");
     }

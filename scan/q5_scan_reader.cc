@@ -86,9 +86,9 @@ const char *q5_scan_reader_t::get_string ()
     const char *const text = "(int) strlen (bytes + pos) <= length";
     ASSERT_AS (52, reaches (pos, pos), text);
     const char *p = reinterpret_cast<const char *> (bytes + pos);
-    size_t room = points_inside () ? reinterpret_cast<const char *> (this + 1) - p : SIZE_MAX;
-    size_t size = points_inside () ? strnlen (p, room) : strlen (p);
-    ASSERT_AS (52, size < room && int64_t (size) <= length, text);
+    size_t space = points_inside () ? reinterpret_cast<const char *> (this + 1) - p : SIZE_MAX;
+    size_t size = points_inside () ? strnlen (p, space) : strlen (p);
+    ASSERT_AS (52, size < space && int64_t (size) <= length, text);
 
     pos += size + 1;
     return p;

@@ -65,7 +65,7 @@ static std::string advice_for (q5_scan_state_t state)
                "more.";
     case q5_scan_state_t::dropped:
         return "Wait until the holder releases the bus (--wait SECONDS), or be the holder with "
-               "--id ID. If nobody holds it, read the log of q5_scand.";
+               "--id ID. If the bus is free, read the log of q5_scand.";
     default:
         return "The requests after those may have run or not. Check that q5_scand still runs.";
     }
@@ -87,10 +87,8 @@ failure_t failure_of (const q5_scan_outcome_t &outcome)
 static report_t exchange (const globals_t &globals, std::vector<q5_scan_request_t> &requests,
                           const q5_scan_on_reply_t &on_reply)
 {
-    interrupt_t interrupt;
-    q5_scan_settings_t settings = globals.settings;
-    settings.cancel_fd = interrupt.fd ();
-    q5_scan_outcome_t outcome = q5_scan_exchange (settings, requests, on_reply);
+    interruptible_t session (globals);
+    q5_scan_outcome_t outcome = q5_scan_exchange (session.settings, requests, on_reply);
     return outcome.answered () ? report_t () : report_of (failure_of (outcome));
 }
 

@@ -30,6 +30,17 @@ std::string place_of (const q5_scan_settings_t &settings); // HOST:PORT
 std::vector<q5_scan_settings_t> chassis_of (const globals_t &globals,
                                             const std::vector<std::string> &hosts);
 
+// The settings of an exchange that Ctrl-C cancels while this exists.
+struct interruptible_t {
+    const interrupt_t interrupt;
+    q5_scan_settings_t settings;
+
+    explicit interruptible_t (const globals_t &globals) : settings (globals.settings)
+    {
+        settings.cancel_fd = interrupt.fd ();
+    }
+};
+
 // What a request asks for unless it says so: everything, and of the daemon itself nothing.
 int32_t usual_rxlen (int32_t command);
 

@@ -135,8 +135,8 @@ class Client:
 class Conversation(Client):
     """A client that holds the bus.
 
-    Each batch begins with a claim of the same id, which leaves room for 99 requests: a daemon that
-    was restarted meanwhile is claimed anew, and where another client took the bus DroppedError is
+    Each batch begins with a claim of the same id, which leaves 99 requests to you: a daemon that
+    was restarted meanwhile is claimed again, and where another client took the bus DroppedError is
     raised and nothing runs.
     """
 

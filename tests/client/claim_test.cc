@@ -228,7 +228,7 @@ TEST (claim, is_proved_by_every_batch_of_the_conversation)
     };
     EXPECT_EQ (state (), state_t::answered);
     EXPECT_EQ (state (), state_t::broken_off);
-    EXPECT_EQ (state (), state_t::answered) << "claimed anew";
+    EXPECT_EQ (state (), state_t::answered) << "claimed again";
     EXPECT_EQ (state (), state_t::broken_off) << "a claim that is refused";
     EXPECT_EQ (state (), state_t::dropped) << "lost to another client, and not tried again";
     std::vector<q5_scan_request_t> replies;

@@ -8,9 +8,6 @@
 #include <memory>
 #include <set>
 #include <sstream>
-#include <unistd.h>
-
-constexpr size_t most_text = 1 << 20; // a full batch in hex takes some 20 KB
 
 using words_t = std::vector<std::string>;
 
@@ -21,7 +18,7 @@ static bool is_option (const std::string &word)
 
 static words_t words_of (const std::string &line)
 {
-    std::istringstream stream (line.substr (0, line.find ('#')));
+    std::istringstream stream (line);
     words_t words;
     for (std::string word; stream >> word;) {
         size_t end = is_option (word) ? word.find ('=') : word.npos;
@@ -79,7 +76,7 @@ static q5_scan_request_t bus_request (const words_t &words)
             line_failure (option + " is given twice");
         }
         if (option == "--tx") {
-            request.tx = parse_bytes ("--tx", unquoted (value), Q5_SCAN_MAX_TX);
+            request.tx = parse_bytes ("--tx", {unquoted (value)}, Q5_SCAN_MAX_TX);
         } else if (option == "--rx") {
             request.rxlen = parse_number ("--rx", unquoted (value), 0, Q5_SCAN_MAX_RX);
         } else {
@@ -101,7 +98,7 @@ static q5_scan_request_t send_request (const words_t &words)
     }
     return q5_scan_short_request (parse_slot (words[1]), parse_plain_byte ("FIRST", words[2]),
                                   parse_plain_byte ("SECOND", words[3]),
-                                  parse_bytes ("BYTES", unquoted (bytes), Q5_SCAN_MAX_SHORT));
+                                  parse_bytes ("BYTES", {unquoted (bytes)}, Q5_SCAN_MAX_SHORT));
 }
 
 static q5_scan_request_t request_of (const words_t &words)
@@ -136,29 +133,18 @@ std::vector<q5_scan_request_t> read_batch (std::istream &text, const std::string
 {
     std::vector<q5_scan_request_t> requests;
     size_t tx_count = 0;
-    int number = 0;
-    for (std::string line; std::getline (text, line);) {
-        number++;
-        words_t words = words_of (line);
-        if (words.empty ()) {
-            continue;
-        }
-        try {
-            append (requests, &tx_count, request_of (words));
-        } catch (failure_t &failure) {
-            failure.what = name + ":" + std::to_string (number) + ": " + failure.what;
-            throw;
-        }
-    }
+    read_lines (text, name, [&] (const std::string &line) {
+        append (requests, &tx_count, request_of (words_of (line)));
+    });
     if (requests.empty ()) {
         usage_failure (name + " holds no request", "Give one request a line: SLOT COMMAND.");
     }
     return requests;
 }
 
-std::vector<q5_scan_request_t> read_batch_file (const std::string &path)
+static std::vector<q5_scan_request_t> read_batch_file (const std::string &path)
 {
-    std::istringstream text (read_file (path, most_text));
+    std::istringstream text (read_file (path, most_lines));
     return read_batch (text, shown_name (path));
 }
 

@@ -18,6 +18,3 @@
 // Throws failure_t with `name` and the line for the first thing that is wrong: also for more
 // requests or transmit bytes than one batch may carry, and for a batch without a request.
 std::vector<q5_scan_request_t> read_batch (std::istream &text, const std::string &name);
-
-// The same from a file; "-" is standard input.
-std::vector<q5_scan_request_t> read_batch_file (const std::string &path);

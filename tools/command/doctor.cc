@@ -118,7 +118,7 @@ bool examination_t::is_served (const q5_scan_outcome_t &outcome)
 {
     if (outcome.answered ()) {
         note ("service", "served");
-        note ("claim", "nobody holds the bus");
+        note ("claim", "the bus is free");
         return true;
     }
     if (outcome.state != state_t::dropped) {

@@ -2,16 +2,14 @@
 
 #include "client/result.h"
 #include "tools/parse/parse.h"
-#include "tools/parse/types.h"
 #include "tools/session.h"
-#include "tools/show/fetch_view.h"
+#include "tools/show/progress.h"
 #include "tools/show/terminal.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <map>
 #include <memory>
-#include <sstream>
 
 constexpr size_t most_field_text = 60; // characters of one field in a row
 constexpr size_t most_raw_bytes = 16;
@@ -28,32 +26,29 @@ bool slot_report_t::is_damaged () const
 }
 
 fetched_t fetch_slots (const q5_scan_settings_t &settings, const std::vector<int32_t> &slots,
-                       const q5_scan_types_t &types, const on_slot_t &on_slot)
+                       const card_types_t &types, const q5_scan_on_reply_t &on_reply)
 {
+    q5_scan_selection_t selection;
+    selection.slots = slots;
+    selection.only_answering = true;
+    std::vector<q5_scan_request_t> replies;
+    q5_scan_outcome_t outcome = q5_scan_fetch (settings, selection, replies, on_reply);
     fetched_t fetched;
     std::map<int32_t, size_t> places;
     for (int32_t slot : slots) {
         places[slot] = fetched.slots.size ();
         fetched.slots.push_back ({slot, {}, {}});
     }
-    q5_scan_selection_t selection;
-    selection.slots = slots;
-    selection.only_answering = true;
-    auto take = [&] (const q5_scan_request_t &reply) {
+    for (const q5_scan_request_t &reply : replies) {
         slot_report_t &slot = fetched.slots[places[reply.slot]];
-        if (reply.command == Q5_SCAN_GET_TYPED) {
+        if (reply.answered && reply.command == Q5_SCAN_GET_TYPED) {
             slot.typed_result = reply.result;
-            slot.message = q5_scan_decode (reply.rx.data (), reply.rx.size (), types);
-        } else {
+            slot.message = q5_scan_decode (reply.rx, types.of (reply.slot));
+        } else if (reply.answered) {
             slot.raw_result = reply.result;
             slot.raw = reply.rx;
         }
-        if (on_slot) {
-            on_slot (fetched.slots);
-        }
-    };
-    std::vector<q5_scan_request_t> replies;
-    q5_scan_outcome_t outcome = q5_scan_fetch (settings, selection, replies, take);
+    }
     if (!outcome.answered ()) {
         fetched.failure = failure_of (outcome);
     }
@@ -64,9 +59,7 @@ static std::string fields_text (const q5_scan_message_t &message, size_t limit)
 {
     std::vector<std::string> parts;
     for (const q5_scan_field_t &field : message.fields) {
-        std::string letter (1, static_cast<char> (field.letter));
-        const std::string &name = field.type.name.empty () ? letter : field.type.name;
-        parts.push_back (printable (name) + "=" + shortened (text_of (field), limit));
+        parts.push_back (printable (field.name ()) + "=" + shortened (text_of (field), limit));
     }
     if (!message.problem.empty ()) {
         parts.push_back ("problem: " + message.problem + ";");
@@ -91,12 +84,10 @@ static row_t raw_cells (const slot_report_t &slot, bool full)
         return {"(" + q5_scan_describe (*slot.raw_result).state + ")", ""};
     }
     size_t size = full ? slot.raw.size () : std::min (slot.raw.size (), most_raw_bytes);
-    std::string more;
-    if (size < slot.raw.size ()) {
-        more = "... " + std::to_string (slot.raw.size () - size) + " more";
-    }
-    bytes_t first (slot.raw.begin (), slot.raw.begin () + size);
-    return {hex (first) + more, characters (first.data (), size)};
+    const bytes_t first (slot.raw.begin (), slot.raw.begin () + size);
+    const size_t more = slot.raw.size () - size;
+    return {hex (first) + (more > 0 ? "... " + std::to_string (more) + " more" : ""),
+            characters (first)};
 }
 
 static std::string state_of (std::optional<int32_t> result, const char *unknown)
@@ -104,21 +95,7 @@ static std::string state_of (std::optional<int32_t> result, const char *unknown)
     return result ? q5_scan_describe (*result).state : unknown;
 }
 
-row_t chosen (const row_t &row, const table_style_t &style)
-{
-    row_t cells;
-    for (size_t column : style.columns) {
-        cells.push_back (row[column]);
-    }
-    return style.columns.empty () ? row : cells;
-}
-
-row_t heading (const table_style_t &style)
-{
-    return chosen ({"SLOT", "STATE", "LENGTH", "TYPES", "FIELDS", "RAW", "TEXT"}, style);
-}
-
-row_t row_of (const slot_report_t &slot, const table_style_t &style)
+static row_t row_of (const slot_report_t &slot, const table_style_t &style)
 {
     row_t row = {std::to_string (slot.slot), state_of (slot.typed_result, "not answered"), "-", "-",
                  "-"};
@@ -129,19 +106,33 @@ row_t row_of (const slot_report_t &slot, const table_style_t &style)
     }
     row_t raw = raw_cells (slot, style.full);
     row.insert (row.end (), raw.begin (), raw.end ());
-    return chosen (row, style);
+    return row;
 }
 
-bool is_shown (const slot_report_t &slot, const table_style_t &style)
+std::vector<row_t> rows_of (const std::vector<slot_report_t> &slots, const table_style_t &style)
 {
-    return !style.only_present || !slot.is_empty ();
+    std::vector<row_t> rows;
+    auto add = [&] (const row_t &row) {
+        row_t cells;
+        for (size_t column : style.columns) {
+            cells.push_back (row[column]);
+        }
+        rows.push_back (style.columns.empty () ? row : cells);
+    };
+    add ({"SLOT", "STATE", "LENGTH", "TYPES", "FIELDS", "RAW", "TEXT"});
+    for (const slot_report_t &slot : slots) {
+        if (!style.only_present || !slot.is_empty ()) {
+            add (row_of (slot, style));
+        }
+    }
+    return rows;
 }
 
-void fit (table_t &table, const table_style_t &style)
+std::vector<std::string> lines_of (const std::vector<row_t> &rows, const table_style_t &style)
 {
     const std::vector<size_t> least_first = {6, 2, 3, 5}; // TEXT, LENGTH, TYPES, RAW
-    table.fit (style.full ? 0 : output_width (),
-               style.columns.empty () ? least_first : std::vector<size_t> ());
+    return table_lines (rows, style.full ? 0 : output_width (),
+                        style.columns.empty () ? least_first : std::vector<size_t> ());
 }
 
 // What a failure means, as in the outcome of a single request.
@@ -173,21 +164,19 @@ static json_t json_of (const slot_report_t &slot)
         problem = slot.message.problem;
     }
     const std::string &letters = slot.message.letters;
-    bytes_t letter_bytes (letters.begin (), letters.end ());
-    json_t object = {
-        {"slot", slot.slot},
-        {"state", state_of (slot.typed_result, "not answered")},
-        {"result", json_of (slot.typed_result)},
-        {"length", slot.message.length},
-        {"types", letters},
-        {"types_hex", hex_digits (letter_bytes.data (), letter_bytes.size ())},
-        {"fields", fields},
-        {"problem", problem},
-        {"left_hex", hex_digits (slot.message.left.data (), slot.message.left.size ())},
-        {"raw_state", state_of (slot.raw_result, "not asked")},
-        {"raw_result", json_of (slot.raw_result)},
-        {"raw_hex", hex_digits (slot.raw.data (), slot.raw.size ())},
-        {"raw_text", characters (slot.raw.data (), slot.raw.size ())}};
+    json_t object = {{"slot", slot.slot},
+                     {"state", state_of (slot.typed_result, "not answered")},
+                     {"result", json_of (slot.typed_result)},
+                     {"length", slot.message.length},
+                     {"types", letters},
+                     {"types_hex", hex_digits ({letters.begin (), letters.end ()})},
+                     {"fields", fields},
+                     {"problem", problem},
+                     {"left_hex", hex_digits (slot.message.left)},
+                     {"raw_state", state_of (slot.raw_result, "not asked")},
+                     {"raw_result", json_of (slot.raw_result)},
+                     {"raw_hex", hex_digits (slot.raw)},
+                     {"raw_text", characters (slot.raw)}};
     add_meaning (object, slot.typed_result, "");
     add_meaning (object, slot.raw_result, "raw_");
     return object;
@@ -211,8 +200,7 @@ static std::vector<size_t> parse_columns (const std::string &text)
 {
     const row_t names = {"slot", "state", "length", "types", "fields", "raw", "text"};
     std::vector<size_t> columns;
-    std::istringstream parts (text + ",");
-    for (std::string part; std::getline (parts, part, ',');) {
+    for (const std::string &part : split ({text})) {
         auto found = std::find (names.begin (), names.end (), part);
         if (found == names.end ()) {
             usage_failure ("--columns '" + printable (part) + "' is not a column",
@@ -223,15 +211,20 @@ static std::vector<size_t> parse_columns (const std::string &text)
     return columns;
 }
 
-void table_words_t::add_to (CLI::App &command)
+void add_types (CLI::App &command, std::optional<std::string> &types)
 {
-    command.add_option ("SLOT", slots, "0 to 31, or 3-7,23; none: all slots");
     command
         .add_option ("--types", types,
                      "what the letters mean, LETTER[N]=TYPE[*SCALE][:NAME],...; types: byte, "
                      "sbyte, short, sshort, int, uint, string, rest, bytes:N (default: "
-                     "b=byte,h=short,i=int,s=string,x=rest)")
+                     "b=byte,h=short,i=int,s=string,x=rest); or @FILE: SLOTS TYPES a line")
         ->type_name ("TYPES");
+}
+
+void table_words_t::add_to (CLI::App &command)
+{
+    command.add_option ("SLOT", slots, "0 to 31, or 3-7,23; none: all slots");
+    add_types (command, types);
     command
         .add_option ("--columns", columns,
                      "what to show: slot, state, length, types, fields, raw, text, with commas")
@@ -240,9 +233,9 @@ void table_words_t::add_to (CLI::App &command)
     command.add_flag ("--present", present, "leave out the slots without a card");
 }
 
-q5_scan_types_t table_words_t::parsed_types () const
+card_types_t table_words_t::parsed_types () const
 {
-    return types ? parse_types (*types) : q5_scan_usual_types ();
+    return types ? parse_types (*types) : card_types_t{q5_scan_usual_types ()};
 }
 
 table_style_t table_words_t::style () const
@@ -252,15 +245,20 @@ table_style_t table_words_t::style () const
 
 static report_t fetch (const globals_t &globals, const table_words_t &words)
 {
-    fetch_view_t view (words.style (), !globals.as_json);
-    interrupt_t interrupt;
-    q5_scan_settings_t settings = globals.settings;
-    settings.cancel_fd = interrupt.fd ();
+    const table_style_t style = words.style ();
+    const std::vector<int32_t> slots = parse_slots (words.slots);
+    const card_types_t types = words.parsed_types ();
+    interruptible_t session (globals);
+    progress_t progress (slots.size ());
     fetched_t fetched =
-        fetch_slots (settings, parse_slots (words.slots), words.parsed_types (),
-                     [&view] (const std::vector<slot_report_t> &slots) { view.update (slots); });
-    view.finish (fetched.slots);
-    return report_of (fetched, !words.slots.empty (), words.present);
+        fetch_slots (session.settings, slots, types, [&progress] (q5_scan_request_t &r) {
+            progress.advance (r.command == Q5_SCAN_GET_TYPED);
+        });
+    report_t report = report_of (fetched, !words.slots.empty (), style.only_present);
+    if (progress.has_begun ()) {
+        report.text = joined (lines_of (rows_of (fetched.slots, style), style));
+    }
+    return report;
 }
 
 void add_fetch (command_line_t &line)

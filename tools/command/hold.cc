@@ -110,14 +110,12 @@ static report_t hold (const globals_t &globals, bool is_verbose)
         usage_failure ("hold needs a command to run", "For example: q5_scan hold -- ./measure.sh");
     }
     report_t report;
-    interrupt_t interrupt;
-    q5_scan_settings_t settings = globals.settings;
-    settings.cancel_fd = interrupt.fd ();
-    q5_scan_claim_t claim (settings);
+    interruptible_t session (globals);
+    q5_scan_claim_t claim (session.settings);
     if (!claim.held) {
         return report_of (claim.outcome.answered () ? refused : failure_of (claim.outcome));
     }
-    if (interrupt.seen ()) {
+    if (session.interrupt.seen ()) {
         return report_of ({status_interrupted, "interrupted before the command ran", ""});
     }
     if (is_verbose) {

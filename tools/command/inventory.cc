@@ -167,15 +167,12 @@ report_t inventory (const globals_t &globals, const inventory_options_t &options
             report.json["slots"] = slots;
         }
     }
-    for (const std::string &line : table_lines (rows)) {
-        report.text += line + "\n";
-    }
+    report.text = joined (table_lines (rows));
     return report;
 }
 
 struct inventory_words_t {
-    std::vector<std::string> images;
-    std::string slots, hosts;
+    std::vector<std::string> images, slots, hosts;
     std::string command = std::to_string (identity_command);
 };
 
@@ -185,12 +182,13 @@ void add_inventory (command_line_t &line)
     CLI::App &command = add_command (
         line, "inventory", "the build identity of every card, compared with images",
         [&globals = line.globals, words] () {
-            return inventory (globals, {words->images, parse_slots (split (words->slots)),
+            return inventory (globals, {words->images, parse_slots (words->slots),
                                         parse_number ("--command", words->command, 3, 255),
                                         split (words->hosts)});
         });
     command.add_option ("IMAGE", words->images, "firmware images; the newest of each type counts");
     command.add_option ("--slots", words->slots, "0 to 31, or 3-7,23 (default: all)")
+        ->allow_extra_args (false)
         ->type_name ("LIST");
     command
         .add_option ("--command", words->command,
@@ -198,5 +196,6 @@ void add_inventory (command_line_t &line)
         ->type_name ("N");
     command
         .add_option ("--hosts", words->hosts, "HOST or HOST:PORT, with commas; asked all at once")
+        ->allow_extra_args (false)
         ->type_name ("LIST");
 }

@@ -2,6 +2,7 @@
 
 #include "client/result.h"
 #include "tools/command/command.h"
+#include "tools/command/fetch.h"
 #include "tools/command/samples.h"
 #include "tools/parse/files.h"
 #include "tools/parse/parse.h"
@@ -10,10 +11,10 @@
 #include <charconv>
 #include <errno.h>
 #include <memory>
+#include <optional>
 #include <sstream>
 
 constexpr std::chrono::seconds usual_timeout (10);
-constexpr size_t most_text = 1 << 20; // of a file of slots
 
 static std::vector<sample_t> samples_for (const globals_t &globals,
                                           const metrics_options_t &options)
@@ -48,14 +49,10 @@ static const char *down_reason (const q5_scan_outcome_t &outcome)
     }
 }
 
-// A label's value: a backslash, a quotation mark and a newline would end it.
+// In its value a backslash and a quotation mark are escaped, and nothing else.
 static std::string label (const std::string &name, const std::string &value)
 {
-    std::string text;
-    for (char c : printable (value)) {
-        text += (c == '"' || c == '\\' ? "\\" : "") + std::string (1, c);
-    }
-    return name + "=\"" + text + "\"";
+    return name + "=" + in_quotes (printable (value));
 }
 
 static std::string number_text (double value)
@@ -100,7 +97,7 @@ static std::string host_lines (const std::vector<sample_t> &samples)
     return up + down + seconds;
 }
 
-static std::string slot_lines (const std::vector<sample_t> &samples)
+static std::string slot_lines (const std::vector<sample_t> &samples, const card_types_t &types)
 {
     std::string results =
         head ("q5_scan_slot_result",
@@ -116,9 +113,7 @@ static std::string slot_lines (const std::vector<sample_t> &samples)
             std::string labels = slot_labels (sample, reply.slot);
             results += line ("q5_scan_slot_result", labels, reply.result);
             if (reply.result >= 0) {
-                bool adds_up =
-                    q5_scan_decode (reply.rx.data (), reply.rx.size (), q5_scan_usual_types ())
-                        .adds_up ();
+                bool adds_up = q5_scan_decode (reply.rx, types.of (reply.slot)).adds_up ();
                 sound += line ("q5_scan_slot_message_sound", labels, adds_up);
             }
         }
@@ -127,35 +122,32 @@ static std::string slot_lines (const std::vector<sample_t> &samples)
 }
 
 static std::string field_lines_of (const sample_t &sample, const q5_scan_request_t &reply,
-                                   const names_t &names)
+                                   const q5_scan_types_t &types)
 {
-    q5_scan_message_t message =
-        q5_scan_decode (reply.rx.data (), reply.rx.size (), q5_scan_usual_types ());
     std::string text;
     int32_t index = 0;
-    for (const q5_scan_field_t &field : message.fields) {
+    for (const q5_scan_field_t &field : q5_scan_decode (reply.rx, types).fields) {
         index++;
-        if (!field.is_number ()) {
-            continue;
+        if (field.is_number ()) {
+            std::string labels =
+                slot_labels (sample, reply.slot) + "," + label ("index", std::to_string (index)) +
+                "," + label ("letter", std::string (1, static_cast<char> (field.letter)));
+            if (!field.type.name.empty ()) {
+                labels += "," + label ("name", field.type.name);
+            }
+            text += line ("q5_scan_field_value", labels, field.value);
         }
-        auto found = names.find ({reply.slot, index});
-        const name_t *name = found == names.end () ? nullptr : &found->second;
-        std::string labels = slot_labels (sample, reply.slot) + "," +
-                             label ("index", std::to_string (index)) + "," +
-                             label ("letter", std::string (1, static_cast<char> (field.letter))) +
-                             (name ? "," + label ("name", name->name) : "");
-        text += line ("q5_scan_field_value", labels, value_of (field, name));
     }
     return text;
 }
 
-static std::string field_lines (const std::vector<sample_t> &samples, const names_t &names)
+static std::string field_lines (const std::vector<sample_t> &samples, const card_types_t &types)
 {
     std::string text =
         head ("q5_scan_field_value", "A number in the message of the slot, by index from 1.");
     for (const sample_t &sample : samples) {
         for (const q5_scan_request_t &reply : sample.replies) {
-            text += reply.answered ? field_lines_of (sample, reply, names) : "";
+            text += reply.answered ? field_lines_of (sample, reply, types.of (reply.slot)) : "";
         }
     }
     return text;
@@ -169,54 +161,46 @@ report_t metrics (const globals_t &globals, const metrics_options_t &options)
     std::vector<sample_t> samples = samples_for (globals, options);
     take_samples (samples);
     report_t report;
-    report.text =
-        host_lines (samples) + slot_lines (samples) + field_lines (samples, options.names);
+    report.text = host_lines (samples) + slot_lines (samples, options.types) +
+                  field_lines (samples, options.types);
     return report;
 }
 
-void read_slots (std::istream &text, const std::string &file, const globals_t &globals,
-                 metrics_options_t &options)
+// Reads lines of HOST[:PORT] LIST, LIST being slots, and adds the hosts to those of `options`.
+static void read_slots (const std::string &path, const globals_t &globals,
+                        metrics_options_t &options)
 {
-    int number = 0;
-    for (std::string line; std::getline (text, line);) {
-        number++;
-        std::istringstream words (line.substr (0, line.find ('#')));
+    std::istringstream text (read_file (path, most_lines));
+    read_lines (text, shown_name (path), [&] (const std::string &line) {
+        std::istringstream words (line);
         std::string host, slots, more;
-        if (!(words >> host)) {
-            continue;
+        if (!(words >> host >> slots) || words >> more) {
+            usage_failure ("two words are expected",
+                           "A line is: HOST[:PORT] LIST, for example chassis-4 3-7,23");
         }
-        try {
-            if (!(words >> slots) || words >> more) {
-                usage_failure ("two words are expected",
-                               "A line is: HOST[:PORT] LIST, for example chassis-4 3-7,23");
-            }
-            std::string place = place_of (chassis_of (globals, {host}).front ());
-            if (!options.slots_of.emplace (place, parse_slots ({slots})).second) {
-                usage_failure (printable (place) + " is named twice", "Give each host one line.");
-            }
-            options.hosts.push_back (host);
-        } catch (failure_t &failure) {
-            failure.what = file + ":" + std::to_string (number) + ": " + failure.what;
-            throw;
+        std::string place = place_of (chassis_of (globals, {host}).front ());
+        if (!options.slots_of.emplace (place, parse_slots ({slots})).second) {
+            usage_failure (printable (place) + " is named twice", "Give each host one line.");
         }
-    }
+        options.hosts.push_back (host);
+    });
 }
 
 struct metrics_words_t {
-    std::vector<std::string> hosts;
-    std::string slots, names;
+    std::vector<std::string> hosts, slots;
+    std::optional<std::string> types;
 };
 
 static report_t metrics (const globals_t &globals, const metrics_words_t &words)
 {
-    metrics_options_t options = {words.hosts, {}, read_names_file (words.names)};
-    bool is_file = words.slots[0] == '@';
+    metrics_options_t options = {words.hosts, {}};
+    options.types = words.types ? parse_types (*words.types) : card_types_t{q5_scan_usual_types ()};
+    bool is_file = !words.slots.empty () && words.slots[0][0] == '@';
     if (is_file) {
-        std::string path = words.slots.substr (1);
-        std::istringstream text (read_file (path, most_text));
-        read_slots (text, shown_name (path), globals, options);
+        read_slots (words.slots[0].substr (1), globals, options);
+    } else {
+        options.slots = parse_slots (words.slots);
     }
-    options.slots = parse_slots (split (is_file ? "" : words.slots));
     return metrics (globals, options);
 }
 
@@ -230,9 +214,7 @@ void add_metrics (command_line_t &line)
     command
         .add_option ("--slots", words->slots,
                      "0 to 31, or 3-7,23 (default: all); or @FILE: HOST[:PORT] LIST a line")
+        ->allow_extra_args (false)
         ->type_name ("LIST");
-    command
-        .add_option ("--names", words->names,
-                     "a file of names: SLOT INDEX NAME [SCALE] [signed|unsigned] a line")
-        ->type_name ("FILE");
+    add_types (command, words->types);
 }

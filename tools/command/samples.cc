@@ -1,7 +1,8 @@
 #include "tools/command/samples.h"
 
 #include <chrono>
-#include <thread>
+#include <functional>
+#include <future>
 
 using std::chrono::duration;
 using std::chrono::steady_clock;
@@ -15,11 +16,11 @@ static void take (sample_t &sample)
 
 void take_samples (std::vector<sample_t> &samples)
 {
-    std::vector<std::thread> threads;
+    std::vector<std::future<void>> all;
     for (sample_t &sample : samples) {
-        threads.emplace_back ([&sample] () { take (sample); });
+        all.push_back (std::async (std::launch::async, take, std::ref (sample)));
     }
-    for (std::thread &thread : threads) {
-        thread.join ();
+    for (std::future<void> &one : all) {
+        one.get ();
     }
 }

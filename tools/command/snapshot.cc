@@ -11,20 +11,17 @@
 #include <CLI/CLI.hpp>
 #include <map>
 #include <memory>
-#include <optional>
 
 using requests_t = std::vector<q5_scan_request_t>;
 
 requests_t take_snapshot (const q5_scan_settings_t &settings, const std::vector<int32_t> &slots,
                           const std::vector<int32_t> &commands)
 {
-    progress_t progress;
+    progress_t progress (slots.size () * commands.size ());
     requests_t replies;
-    size_t done = 0;
     q5_scan_outcome_t outcome =
-        q5_scan_fetch (settings, {slots, commands}, replies, [&] (const q5_scan_request_t &) {
-            progress.show (++done, slots.size () * commands.size ());
-        });
+        q5_scan_fetch (settings, {slots, commands}, replies,
+                       [&progress] (const q5_scan_request_t &) { progress.advance (); });
     if (!outcome.answered ()) {
         throw failure_of (outcome);
     }
@@ -96,12 +93,10 @@ static report_t snapshot (const globals_t &globals, const snapshot_words_t &word
     std::vector<int32_t> slots = parse_slots (words.slots);
     std::vector<int32_t> commands = parse_commands (words.commands);
     check_writable (words.file);
-    interrupt_t interrupt;
-    q5_scan_settings_t settings = globals.settings;
-    settings.cancel_fd = interrupt.fd ();
-    std::string cards = chassis_file_of (take_snapshot (settings, slots, commands));
-    std::string text = "# What the cards of " + printable (settings.host) + " port " +
-                       std::to_string (settings.port) + " answered, " + time_text () +
+    interruptible_t session (globals);
+    std::string cards = chassis_file_of (take_snapshot (session.settings, slots, commands));
+    std::string text = "# What the cards of " + printable (globals.settings.host) + " port " +
+                       std::to_string (globals.settings.port) + " answered, " + time_text () +
                        ".\n# To play it: q5_chassis --file FILE -- q5_scand\n" + cards;
     report_t report;
     if (words.file == "-") {

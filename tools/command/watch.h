@@ -3,11 +3,9 @@
 
 #include "tools/command/fetch.h"
 
-#include <chrono>
 #include <string>
 #include <vector>
 
-// The table, with a column before it that marks the rows (but the heading) that are not in
-// `before`.
-std::vector<std::string> marked_lines (const std::vector<row_t> &before,
-                                       const std::vector<row_t> &rows, const table_style_t &style);
+// The table, with a column before it that marks the rows that are not in `before`.
+std::vector<std::string> marked_lines (const std::vector<row_t> &before, std::vector<row_t> rows,
+                                       const table_style_t &style);

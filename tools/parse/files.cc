@@ -60,6 +60,24 @@ std::string read_file (const std::string &path, size_t most)
     return text;
 }
 
+void read_lines (std::istream &text, const std::string &name,
+                 const std::function<void (const std::string &)> &take)
+{
+    int number = 0;
+    for (std::string line; std::getline (text, line);) {
+        number++;
+        line.erase (std::min (line.find ('#'), line.size ()));
+        try {
+            if (line.find_first_not_of (" \t\r\v\f") != line.npos) {
+                take (line);
+            }
+        } catch (failure_t &failure) {
+            failure.what = name + ":" + std::to_string (number) + ": " + failure.what;
+            throw;
+        }
+    }
+}
+
 [[noreturn]] static void cannot_write (const std::string &path, int reason, int status)
 {
     throw failure_t{status, "'" + path + "' cannot be written: " + strerror (reason),

@@ -8,7 +8,8 @@
 #include <math.h>
 #include <set>
 #include <sstream>
-#include <string.h>
+
+using texts_t = std::vector<std::string>;
 
 constexpr size_t most_shown = 40; // characters of a wrong value in a message
 
@@ -54,12 +55,14 @@ int32_t parse_number (const std::string &name, const std::string &text, int64_t 
     return static_cast<int32_t> (value);
 }
 
-std::vector<std::string> split (const std::string &text)
+std::vector<std::string> split (const std::vector<std::string> &texts)
 {
     std::vector<std::string> parts;
-    std::istringstream stream (text.empty () ? text : text + ",");
-    for (std::string part; std::getline (stream, part, ',');) {
-        parts.push_back (part);
+    for (const std::string &text : texts) {
+        std::istringstream stream (text + ",");
+        for (std::string part; std::getline (stream, part, ',');) {
+            parts.push_back (part);
+        }
     }
     return parts;
 }
@@ -92,14 +95,8 @@ static void add_slots (const std::string &text, std::set<int32_t> *slots)
 std::vector<int32_t> parse_slots (const std::vector<std::string> &texts)
 {
     std::set<int32_t> slots;
-    for (const std::string &text : texts) {
-        std::istringstream parts (text + ",");
-        for (std::string part; std::getline (parts, part, ',');) {
-            add_slots (part, &slots);
-        }
-    }
-    if (texts.empty ()) {
-        add_slots ("0-31", &slots);
+    for (const std::string &part : texts.empty () ? texts_t{"0-31"} : split (texts)) {
+        add_slots (part, &slots);
     }
     return {slots.begin (), slots.end ()};
 }
@@ -107,8 +104,7 @@ std::vector<int32_t> parse_slots (const std::vector<std::string> &texts)
 std::vector<int32_t> parse_commands (const std::string &text)
 {
     std::vector<int32_t> commands;
-    std::istringstream parts (text + ",");
-    for (std::string part; std::getline (parts, part, ',');) {
+    for (const std::string &part : split ({text})) {
         int32_t command = parse_number ("command", part, 3, 255);
         if (std::count (commands.begin (), commands.end (), command) == 0) {
             commands.push_back (command);
@@ -122,7 +118,7 @@ uint8_t parse_plain_byte (const std::string &name, const std::string &text)
     uint8_t value = static_cast<uint8_t> (parse_number (name, text, 0, 255));
     if (text.size () > 1 && !begins_with_0x (text)) {
         usage_failure (name + " " + shown_value (text) + " could be meant as decimal or as hex",
-                       "Give it in 0x form: 0x" + hex_digits (&value, 1) + " is decimal " +
+                       "Give it in 0x form: 0x" + hex_digits ({value}) + " is decimal " +
                            std::to_string (value) + ".");
     }
     return value;
@@ -146,52 +142,37 @@ std::chrono::milliseconds parse_seconds (const std::string &name, const std::str
         static_cast<int64_t> (is_whole ? whole : ceil (seconds * 1000)));
 }
 
-static int digit_value (char c)
-{
-    static const char digits[] = "0123456789abcdef";
-    const char *found = c != '\0' ? strchr (digits, c | 0x20) : nullptr;
-    return found && (c >= '0') ? static_cast<int> (found - digits) : -1;
-}
-
 static void append_group (const std::string &name, const std::string &group, bytes_t *bytes)
 {
     const char *advice = "Give two hex digits for each byte, with or without blanks: 01 a0 FF.";
     size_t begin = begins_with_0x (group) ? 2 : 0;
-    for (size_t i = begin; i < group.size (); i++) {
-        if (digit_value (group[i]) < 0) {
-            usage_failure (name + " " + shown_value (group) + " is not hex at character " +
-                               std::to_string (i + 1),
-                           advice);
-        }
+    size_t wrong = group.find_first_not_of ("0123456789abcdefABCDEF", begin);
+    if (wrong != group.npos) {
+        usage_failure (name + " " + shown_value (group) + " is not hex at character " +
+                           std::to_string (wrong + 1),
+                       advice);
     }
     if ((group.size () - begin) % 2 != 0) {
         usage_failure (name + " " + shown_value (group) + " has an odd number of hex digits",
                        advice);
     }
     for (size_t i = begin; i < group.size (); i += 2) {
-        bytes->push_back (digit_value (group[i]) << 4 | digit_value (group[i + 1]));
+        bytes->push_back (std::stoi (group.substr (i, 2), nullptr, 16));
     }
 }
 
-bytes_t parse_bytes (const std::string &name, const std::string &text, size_t most)
+bytes_t parse_bytes (const std::string &name, const std::vector<std::string> &texts, size_t most)
 {
     bytes_t bytes;
-    std::istringstream groups (text);
-    for (std::string group; groups >> group;) {
-        append_group (name, group, &bytes);
+    for (const std::string &text : texts) {
+        std::istringstream groups (text);
+        for (std::string group; groups >> group;) {
+            append_group (name, group, &bytes);
+        }
     }
     if (bytes.size () > most) {
         usage_failure (name + " has " + std::to_string (bytes.size ()) + " bytes",
                        "At most " + std::to_string (most) + " fit into one request.");
     }
     return bytes;
-}
-
-bytes_t parse_bytes (const std::string &name, const std::vector<std::string> &texts, size_t most)
-{
-    std::string joined;
-    for (const std::string &text : texts) {
-        joined += text + " ";
-    }
-    return parse_bytes (name, joined, most);
 }

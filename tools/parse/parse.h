@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-// The parts between commas; none for an empty text.
-std::vector<std::string> split (const std::string &text);
+// The parts between commas of all texts.
+std::vector<std::string> split (const std::vector<std::string> &texts);
 
 // Each throws failure_t, with status_usage, for anything but what it names; `name` is what the
 // message calls the value.
@@ -36,6 +36,4 @@ std::chrono::milliseconds parse_seconds (const std::string &name, const std::str
                                          int32_t most);
 
 // Two hex digits a byte, with or without blanks between bytes; a group of digits may begin with 0x.
-// An empty text gives no bytes.
-bytes_t parse_bytes (const std::string &name, const std::string &text, size_t most);
 bytes_t parse_bytes (const std::string &name, const std::vector<std::string> &texts, size_t most);

@@ -1,30 +1,21 @@
 #include "tools/show/answer_text.h"
 
 #include "client/message.h"
+#include "tools/show/report.h"
 
 #include <algorithm>
 
 constexpr size_t bytes_a_line = 16;
 
-static bool is_plain (uint8_t c)
-{
-    return c >= 0x20 && c < 0x7F;
-}
-
 static bool is_plain_text (const std::string &text)
 {
-    return std::all_of (text.begin (), text.end (),
-                        [] (char c) { return is_plain (static_cast<uint8_t> (c)); });
+    return std::all_of (text.begin (), text.end (), [] (char c) { return is_printable (c); });
 }
 
-// A basic string of TOML; a NUL is its only control character.
+// A basic string of TOML is one of JSON.
 static std::string toml_string (const std::string &text)
 {
-    std::string shown;
-    for (char c : text) {
-        shown += c == '\0' ? "\\u0000" : (c == '"' || c == '\\' ? "\\" : "") + std::string (1, c);
-    }
-    return '"' + shown + '"';
+    return json_t (text).dump ();
 }
 
 static std::string field_text (const q5_scan_field_t &field)
@@ -57,32 +48,15 @@ static std::string typed_content (const bytes_t &bytes)
 
 static bool is_texts (const bytes_t &bytes)
 {
-    return bytes.size () > 1 && bytes.back () == '\0' && is_plain (bytes.front ()) &&
+    return bytes.size () > 1 && bytes.back () == '\0' && is_printable (bytes.front ()) &&
            std::all_of (bytes.begin (), bytes.end (),
-                        [] (uint8_t c) { return c == '\0' || is_plain (c); });
-}
-
-// How many bytes at the front make the whole when they are repeated; at most those of a line.
-static size_t period_of (const bytes_t &bytes)
-{
-    for (size_t period = 1; period <= bytes_a_line && period < bytes.size (); period++) {
-        if (bytes.size () % period == 0 &&
-            std::equal (bytes.begin () + period, bytes.end (), bytes.begin ())) {
-            return period;
-        }
-    }
-    return bytes.size ();
+                        [] (uint8_t c) { return c == '\0' || is_printable (c); });
 }
 
 static std::string hex_content (const bytes_t &bytes)
 {
     if (bytes.size () <= bytes_a_line) {
         return "hex = \"" + hex (bytes) + "\"\n";
-    }
-    size_t period = period_of (bytes);
-    if (period < bytes.size ()) {
-        return "hex = \"" + hex ({bytes.begin (), bytes.begin () + period}) +
-               "\"\nrepeat = " + std::to_string (bytes.size () / period) + "\n";
     }
     std::string lines = "hex = \"\"\"\n";
     for (size_t at = 0; at < bytes.size (); at += bytes_a_line) {

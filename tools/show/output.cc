@@ -2,25 +2,26 @@
 
 #include <algorithm>
 #include <langinfo.h>
+#include <numeric>
 #include <stdio.h>
 #include <string.h>
+#include <utility>
 #include <wchar.h>
 
 constexpr size_t bytes_a_line = 16;
 
-static bool is_printable (uint8_t c)
+bool is_printable (uint8_t c)
 {
     return c >= 0x20 && c < 0x7F;
 }
 
-std::string hex_digits (const uint8_t *bytes, size_t size)
+std::string hex_digits (const bytes_t &bytes)
 {
     static const char digits[] = "0123456789abcdef";
     std::string text;
-    text.reserve (2 * size);
-    for (const uint8_t *p = bytes; p < bytes + size; p++) {
-        text += digits[*p >> 4];
-        text += digits[*p & 15];
+    text.reserve (2 * bytes.size ());
+    for (uint8_t byte : bytes) {
+        text += {digits[byte >> 4], digits[byte & 15]};
     }
     return text;
 }
@@ -29,7 +30,7 @@ std::string hex (const bytes_t &bytes)
 {
     std::string text;
     for (uint8_t byte : bytes) {
-        text += (text.empty () ? "" : " ") + hex_digits (&byte, 1);
+        text += (text.empty () ? "" : " ") + hex_digits ({byte});
     }
     return text;
 }
@@ -74,7 +75,7 @@ static std::string printable_with (const std::string &text, const char *marks)
             shown += strchr (marks, text[at]) ? "\\" : "";
             shown += text.substr (at, size);
         } else {
-            shown += byte == '\n' ? "\\n" : byte == '\t' ? "\\t" : "\\x" + hex_digits (&byte, 1);
+            shown += byte == '\n' ? "\\n" : byte == '\t' ? "\\t" : "\\x" + hex_digits ({byte});
         }
         at += size > 0 ? size : 1;
     }
@@ -91,31 +92,23 @@ std::string in_quotes (const std::string &text)
     return '"' + printable_with (text, "\"\\") + '"';
 }
 
-std::string characters (const uint8_t *bytes, size_t size)
+std::string characters (const bytes_t &bytes)
 {
-    std::string text (bytes, bytes + size);
+    std::string text (bytes.begin (), bytes.end ());
     std::replace_if (
         text.begin (), text.end (), [] (char c) { return !is_printable (c); }, '.');
     return text;
 }
 
-// At least four digits.
-static std::string offset_text (size_t offset)
-{
-    char text[20];
-    snprintf (text, sizeof (text), "%04zx", offset);
-    return text;
-}
-
-std::string hex_lines (const bytes_t &bytes, size_t offset, const char *indent)
+std::string hex_lines (const bytes_t &bytes)
 {
     std::string lines;
     for (size_t at = 0; at < bytes.size (); at += bytes_a_line) {
-        size_t size = std::min (bytes_a_line, bytes.size () - at);
-        std::string columns = hex ({bytes.begin () + at, bytes.begin () + at + size});
-        columns.resize (3 * bytes_a_line, ' ');
-        lines += indent + offset_text (offset + at) + "  " + columns + " " +
-                 characters (&bytes[at], size) + "\n";
+        size_t end = std::min (at + bytes_a_line, bytes.size ());
+        const bytes_t line (bytes.begin () + at, bytes.begin () + end);
+        char head[80]; // the offset has four digits or more
+        snprintf (head, sizeof (head), "    %04zx  %-48s ", at, hex (line).c_str ());
+        lines += head + characters (line) + "\n";
     }
     return lines;
 }
@@ -161,59 +154,38 @@ std::string cut (const std::string &text, size_t width)
     return text.substr (0, front (text, &left)) + mark;
 }
 
-void table_t::widen (const row_t &row)
+std::vector<std::string> table_lines (const std::vector<row_t> &rows, size_t width,
+                                      const std::vector<size_t> &least_first)
 {
-    widths.resize (std::max (widths.size (), row.size ()));
-    for (size_t i = 0; i < row.size (); i++) {
-        widths[i] = std::max (widths[i], width_of (row[i]));
-    }
-}
-
-bool table_t::is_hidden (size_t column) const
-{
-    return std::find (hidden.begin (), hidden.end (), column) != hidden.end ();
-}
-
-size_t table_t::width () const
-{
-    size_t sum = 0;
-    for (size_t i = 0; i < widths.size (); i++) {
-        sum += is_hidden (i) ? 0 : widths[i] + 2;
-    }
-    return sum - std::min<size_t> (sum, 2);
-}
-
-void table_t::fit (size_t width, const std::vector<size_t> &order)
-{
-    most = width;
-    for (auto column = order.begin (); column != order.end () && this->width () > most && most > 0;
-         ++column) {
-        hidden.push_back (*column);
-    }
-}
-
-std::string table_t::line (const row_t &row)
-{
-    widen (row);
-    std::string line;
-    for (size_t i = 0; i < row.size (); i++) {
-        if (!is_hidden (i)) {
-            line += row[i] + std::string (widths[i] - width_of (row[i]) + 2, ' ');
+    std::vector<size_t> widths (rows.front ().size ());
+    for (const row_t &row : rows) {
+        for (size_t i = 0; i < row.size (); i++) {
+            widths[i] = std::max (widths[i], width_of (row[i]) + 2);
         }
     }
-    line.erase (line.find_last_not_of (' ') + 1);
-    return cut (line, most);
-}
-
-std::vector<std::string> table_lines (const std::vector<row_t> &rows)
-{
-    table_t table;
-    for (const row_t &row : rows) {
-        table.widen (row);
+    size_t sum = std::accumulate (widths.begin (), widths.end (), size_t (0));
+    for (size_t column : least_first) {
+        if (width > 0 && sum > width + 2) {
+            sum -= std::exchange (widths[column], 0);
+        }
     }
     std::vector<std::string> lines;
     for (const row_t &row : rows) {
-        lines.push_back (table.line (row));
+        std::string line;
+        for (size_t i = 0; i < row.size (); i++) {
+            line += widths[i] > 0 ? row[i] + std::string (widths[i] - width_of (row[i]), ' ') : "";
+        }
+        line.erase (line.find_last_not_of (' ') + 1);
+        lines.push_back (cut (line, width));
     }
     return lines;
+}
+
+std::string joined (const std::vector<std::string> &lines)
+{
+    std::string text;
+    for (const std::string &line : lines) {
+        text += line + "\n";
+    }
+    return text;
 }

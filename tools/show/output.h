@@ -7,8 +7,10 @@
 
 using bytes_t = std::vector<uint8_t>;
 
+bool is_printable (uint8_t c); // as ASCII
+
 // Two digits a byte, without blanks and with one between bytes.
-std::string hex_digits (const uint8_t *bytes, size_t size);
+std::string hex_digits (const bytes_t &bytes);
 std::string hex (const bytes_t &bytes);
 
 // The text with everything that is not printable as \n, \t or \xNN, so that no input reaches the
@@ -20,10 +22,10 @@ std::string printable (const std::string &text);
 std::string in_quotes (const std::string &text);
 
 // The characters of the bytes, a "." for each that is not printable ASCII.
-std::string characters (const uint8_t *bytes, size_t size);
+std::string characters (const bytes_t &bytes);
 
-// Lines of 16 bytes, hex beside characters, each after its offset, from `offset` on.
-std::string hex_lines (const bytes_t &bytes, size_t offset = 0, const char *indent = "    ");
+// Lines of 16 bytes, hex beside characters, each after its offset.
+std::string hex_lines (const bytes_t &bytes);
 
 // Columns that a printable text takes on the screen.
 size_t width_of (const std::string &text);
@@ -36,24 +38,11 @@ std::string cut (const std::string &text, size_t width);
 
 using row_t = std::vector<std::string>;
 
-// Columns two blanks apart, each as wide as its widest cell so far. For a table that is shown row
-// by row, rows that are known to come may widen it first.
-class table_t {
-  public:
-    void widen (const row_t &row);
-    // From now on a line takes at most `width` columns of the screen, 0: any number. Columns of the
-    // table are left out for that, in the order given; then lines are cut.
-    void fit (size_t width, const std::vector<size_t> &order);
-    std::string line (const row_t &row); // without the newline
+// A table as lines, its columns two blanks apart; the first row is the heading. On a screen with
+// `width` columns, 0: any number, those of the table in `least_first` are left out as needed, and
+// then lines are cut.
+std::vector<std::string> table_lines (const std::vector<row_t> &rows, size_t width = 0,
+                                      const std::vector<size_t> &least_first = {});
 
-  private:
-    std::vector<size_t> widths;
-    std::vector<size_t> hidden;
-    size_t most = 0;
-
-    bool is_hidden (size_t column) const;
-    size_t width () const;
-};
-
-// A whole table; the first row is the heading.
-std::vector<std::string> table_lines (const std::vector<row_t> &rows);
+// Each line with its end.
+std::string joined (const std::vector<std::string> &lines);

@@ -7,27 +7,20 @@
 
 static const char *const clear_line = "\r\033[K";
 
-progress_t::progress_t () : is_on (has_controls (STDERR_FILENO)) {}
+progress_t::progress_t (size_t all) : is_on (has_controls (STDERR_FILENO)), all (all) {}
 
 progress_t::~progress_t ()
 {
-    hide ();
-}
-
-void progress_t::show (size_t done, size_t all)
-{
     if (is_on) {
-        fprintf (stderr, "%sasking the cards: %zu of %zu", clear_line, done, all);
-        fflush (stderr);
-        is_shown = true;
+        fputs (clear_line, stderr);
     }
 }
 
-void progress_t::hide ()
+void progress_t::advance (size_t more)
 {
-    if (is_shown) {
-        fputs (clear_line, stderr);
+    done += more;
+    if (is_on) {
+        fprintf (stderr, "%sasking the cards: %zu of %zu", clear_line, done, all);
         fflush (stderr);
-        is_shown = false;
     }
 }

@@ -1,20 +1,22 @@
-// How far a long exchange is: one line on standard error, if that is a terminal.
+// How far a long exchange is: one line on standard error, if that is a terminal, until the end.
 #pragma once
 
 #include <stddef.h>
 
 class progress_t {
   public:
-    progress_t ();
-    // Removes the line.
+    explicit progress_t (size_t all);
     ~progress_t ();
     progress_t (const progress_t &) = delete;
 
-    void show (size_t done, size_t all);
-    // Until the next show; other output may follow.
-    void hide ();
+    void advance (size_t more = 1);
+    bool has_begun () const
+    {
+        return done > 0;
+    }
 
   private:
     const bool is_on;
-    bool is_shown = false;
+    const size_t all;
+    size_t done = 0;
 };

@@ -57,26 +57,6 @@ std::string time_text ()
     return text;
 }
 
-// The control characters that JSON lets pass, and a terminal obeys: DEL, and Unicode's second
-// block.
-static std::string without_controls (const std::string &json)
-{
-    std::string text;
-    for (size_t i = 0; i < json.size (); i++) {
-        uint8_t code = static_cast<uint8_t> (json[i]);
-        bool is_second = code == 0xC2 && static_cast<uint8_t> (json[i + 1]) < 0xA0;
-        if (is_second) {
-            code = static_cast<uint8_t> (json[++i]);
-        }
-        if (is_second || code == 0x7F) {
-            text += "\\u00" + hex_digits (&code, 1);
-        } else {
-            text += json[i];
-        }
-    }
-    return text;
-}
-
 std::string json_line (const origin_t &origin, const report_t &report)
 {
     json_t object;
@@ -94,7 +74,8 @@ std::string json_line (const origin_t &origin, const report_t &report)
     if (report.failure) {
         object["error"] = json_of (*report.failure);
     }
-    return without_controls (object.dump (-1, ' ', false, json_t::error_handler_t::replace)) + "\n";
+    // Only ASCII: a terminal may obey other control characters too.
+    return object.dump (-1, ' ', true, json_t::error_handler_t::replace) + "\n";
 }
 
 static int flush_output (int status)

@@ -49,8 +49,8 @@ struct origin_t {
 std::string time_text ();
 
 // The one object of --json: command, ok, exit_status and time first, then the place, then what the
-// command reports, then the error, if any. One line; bytes that are not UTF-8 become replacement
-// characters.
+// command reports, then the error, if any. One line of ASCII; bytes that are not UTF-8 become
+// replacement characters.
 std::string json_line (const origin_t &origin, const report_t &report);
 
 // Writes the report to standard output, and note and failure to standard error unless `as_json`.

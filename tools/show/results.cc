@@ -2,24 +2,24 @@
 
 #include "tools/show/output.h"
 
-static bool is_daemons_own (const q5_scan_request_t &request)
+static std::string failure_text (const std::string &how, const q5_scan_request_t &request)
 {
-    return request.command == Q5_SCAN_CLAIM || request.command == Q5_SCAN_RELEASE;
+    q5_scan_meaning_t m = q5_scan_describe (request);
+    return how + " (" + std::to_string (request.result) + "), " + m.meaning +
+           "\n    look at: " + m.look_at + "\n";
 }
 
 static std::string text_of_owner_change (const q5_scan_request_t &request, int32_t id)
 {
     bool is_claim = request.command == Q5_SCAN_CLAIM;
-    std::string name = is_claim ? "claim" : "release";
+    const std::string name = is_claim ? "claim: " : "release: ";
     if (request.result < 0) {
-        q5_scan_meaning_t m = q5_scan_describe (request);
-        return name + ": refused (" + std::to_string (request.result) + "), " + m.meaning +
-               "\n    look at: " + m.look_at + "\n";
+        return name + failure_text ("refused", request);
     }
     if (is_claim && id == 0) {
-        return "claim: granted, but id 0 holds nothing: the bus is free\n";
+        return name + "granted, but id 0 holds nothing: the bus is free\n";
     }
-    return name + ": " +
+    return name +
            (is_claim ? "granted, id " + std::to_string (id) + " holds the bus until its release"
                      : "the bus is free") +
            "\n" + hex_lines (request.rx);
@@ -32,15 +32,13 @@ static std::string bytes_text (size_t count)
 
 std::string text_of (const q5_scan_request_t &request, int32_t id)
 {
-    if (is_daemons_own (request)) {
+    if (request.command == Q5_SCAN_CLAIM || request.command == Q5_SCAN_RELEASE) {
         return text_of_owner_change (request, id);
     }
     std::string head = "slot " + std::to_string (request.slot) + " command " +
                        std::to_string (request.command) + ": ";
     if (request.result < 0) {
-        q5_scan_meaning_t m = q5_scan_describe (request);
-        return head + "failed (" + std::to_string (request.result) + "), " + m.meaning +
-               "\n    look at: " + m.look_at + "\n";
+        return head + failure_text ("failed", request);
     }
     size_t received = request.result;
     std::string fetched = request.rx.empty () ? "none" : std::to_string (request.rx.size ());
@@ -59,7 +57,7 @@ json_t json_of (const q5_scan_request_t &request)
         object["meaning"] = m.meaning;
         object["look_at"] = m.look_at;
     }
-    object["data_hex"] = hex_digits (request.rx.data (), request.rx.size ());
-    object["data_text"] = characters (request.rx.data (), request.rx.size ());
+    object["data_hex"] = hex_digits (request.rx);
+    object["data_text"] = characters (request.rx);
     return object;
 }
