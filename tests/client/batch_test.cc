@@ -1,6 +1,7 @@
 // Batches as values, and fetches, whatever the other end and the system do.
 #include "client/batch.h"
 #include "client/fetch.h"
+#include "client/result.h"
 #include "tests/cases.h"
 #include "tests/fake_server.h"
 
@@ -8,6 +9,7 @@
 #include <dlfcn.h>
 #include <netdb.h>
 #include <poll.h>
+#include <regex>
 #include <signal.h>
 #include <sstream>
 #include <stdarg.h>
@@ -115,13 +117,7 @@ static const char *const names[] = {
 
 static std::string text_of (const q5_scan_outcome_t &outcome)
 {
-    std::string text = outcome.text;
-    size_t port = text.find ("port ");
-    if (port != std::string::npos) {
-        port += strlen ("port ");
-        text.replace (port, text.find_first_not_of ("0123456789", port) - port, "N");
-    }
-    return text;
+    return std::regex_replace (outcome.text, std::regex ("port \\d+"), "port N");
 }
 
 static const std::vector<q5_scan_request_t> two_requests = {{3, 77, {0xa1, 0xa2}, 4},
@@ -180,6 +176,7 @@ TEST (batch, outlives_every_error_of_every_system_call)
     std::string text;
     for (const char *name : {"socket", "connect", "poll", "send", "recv", "close"}) {
         std::string before;
+        text += (text.empty () ? "" : "\n") + std::string (name);
         for (int error = 1; error < 134; error++) {
             std::vector<q5_scan_request_t> requests = two_requests;
             q5_scan_outcome_t outcome, next;
@@ -193,22 +190,15 @@ TEST (batch, outlives_every_error_of_every_system_call)
                 name, error);
             std::string state = names[static_cast<int> (outcome.state)];
             EXPECT_TRUE (outcome.error == 0 || outcome.error == error || error == EISCONN);
-            state += outcome.error != 0 ? ", with the error\n" : "\n";
-            text += state == before ? "" : std::string (name) + " from " + std::to_string (error);
-            text += state == before ? "" : ": " + state;
+            state += outcome.error != 0 ? " with the error" : "";
+            text += state == before ? "" : "; " + std::to_string (error) + " " + state;
             before = state;
             exchange (next, 4000ms);
             EXPECT_TRUE (next.answered ()) << "the next client is served: " << next.text;
         }
     }
-    expect_file ("client/errors.txt", text);
-}
-
-static int lowest_free ()
-{
-    int fd = dup (0);
-    close (fd);
-    return fd;
+    expect_file ("client/errors.txt",
+                 "# From which errno on what becomes of a batch.\n" + text + "\n");
 }
 
 TEST (batch, says_why_there_is_no_connection)
@@ -244,12 +234,12 @@ TEST (batch, says_why_there_is_no_connection)
     kill (child, SIGKILL);
     waitpid (child, nullptr, 0);
     settings.connect_timeout = 5000ms; // looks up in a thread
-    int before = lowest_free ();
+    int before = num_descriptors ();
     for (const char *host : {"broken.invalid", "lost.invalid", "many.invalid", "127.2"}) {
         settings.host = host;
         all += settings.host + ":\n" + text ();
     }
-    EXPECT_EQ (lowest_free (), before) << "no end of a pipe stays open";
+    EXPECT_EQ (num_descriptors (), before) << "no end of a pipe stays open";
     expect_file ("client/no_connection.txt", all);
 }
 
@@ -269,12 +259,6 @@ TEST (batch, is_refused_beyond_a_limit)
                "the size of the short message is 28, not 0 to 27");
 }
 
-static int num_threads ()
-{
-    namespace fs = std::filesystem;
-    return std::distance (fs::directory_iterator ("/proc/self/task"), fs::directory_iterator ());
-}
-
 TEST (batch, costs_one_thread_a_name_while_its_name_server_is_silent)
 {
     std::atomic<int> late = 0;
@@ -286,7 +270,10 @@ TEST (batch, costs_one_thread_a_name_while_its_name_server_is_silent)
             late += q5_scan_exchange (settings, requests).state == state_t::timed_out_connecting;
         }
     };
-    int before = num_threads ();
+    auto num_threads = [] {
+        return std::distance (std::filesystem::directory_iterator ("/proc/self/task"), {});
+    };
+    const auto before = num_threads ();
     std::vector<std::thread> monitors;
     for (int i = 0; i < 20; i++) {
         monitors.emplace_back (poll);
@@ -384,4 +371,15 @@ TEST (fetch, has_one_limit_for_all_its_batches)
     std::vector<q5_scan_request_t> replies;
     q5_scan_selection_t selection = {std::vector<int32_t> (100)};
     EXPECT_EQ (q5_scan_fetch (settings, selection, replies).state, state_t::timed_out_waiting);
+}
+
+TEST (result, is_described_in_words)
+{
+    expect_cases ("client/results.txt", [] (const std::string &line) {
+        q5_scan_request_t request = {3, line[0] == 'c' ? Q5_SCAN_CLAIM : Q5_SCAN_RELEASE};
+        request.answered = line.find ("unanswered") == line.npos;
+        request.result = std::stoi (line.substr (line.rfind (' ') + 1));
+        q5_scan_meaning_t m = q5_scan_describe (request);
+        return m.state + " | " + m.meaning + " | " + m.look_at;
+    });
 }

@@ -47,8 +47,8 @@ def end_that(says, after):
 class OfDaemon(unittest.TestCase):
     def setUp(self):
         command = [environ["Q5_CHASSIS"], "--fast", "--", environ["Q5_DAEMON"]]
-        daemon = self.enterContext(subprocess.Popen(command))
-        self.addCleanup(daemon.kill)
+        self.daemon = self.enterContext(subprocess.Popen(command))
+        self.addCleanup(self.daemon.kill)
         for _ in range(100):
             with contextlib.suppress(q5_scan.ConnectError):
                 return Client().request(3, 83) and None
@@ -113,7 +113,9 @@ class OfDaemon(unittest.TestCase):
 
     def test_conversation_proves_its_claim(self):
         with Client().claim(id=77) as mine:
-            Client(id=77).exchange([q5_scan.release_request()])  # as a daemon that was restarted
+            self.daemon.kill()
+            self.daemon.wait()
+            self.setUp()
             self.assertEqual(len(mine.fetch()), 32)
             self.assertRaises(q5_scan.DroppedError, Client().request, 3, 51)
             with self.assertRaisesRegex(q5_scan.UsageError, "1 to 99"):

@@ -8,7 +8,7 @@
 // Programs compare the limits in the preprocessor.
 #if Q5_SCAN_NUM_SLOTS != 32 || Q5_SCAN_MAX_TX != 4094 || Q5_SCAN_MAX_RX != 4096 ||                 \
     MAX_REQUESTS != 100 || MAX_PUTS != 1000
-#error "a limit has changed, or is no macro any more"
+#error "a limit has changed, or is not a macro"
 #endif
 
 // Closes the descriptor of this process that is connected to the port; whether there was one.

@@ -36,6 +36,12 @@ static std::string parsed (const std::string &date)
     return text;
 }
 
+static std::string compared (const std::string &a, const std::string &b)
+{
+    return std::to_string (client.compare_dates (a.c_str (), b.c_str ())) + " " +
+           std::to_string (client.compare_dates (b.c_str (), a.c_str ()));
+}
+
 static std::string dumped (int32_t size)
 {
     uint8_t bytes[40] = "/09:@AZ[`az{\xe9\xff\0"; // the edges of letters, digits and ASCII
@@ -53,8 +59,7 @@ TEST (image, does_with_each_text_what_the_file_says)
                : what == "type"    ? taken (&q5_scan_client_t::version_type, text)
                : what == "date"    ? taken (&q5_scan_client_t::version_date, text)
                : what == "parse"   ? parsed (text)
-               : what == "compare" ? std::to_string (client.compare_dates (
-                                         text.substr (0, 20).c_str (), text.substr (21).c_str ()))
+               : what == "compare" ? compared (text.substr (0, 20), text.substr (21))
                                    : dumped (std::stoi (text));
     });
     char whole[] = "xType: ", version[80] = "untouched";
