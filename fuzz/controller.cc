@@ -37,7 +37,8 @@ extern "C" int LLVMFuzzerTestOneInput (const uint8_t *data, size_t size)
             uint32_t before = chassis.memory ().read (offset, width);
             what & 1 ? void (chassis.read (offset, width)) : chassis.write (offset, width, value);
             uint32_t changed = before ^ chassis.memory ().read (offset, width);
-            bit_owners_t owners = owners_at (offset, width, settings.board.dpram);
+            bit_owners_t owners =
+                owners_at (registers_at (offset, width), offset, width, settings.board.dpram);
             bool is_line = (what & 1) && offset / 4 == SCCS3 / 4; // which the board itself changes
             REQUIRE (board.refused || is_line || !(changed & ~owners.ours));
         } else if (what == 4) {

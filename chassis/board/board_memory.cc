@@ -1,10 +1,8 @@
 #include "chassis/board/board_memory.h"
 
 #include "chassis/trap/own_descriptor.h"
-#include "scanp/mpc8260.h"
 #include "scanp/scanp_driver.h"
 
-#include <endian.h>
 #include <errno.h>
 #include <string.h>
 #include <sys/mman.h>
@@ -70,49 +68,6 @@ void board_memory_t::fill (board_t::fill_t how)
         state ^= state >> 17;
         state ^= state << 5;
         bytes_[i] = static_cast<uint8_t> (state >> 24);
-    }
-}
-
-static bool is_inside (uint32_t offset, int width)
-{
-    return offset <= IMMR_SIZE - static_cast<uint32_t> (width);
-}
-
-uint32_t board_memory_t::read (uint32_t offset, int width) const
-{
-    if (!is_inside (offset, width)) {
-        return 0;
-    }
-    uint32_t word;
-    uint16_t half;
-    switch (width) {
-    case 4:
-        memcpy (&word, bytes_ + offset, sizeof (word));
-        return be32toh (word);
-    case 2:
-        memcpy (&half, bytes_ + offset, sizeof (half));
-        return be16toh (half);
-    default:
-        return bytes_[offset];
-    }
-}
-
-void board_memory_t::write (uint32_t offset, int width, uint32_t value)
-{
-    if (!is_inside (offset, width)) {
-        return;
-    }
-    uint32_t word = htobe32 (value);
-    uint16_t half = htobe16 (static_cast<uint16_t> (value));
-    switch (width) {
-    case 4:
-        memcpy (bytes_ + offset, &word, sizeof (word));
-        break;
-    case 2:
-        memcpy (bytes_ + offset, &half, sizeof (half));
-        break;
-    default:
-        bytes_[offset] = static_cast<uint8_t> (value);
     }
 }
 

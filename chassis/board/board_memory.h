@@ -3,6 +3,7 @@
 #pragma once
 
 #include "chassis/bus/settings.h"
+#include "scanp/mpc8260.h"
 
 #include <stddef.h>
 
@@ -16,8 +17,20 @@ class board_memory_t {
 
     // Big-endian words of the internal memory map; `width` is 1, 2 or 4. What is not wholly inside
     // reads 0 and is not written.
-    uint32_t read (uint32_t offset, int width) const;
-    void write (uint32_t offset, int width, uint32_t value);
+    uint32_t read (uint32_t offset, int width) const
+    {
+        uint32_t value = 0;
+        for (int i = 0; i < width && is_inside (offset, width); i++) {
+            value = value << 8 | bytes_[offset + static_cast<uint32_t> (i)];
+        }
+        return value;
+    }
+    void write (uint32_t offset, int width, uint32_t value)
+    {
+        for (int i = width; i > 0 && is_inside (offset, width); i--, value >>= 8) {
+            bytes_[offset + static_cast<uint32_t> (i) - 1] = static_cast<uint8_t> (value);
+        }
+    }
     uint32_t read32 (uint32_t offset) const
     {
         return read (offset, 4);
@@ -55,6 +68,10 @@ class board_memory_t {
     uint64_t buffers_begin_ = 0; // physical, whole pages; equal to the end when there are none
     uint64_t buffers_end_ = 0;
 
+    static bool is_inside (uint32_t offset, int width)
+    {
+        return offset <= IMMR_SIZE - static_cast<uint32_t> (width);
+    }
     void place_buffers (uint32_t address);
     void fill (board_t::fill_t how);
 };

@@ -93,14 +93,15 @@ void chassis_t::command (uint32_t word)
 
 uint32_t chassis_t::read (uint32_t offset, int width)
 {
-    auto [begin, end] = registers_at (offset, width);
-    for (auto r = begin; r < end; r++) {
+    met_registers_t met = registers_at (offset, width);
+    for (auto r = met.first; r < met.last; r++) {
         show_line (*r);
     }
     uint32_t value = memory_.read (offset, width);
-    observers_.access ({offset, width, value, false, name_at (offset)});
-    remarks_.begins ({offset, width, value, false, name_at (offset)});
-    if (!owners_at (offset, width, settings_.board.dpram).is_known) {
+    access_t access = {offset, width, value, false, met.name};
+    observers_.access (access);
+    remarks_.begins (access);
+    if (!owners_at (met, offset, width, settings_.board.dpram).is_known) {
         remarks_.note ("the word read", value, width,
                        "no register that the board knows: what is read has no meaning");
     }
@@ -117,9 +118,10 @@ void chassis_t::show_line (const known_register_t &shown)
     }
 }
 
-void chassis_t::check_owners (uint32_t offset, int width, uint32_t value)
+void chassis_t::check_owners (const met_registers_t &met, uint32_t offset, int width,
+                              uint32_t value)
 {
-    bit_owners_t owners = owners_at (offset, width, settings_.board.dpram);
+    bit_owners_t owners = owners_at (met, offset, width, settings_.board.dpram);
     uint32_t whole = 0xFFFFFFFF >> (32 - 8 * width);
     uint32_t changed = (memory_.read (offset, width) ^ value) & whole & ~owners.ours;
     if (!owners.is_known) {
@@ -136,17 +138,17 @@ void chassis_t::check_owners (uint32_t offset, int width, uint32_t value)
 
 void chassis_t::write (uint32_t offset, int width, uint32_t value)
 {
-    access_t access = {offset, width, value, true, name_at (offset)};
+    met_registers_t met = registers_at (offset, width);
+    access_t access = {offset, width, value, true, met.name};
     observers_.access (access);
     remarks_.begins (access);
-    check_owners (offset, width, value);
-    auto [begin, end] = registers_at (offset, width);
-    bool clears = begin < end && begin->on_write == effect_t::clears_events;
+    check_owners (met, offset, width, value);
+    bool clears = met.first < met.last && met.first->on_write == effect_t::clears_events;
     memory_.write (offset, width, clears ? memory_.read (offset, width) & ~value : value);
     if (remarks_.refused ()) {
         return;
     }
-    for (auto r = begin; r < end; r++) {
+    for (auto r = met.first; r < met.last; r++) {
         if (r->on_write == effect_t::stops_the_receiver) {
             bus_.lose_receiver_state ();
         } else if (r->on_write == effect_t::stops_the_transmitter) {

@@ -77,6 +77,6 @@ class chassis_t final : public register_file_t {
     scan_bus_t bus_;
 
     void command (uint32_t word);
-    void check_owners (uint32_t offset, int width, uint32_t value);
+    void check_owners (const met_registers_t &met, uint32_t offset, int width, uint32_t value);
     void show_line (const known_register_t &shown);
 };

@@ -110,29 +110,24 @@ static constexpr known_register_t known[] = {
     shared (CMXSCR, "CMXSCR", CMXSCR_SCC3, all),
 };
 
-std::pair<const known_register_t *, const known_register_t *> registers_at (uint32_t offset,
-                                                                            int width)
+met_registers_t registers_at (uint32_t offset, int width)
 {
     auto ends_before = [] (const known_register_t &r, uint32_t at) {
         return r.offset + r.width <= at;
     };
-    auto begins = [] (const known_register_t &r, uint32_t at) { return r.offset < at; };
     const known_register_t *begin =
         std::lower_bound (std::begin (known), std::end (known), offset, ends_before);
-    return {begin, std::lower_bound (begin, std::end (known),
-                                     offset + static_cast<uint32_t> (width), begins)};
+    const known_register_t *end = begin;
+    while (end != std::end (known) && end->offset < offset + static_cast<uint32_t> (width)) {
+        end++;
+    }
+    return {begin, end, begin != end && begin->offset <= offset ? begin->name : ""};
 }
 
 const known_register_t *find_register (uint32_t offset)
 {
-    auto [begin, end] = registers_at (offset, 1);
-    return begin == end ? nullptr : begin;
-}
-
-const char *name_at (uint32_t offset)
-{
-    const known_register_t *found = find_register (offset);
-    return found == nullptr ? "" : found->name;
+    met_registers_t met = registers_at (offset, 1);
+    return met.first == met.last ? nullptr : met.first;
 }
 
 void reset_registers (board_memory_t &memory)
@@ -167,27 +162,34 @@ static constexpr area_t areas[] = {
     {all, false, true, true, "reserved memory"},
 };
 
-static bit_owners_t owners_of_byte (uint32_t at, uint32_t dpram)
+// Of bytes in one register, or of one byte.
+static bit_owners_t owners_within (const known_register_t *r, uint32_t at, uint32_t width,
+                                   uint32_t dpram)
 {
+    const uint32_t whole = all >> (32 - 8 * width);
     if (at - dpram < SCANP_DPMEM_SIZE) { // modulo 2^32
-        return {0xFF, 0, true, ""};
+        return {whole, 0, true, ""};
     }
-    if (const known_register_t *r = find_register (at)) {
-        uint32_t shift = 8 * (r->offset + r->width - 1 - at);
-        return {r->ours >> shift & 0xFF, ~(r->ours | r->others) >> shift & 0xFF, true, r->name};
+    if (r != nullptr) {
+        uint32_t shift = 8 * (r->offset + r->width - width - at);
+        return {r->ours >> shift & whole, ~(r->ours | r->others) >> shift & whole, true, r->name};
     }
     const area_t *area = areas;
     while (at >= area->end && area->end != all) {
         area++;
     }
-    return {area->is_ours ? 0xFFu : 0, area->is_reserved ? 0xFFu : 0, area->is_known, area->name};
+    return {area->is_ours ? whole : 0, area->is_reserved ? whole : 0, area->is_known, area->name};
 }
 
-bit_owners_t owners_at (uint32_t offset, int width, uint32_t dpram)
+bit_owners_t owners_at (const met_registers_t &met, uint32_t offset, int width, uint32_t dpram)
 {
-    bit_owners_t owners = owners_of_byte (offset, dpram);
-    for (uint32_t i = 1; i < static_cast<uint32_t> (width); i++) {
-        bit_owners_t byte = owners_of_byte (offset + i, dpram);
+    const auto bytes = static_cast<uint32_t> (width);
+    if (*met.name && offset + bytes <= met.first->offset + met.first->width) {
+        return owners_within (met.first, offset, bytes, dpram);
+    }
+    bit_owners_t owners = owners_within (find_register (offset), offset, 1, dpram);
+    for (uint32_t i = 1; i < bytes; i++) {
+        bit_owners_t byte = owners_within (find_register (offset + i), offset + i, 1, dpram);
         owners.ours = owners.ours << 8 | byte.ours;
         owners.reserved = owners.reserved << 8 | byte.reserved;
         owners.is_known = owners.is_known && byte.is_known;

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <stdint.h>
-#include <utility>
 
 class board_memory_t;
 
@@ -30,11 +29,12 @@ struct known_register_t {
 
 // The register that contains the offset; null: none that is known.
 const known_register_t *find_register (uint32_t offset);
-// Its name; empty where there is none.
-const char *name_at (uint32_t offset);
-// The registers that an access meets: begin and end.
-std::pair<const known_register_t *, const known_register_t *> registers_at (uint32_t offset,
-                                                                            int width);
+// The registers that an access meets.
+struct met_registers_t {
+    const known_register_t *first, *last; // begin and end
+    const char *name;                     // of the one that contains the first byte; or empty
+};
+met_registers_t registers_at (uint32_t offset, int width);
 
 // Gives the registers their values after reset, but for the bits that are filled.
 void reset_registers (board_memory_t &memory);
@@ -47,4 +47,4 @@ struct bit_owners_t {
     const char *name;  // of the first byte's place
 };
 // `dpram`: the offset of the dual-port RAM that the driver reserved.
-bit_owners_t owners_at (uint32_t offset, int width, uint32_t dpram);
+bit_owners_t owners_at (const met_registers_t &met, uint32_t offset, int width, uint32_t dpram);

@@ -7,6 +7,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <string>
+#include <sys/stat.h>
 #include <unistd.h>
 
 constexpr const char *scanp_path = "/dev/scanp";
@@ -91,13 +92,21 @@ std::optional<device_t> device_at (int directory, const char *path, bool follow)
     return device;
 }
 
+// Reading the link is slow: the last device of a thread is recognised by its file's number.
 std::optional<device_file_t> device_file_of (int fd)
 {
-    if (fd < 0) {
+    static thread_local struct stat last;
+    static thread_local std::optional<device_file_t> file;
+    int error = errno;
+    struct stat now;
+    if (fd < 0 || fstat (fd, &now) != 0) {
+        errno = error;
         return std::nullopt;
     }
-    int error = errno;
-    auto file = parse_target (link_target (descriptor_path (fd)));
+    if (!file || now.st_ino != last.st_ino || now.st_dev != last.st_dev) {
+        file = parse_target (link_target (descriptor_path (fd)));
+        last = now;
+    }
     errno = error;
     return file;
 }

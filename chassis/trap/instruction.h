@@ -12,6 +12,8 @@ struct program_memory_t {
     virtual void store (uintptr_t address, int width, uint64_t value) = 0;
     // Whether no other processor can come between a load of the address and a store.
     virtual bool is_exclusive (uintptr_t address) = 0;
+    // Whether no other thread carries out instructions: what was decoded may be kept, and used.
+    bool is_alone = true;
 
   protected:
     ~program_memory_t () = default;

@@ -5,7 +5,6 @@
 #include <Zydis/Decoder.h>
 #include <Zydis/Register.h>
 #include <algorithm>
-#include <atomic>
 #include <stdio.h>
 #include <string.h>
 
@@ -372,27 +371,17 @@ static bool starts_with (const uint8_t *code, const form_t &form)
     return i > 0 && i == form.length;
 }
 
-// Forms once decoded. What an instruction is depends on its bytes alone, which are compared. Of two
-// threads at a time one does without.
-static bool find_form (const uint8_t *code, form_t &form)
+// Forms once decoded. What an instruction is depends on its bytes alone, which are compared.
+static bool find_form (const uint8_t *code, bool may_be_kept, form_t &form)
 {
+    if (!may_be_kept) {
+        return decode_at (code, form);
+    }
     static form_t kept[2048];
-    static std::atomic_flag is_taken = ATOMIC_FLAG_INIT;
     const auto address = reinterpret_cast<uintptr_t> (code);
     form_t &place = kept[(address ^ address >> 9) % std::size (kept)];
-    const bool is_ours = !is_taken.test_and_set (std::memory_order_acquire);
-    bool is_known = is_ours && starts_with (code, place);
-    if (is_known) {
-        form = place;
-    } else {
-        is_known = decode_at (code, form);
-        if (is_ours && is_known) {
-            place = form;
-        }
-    }
-    if (is_ours) {
-        is_taken.clear (std::memory_order_release);
-    }
+    const bool is_known = starts_with (code, place) || decode_at (code, place);
+    form = place;
     return is_known;
 }
 
@@ -858,7 +847,8 @@ bool carry_out_instruction (ucontext_t &context, program_memory_t &memory)
 {
     greg_t *registers = context.uc_mcontext.gregs;
     form_t form;
-    return find_form (reinterpret_cast<const uint8_t *> (registers[REG_RIP]), form) &&
+    return find_form (reinterpret_cast<const uint8_t *> (registers[REG_RIP]), memory.is_alone,
+                      form) &&
            form.row < std::size (table) && machine_t (registers, memory, form).carry_out ();
 }
 

@@ -236,6 +236,7 @@ bool run_program (ucontext_t &context)
     static std::atomic_flag is_running = ATOMIC_FLAG_INIT;
     const bool runs_on = !is_running.test_and_set (std::memory_order_acquire);
     run_t run (context);
+    run.is_alone = runs_on;
     run_t *const outer = current;
     volatile int done = 0;
     current = &run;
