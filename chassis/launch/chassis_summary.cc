@@ -49,7 +49,7 @@ void print_summary (std::ostream &out, const chassis_settings_t &settings)
                "has\n";
         return;
     }
-    bool some_too_late = false, some_unsent = false;
+    bool some_too_late = false, some_unsent = false, some_unheld = false;
     out << "slot  delay us  fault                commands (bytes of the answer)\n";
     for (const auto &[slot, card] : settings.cards) {
         std::string commands;
@@ -59,6 +59,7 @@ void print_summary (std::ostream &out, const chassis_settings_t &settings)
             some_unsent |= command == 1 || command == 2;
             commands += (commands.empty () ? "" : ", ") + answer_text (command, answer, too_late);
         }
+        some_unheld |= card.fault == fault_t::endless_transmitter && !settings.board.cts3;
         out << std::right << std::setw (4) << slot << std::setw (10) << card.delay << "  "
             << std::left << std::setw (21)
             << (card.fault == fault_t::none ? "-" : fault_name (card.fault))
@@ -67,9 +68,12 @@ void print_summary (std::ostream &out, const chassis_settings_t &settings)
     if (some_too_late) {
         out << "too late: the daemon waits 110 ms for an answer, and gets none (-3)\n";
     }
+    if (some_unheld) {
+        out << "endless transmitter: holds up nothing with cts3 = false, the card answers as any "
+               "other\n";
+    }
     if (some_unsent) {
         out << "commands 1 and 2: the daemon claims and releases the bus with them, and never "
-               "sends "
-               "them to a card\n";
+               "sends them to a card\n";
     }
 }

@@ -187,23 +187,6 @@ TEST_F (door_test, names_the_instruction_that_it_does_not_know)
 }
 #endif
 
-TEST_F (door_test, what_is_no_device_passes_through)
-{
-    int fd = scanp_open ();
-    EXPECT_TRUE (ioctl (fd, _IO ('s', 4)) == -1 && errno == ENOTTY);
-    close (fd);
-    EXPECT_EQ (open ("/dev/null", O_RDWR), fd) << "the lowest number, and another file";
-    EXPECT_EQ (ioctl (fd, _IO ('s', 2)), -1);
-    usleep (1000);
-    std::thread ([] { usleep (1000); }).join ();
-    close (scanp_open ());
-    const timespec shortest = {0, 1};
-    nanosleep (&shortest, nullptr);
-    door_attach (nullptr);
-    usleep (1);
-    EXPECT_EQ (chassis->now (), 132066u) << "2001 microseconds";
-}
-
 TEST_F (door_test, a_fault_of_the_programs_own_still_kills_it)
 {
     void *closed = mmap (nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);

@@ -152,6 +152,16 @@ struct meddler_t final : register_file_t {
     }
 };
 
+// Whether the driver's requests for commands do not reach it.
+bool sends_no_command;
+
+extern "C" int __real_ioctl (int fd, unsigned long request, uintptr_t argument);
+extern "C" int __wrap_ioctl (int fd, unsigned long request, uintptr_t argument)
+{
+    bool is_dropped = sends_no_command && request == SCANP_DO_CPCR_COMMAND;
+    return is_dropped ? 0 : __real_ioctl (fd, request, argument);
+}
+
 constexpr std::pair<const char *, board_t::fill_t> fills[] = {
     {"zeros", board_t::fill_t::zeros},    {"ones", board_t::fill_t::ones},
     {"noise", board_t::fill_t::noise},    {"noise 2", board_t::fill_t::noise2},
@@ -174,6 +184,7 @@ class daemons : public board_test {
         meddler = std::make_unique<meddler_t> (*chassis, row);
         chassis->front = meddler.get ();
         log->on_command = [this] (uint32_t) { meddler->flip_once (); };
+        sends_no_command = meddler->changes.has ("drop", 0x119C0);
         for (uint32_t left = meddler->changes.value_of ("init", 1); left > 0; left--) {
             scan_port_init ();
         }
@@ -192,6 +203,7 @@ class daemons : public board_test {
     }
     void end ()
     {
+        sends_no_command = false;
         chassis.reset ();
         meddler.reset ();
     }

@@ -20,7 +20,7 @@
 #include <thread>
 #include <unistd.h>
 
-static int tell_environment (int status)
+static int print_environment (int status)
 {
     for (char **entry = environ; *entry; entry++) {
         if (strncmp (*entry, "Q5_CHASSIS", 10) == 0 || strncmp (*entry, "LD_PRELOAD", 10) == 0) {
@@ -44,7 +44,7 @@ static volatile uint8_t *map (int fd, size_t length, off_t phys, int flags = MAP
 }
 
 // Whether it is the board: that has memory at 0xF0000000, and none at 0.
-static void tell_board (const std::string &what, int fd)
+static void show_board (const std::string &what, int fd)
 {
     bool is_board = map (fd, 100, 0xF0000000) != nullptr && map (fd, 100, 0) == nullptr;
     show (what, fd >= 0 && is_board ? 1 : -1);
@@ -56,36 +56,36 @@ template <typename... arguments_t> static long call (const char *name, arguments
     return reinterpret_cast<long (*) (arguments_t...)> (dlsym (RTLD_DEFAULT, name)) (arguments...);
 }
 
-static void tell_ways_to_open ()
+static void open_in_all_ways ()
 {
     const char *mem = "/dev/mem";
     for (const char *name : {"open", "open64", "__open_2", "__open64_2"}) {
-        tell_board (name, static_cast<int> (call (name, mem, O_RDWR, 0)));
+        show_board (name, static_cast<int> (call (name, mem, O_RDWR, 0)));
     }
     for (const char *name : {"openat", "openat64", "__openat_2", "__openat64_2"}) {
-        tell_board (name, static_cast<int> (call (name, AT_FDCWD, mem, O_RDWR, 0)));
+        show_board (name, static_cast<int> (call (name, AT_FDCWD, mem, O_RDWR, 0)));
     }
 }
 
-static void tell_names ()
+static void open_by_all_names ()
 {
     int opened = open ("/dev/mem", O_RDWR), folder = open ("/dev", O_RDONLY);
     const std::string descriptor = "/proc/self/fd/" + std::to_string (opened);
     bool linked = symlink ("/dev/mem", "a") == 0 && symlink ("a", "b") == 0;
     show ("links", linked);
     for (const char *name : {"//dev/mem", "/dev/../dev/./mem", "b", descriptor.c_str ()}) {
-        tell_board (name == descriptor ? "descriptor" : name, open (name, O_RDWR));
+        show_board (name == descriptor ? "descriptor" : name, open (name, O_RDWR));
     }
-    tell_board ("dup", dup (opened));
-    tell_board ("from /dev", openat (folder, "mem", O_RDWR));
-    tell_board ("not through a link", open ("a", O_RDWR | O_NOFOLLOW));
-    tell_board ("read only", open ("/dev/mem", O_RDONLY));
-    tell_board ("a file", open ("/proc/self/exe", O_RDONLY));
+    show_board ("dup", dup (opened));
+    show_board ("from /dev", openat (folder, "mem", O_RDWR));
+    show_board ("not through a link", open ("a", O_RDWR | O_NOFOLLOW));
+    show_board ("read only", open ("/dev/mem", O_RDONLY));
+    show_board ("a file", open ("/proc/self/exe", O_RDONLY));
     show ("as a folder", open ("/dev/mem", O_RDONLY | O_DIRECTORY));
     show ("as a new file", open ("/dev/mem", O_RDWR | O_CREAT | O_EXCL, 0600));
 }
 
-static void tell_reading_and_writing ()
+static void read_and_write ()
 {
     for (const char *device : {"/dev/mem", "/dev/scanp"}) {
         int fd = open (device, O_RDWR | O_SYNC);
@@ -98,14 +98,14 @@ static void tell_reading_and_writing ()
     }
 }
 
-static void tell_views ()
+static void change_views ()
 {
     int fd = open ("/dev/mem", O_RDWR);
     volatile uint8_t *view = map (fd, 0x3FFFF, 0xF0000000);
     auto *page = const_cast<uint8_t *> (view) + 0x2000; // the page after the driver's bytes
     view[0x3FFFF] = view[0x3FFFF], errno = EILSEQ, view[0x103F] = 0x34;
-    show ("errno behind an access", -(errno == EILSEQ));
-    show ("behind the length, in the page", view[0x3FFFF]);
+    show ("errno after an access", -(errno == EILSEQ));
+    show ("past the length, in the page", view[0x3FFFF]);
     show ("past the end", map (fd, 0x40001, 0xF0000000) ? 0 : -1);
     show ("length 0", map (fd, 0, 0xF0000000) ? 0 : -1);
     show ("in a page", map (fd, 1, 0xF0000004) ? 0 : -1);
@@ -116,7 +116,7 @@ static void tell_views ()
     show ("protected", view[0x103F]);
     show ("munmap", munmap (page, 4096));
     show ("mprotect of what is gone", mprotect (page, 4096, PROT_READ));
-    show ("behind what is gone", view[0x3FFFF]);
+    show ("after what is gone", view[0x3FFFF]);
     show ("another page there", mmap (page, 4096, PROT_READ | PROT_WRITE,
                                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) == page);
     show ("its own bytes", *page = 5);
@@ -125,7 +125,7 @@ static void tell_views ()
 }
 
 // Whether a raw system call opens the memory of this machine, by its name or by a node of root's.
-static void tell_real_memory ()
+static void open_real_memory ()
 {
     (void)!mknod ("real", S_IFCHR | 0600, makedev (1, 1));
     for (const char *name : {"real", "/dev/mem"}) {
@@ -183,7 +183,7 @@ class bus_watch_t {
     }
 };
 
-static void tell_clocks ()
+static void sleep_in_all_ways ()
 {
     bus_watch_t bus;
     const span_t span = {0, 10000000};
@@ -248,27 +248,27 @@ int main (int argc, char **argv)
 {
     const std::string what = argc == 2 ? argv[1] : "";
     if (what == "inherited") {
-        tell_board (what, 3);
+        show_board (what, 3);
         return 0;
     }
     if (what == "real") {
-        tell_real_memory ();
+        open_real_memory ();
         return 0;
     }
     if (what == "clocks") {
-        tell_clocks ();
+        sleep_in_all_ways ();
         return 0;
     }
     if (what != "door") {
-        return tell_environment (atoi (argv[1]));
+        return print_environment (atoi (argv[1]));
     }
     auto own_fault = [] (int) {
         puts ("a fault of its own");
         exit (0);
     };
     signal (SIGSEGV, own_fault); // before there is a view to trap
-    tell_ways_to_open ();
-    tell_names ();
-    tell_reading_and_writing ();
-    tell_views ();
+    open_in_all_ways ();
+    open_by_all_names ();
+    read_and_write ();
+    change_views ();
 }
