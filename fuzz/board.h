@@ -38,7 +38,7 @@ struct board_under_test_t final : chassis_observer_t {
     chassis_t chassis;
     size_t num_accesses = 0;
     size_t num_characters = 0;
-    uint64_t told = 0; // everything before this tick
+    uint64_t reported = 0; // everything before this tick
     bool refused = false;
     const unsigned first_descriptor = dup (0); // of those that the device layer keeps open for ever
 
@@ -62,11 +62,11 @@ struct board_under_test_t final : chassis_observer_t {
     void character (const line_character_t &c) override
     {
         num_characters++;
-        REQUIRE (told <= c.start && c.start <= c.end && c.end <= chassis.now ());
+        REQUIRE (reported <= c.start && c.start <= c.end && c.end <= chassis.now ());
     }
     void settled (uint64_t tick) override
     {
-        REQUIRE (std::exchange (told, tick) <= tick && tick <= chassis.now ());
+        REQUIRE (std::exchange (reported, tick) <= tick && tick <= chassis.now ());
     }
     // "WHAT is VALUE: WHY (what the program is doing)", and nothing after a refusal.
     void remark (uint64_t, const std::string &line, bool stops) override

@@ -126,7 +126,7 @@ static int32_t await_answer ()
     return 0;
 }
 
-// Returns 0 for a good answer. The status is read anew for each test.
+// Returns 0 for a good answer. The status is read again for each test.
 static int32_t check_answer ()
 {
     volatile be16_t *status = &scan_port_state.rx_bds[0].status;

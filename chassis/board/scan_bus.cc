@@ -22,7 +22,7 @@ void scan_bus_t::initialise ()
 }
 
 constexpr const char *own_state =
-    "the controller's own: it stands still until it is initialised anew";
+    "the controller's own: writing it stops this side until the next INIT RX AND TX PARAMETERS";
 
 void scan_bus_t::lose_receiver_state ()
 {

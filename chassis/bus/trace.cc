@@ -38,8 +38,8 @@ static void add_fault (std::vector<std::string> &faults, const line_character_t 
                        size_t data_characters)
 {
     std::string words = words_of (character.fault);
-    bool told = !faults.empty () && faults.back ().compare (0, words.size (), words) == 0;
-    if (!told && faults.size () < most_faults) {
+    bool is_known = !faults.empty () && faults.back ().compare (0, words.size (), words) == 0;
+    if (!is_known && faults.size () < most_faults) {
         faults.push_back (words + " at " + place_of (character, data_characters));
     }
 }

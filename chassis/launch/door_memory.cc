@@ -98,7 +98,7 @@ void *move_any (void *where, size_t length, size_t new_length, int flags, void *
                 void *(*real) (void *, size_t, size_t, int, void *))
 {
     if (is_viewed (where, std::max<size_t> (length, 1))) {
-        complain ("mremap of a view of /dev/mem: refused; unmap it and map anew");
+        complain ("mremap of a view of /dev/mem: refused; unmap it and map it again");
         return fail_to_map (EINVAL);
     }
     void *moved = real (where, length, new_length, flags, place);

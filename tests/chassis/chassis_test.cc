@@ -95,16 +95,16 @@ TEST_F (chassis_test, cards_are_plugged_just_before_a_select)
 
 struct disk_t {
     std::string text;
-    size_t room;
+    size_t space;
 };
 
-// Takes what it has room for.
+// Takes what it has space for.
 static ssize_t write_to_disk (void *cookie, const char *bytes, size_t size)
 {
     auto &disk = *static_cast<disk_t *> (cookie);
-    size_t taken = std::min (size, disk.room);
+    size_t taken = std::min (size, disk.space);
     disk.text.append (bytes, taken);
-    disk.room -= taken;
+    disk.space -= taken;
     errno = ENOSPC;
     return static_cast<ssize_t> (taken);
 }
@@ -116,7 +116,7 @@ TEST (trace_file, marks_the_gap_that_a_full_disk_left)
     trace_file_t trace (file, 1000);
     testing::internal::CaptureStderr ();
     for (int line = 1; line <= 5; line++) {
-        disk.room += line == 4 ? 1000 : 0;
+        disk.space += line == 4 ? 1000 : 0;
         trace.put (1500, std::to_string (line));
     }
     fclose (file);
