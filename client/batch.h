@@ -1,5 +1,5 @@
 // A batch of requests as values: sent by one call, which returns what became of it. Open this
-// header first; those beside it build on it.
+// header first; the others build on it.
 //
 // Nothing here keeps state between calls: any number of threads may exchange batches at once, each
 // with requests of its own; settings may be shared while no thread changes them. No signal is

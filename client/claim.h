@@ -15,8 +15,8 @@
 // costs a fork, a process that sleeps, one descriptor in the program (the end of a pipe, closed on
 // exec) and no memory beyond the pages that the program writes afterwards. It is in a session of
 // its own, ignores signals, keeps no file of the program open, is not a child that the program
-// could wait for (taking a claim raises one SIGCHLD), and gives up after three minutes without a
-// daemon. A child that the program forks and that does not exec keeps the claim while it lives.
+// could wait for (taking a claim raises one SIGCHLD), and stops trying after three minutes without
+// a daemon. A child that the program forks and that does not exec keeps the claim while it lives.
 // What ends the guardian too, such as a stopped container or a power cut, leaves the bus claimed:
 // releasing with the same id, or restarting the daemon, frees it.
 #pragma once

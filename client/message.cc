@@ -107,7 +107,7 @@ static int64_t number_of (kind_t kind, const uint8_t *bytes)
     return is_signed && value >= range / 2 ? value - range : value;
 }
 
-// A tenth of 3 is 0.3, and not the next number beside it.
+// A tenth of 3 is 0.3, not the double next to it.
 static double scaled (int64_t number, double scale)
 {
     double value = number * scale;

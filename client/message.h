@@ -45,7 +45,7 @@ struct q5_scan_message_t {
     {
         return problem.empty () && left.empty ();
     }
-    // The first field of that name; null when there is none.
+    // The first field of that name, or null.
     const q5_scan_field_t *field (std::string_view name) const;
 };
 

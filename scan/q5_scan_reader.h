@@ -24,7 +24,7 @@ struct q5_scan_buffer_t {
 //
 // The counts in a reply are taken as the card sent them, so a field may lie outside its own reply;
 // an operation that would reach outside this object throws as if its bound had failed. A program
-// may point `bytes` at memory of its own: then the bounds are those listed alone.
+// may point `bytes` at its own memory: then only the listed bounds apply.
 class q5_scan_reader_t : public q5_scan_client_t {
   public:
     int32_t length;       // payload bytes of the current message; negative when n exceeds it

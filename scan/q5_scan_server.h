@@ -13,7 +13,7 @@ class q5_scan_server_t : public kp_server_t {
     alignas (4) uint8_t txbuf[Q5_SCAN_MAX_TX];     // transmit bytes of the batch, back to back
     alignas (4) uint8_t rxbuf[Q5_SCAN_MAX_RX + 1]; // received bytes of the last transfer
     scan_request_t requests[MAX_REQUESTS];         // headers of the batch
-    int32_t owner_id;                              // the client that holds the bus; 0: nobody
+    int32_t owner_id;                              // the client that holds the bus; 0: none
 
     q5_scan_server_t ();
 

@@ -198,7 +198,8 @@ TEST (batch, outlives_every_error_of_every_system_call)
         }
     }
     expect_file ("client/errors.txt",
-                 "# From which errno on what becomes of a batch.\n" + text + "\n");
+                 "# The outcome of a batch for each errno, from the lowest number.\n" + text +
+                     "\n");
 }
 
 TEST (batch, says_why_there_is_no_connection)
@@ -212,32 +213,32 @@ TEST (batch, says_why_there_is_no_connection)
         expect_in_time ([&] { outcome = q5_scan_exchange (settings, requests); }, failing);
         return names[static_cast<int> (outcome.state)] + (": " + text_of (outcome)) + "\n";
     };
-    std::string all = "Nobody accepts:\n" + text ();
+    std::string all = "Nobody accepts. " + text ();
     for (int i = 0; i < 3; i++) {
         text ();
     }
-    all += "The queue is full:\n" + text ();
+    all += "The queue is full. " + text ();
     close (listener);
-    all += "Nobody listens:\n" + text ();
+    all += "Nobody listens. " + text ();
     fake_server_t silent (std::vector<session_t>{{{}, session_t::holds}});
     settings.port = silent.port;
-    all += "The batch is not taken:\n" + text ("the other host");
+    all += "The batch is not taken. " + text ("the other host");
     settings.port = port;
     settings.host = "slow.invalid";
-    all += "The resolver hangs:\n" + text ();
+    all += "The resolver hangs. " + text ();
     pid_t child = fork (); // which keeps what the look-up has open
     if (child == 0) {
         sleep (6), _exit (0);
     }
     settings.connect_timeout = 0ms;
-    all += "There is no such host:\n" + text ();
+    all += "There is no such host. " + text ();
     kill (child, SIGKILL);
     waitpid (child, nullptr, 0);
     settings.connect_timeout = 5000ms; // looks up in a thread
     int before = num_descriptors ();
     for (const char *host : {"broken.invalid", "lost.invalid", "many.invalid", "127.2"}) {
         settings.host = host;
-        all += settings.host + ":\n" + text ();
+        all += settings.host + ". " + text ();
     }
     EXPECT_EQ (num_descriptors (), before) << "no end of a pipe stays open";
     expect_file ("client/no_connection.txt", all);

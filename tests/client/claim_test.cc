@@ -100,8 +100,8 @@ static bytes_t received_in_time (fake_server_t &server, size_t size)
     return server.received ();
 }
 
-// A child that was forked beside threads may wait for ever for a lock of the leak checker at its
-// exit.
+// At its exit a child that was forked while threads ran may wait forever for a lock of the leak
+// checker.
 extern "C" const char *__asan_default_options ()
 {
     return "detect_leaks=0";

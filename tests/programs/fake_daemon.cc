@@ -1,13 +1,14 @@
-// fake_daemon [HEX...] [+ HEX...] -- COMMAND...: runs the command against a daemon on port 1971
-// that answers with these bytes, whatever it is asked, and ends the connection; after a + those
-// for the next connection; there are no more. Then shows in words of 32 bits what each was sent.
+// fake_daemon [-q] [HEX...] [+ HEX...] -- COMMAND...: runs the command against a daemon on port
+// 1971 that answers with these bytes, whatever it is asked, and ends the connection; after a +
+// those for the next connection; there are no more. Then shows in words of 32 bits what each was
+// sent; not with -q.
 #include "tests/fake_server.h"
 
 #include <poll.h>
 #include <string.h>
 #include <sys/wait.h>
 
-static void serve (int fd, const bytes_t &reply)
+static void serve (int fd, const bytes_t &reply, bool is_quiet)
 {
     (void)!send (fd, reply.data (), reply.size (), MSG_NOSIGNAL);
     shutdown (fd, SHUT_WR);
@@ -15,14 +16,17 @@ static void serve (int fd, const bytes_t &reply)
     ssize_t size = recv (fd, request.data (), request.size (), MSG_WAITALL);
     request.resize (std::max<ssize_t> (size, 0));
     close (fd);
-    printf ("sent:");
-    print_words (request);
+    if (!is_quiet) {
+        printf ("sent:");
+        print_words (request);
+    }
 }
 
 int main (int, char **argv)
 {
     std::vector<bytes_t> replies (1);
-    for (argv++; *argv && strcmp (*argv, "--") != 0; argv++) {
+    const bool is_quiet = strcmp (argv[1], "-q") == 0;
+    for (argv += 1 + is_quiet; *argv && strcmp (*argv, "--") != 0; argv++) {
         if (strcmp (*argv, "+") == 0) {
             replies.push_back ({});
         } else {
@@ -42,7 +46,7 @@ int main (int, char **argv)
             ended = waitpid (child, &status, WNOHANG) == child;
         }
         if (!ended) {
-            serve (accept (listener, nullptr, nullptr), reply);
+            serve (accept (listener, nullptr, nullptr), reply, is_quiet);
         }
     }
     close (listener);

@@ -140,12 +140,10 @@ TEST (client, resolves_in_many_threads_at_once)
     EXPECT_EQ (wrong, 0);
     EXPECT_EQ (num_together, 0);
     kp_client_t client ("", 1);
+    EXPECT_EQ (client.connect_to ("256.256.256.256", 1), -1);
+    EXPECT_NE (h_errno, 0);
     EXPECT_EQ (client.connect_to ("replaced.invalid", 1), -1);
     EXPECT_EQ (std::pair (errno, h_errno), std::pair (ECONNREFUSED, 0));
     EXPECT_EQ (client.connect_to ("127.2", 1), -1);
     EXPECT_EQ (h_errno, 0) << "an address of two numbers";
-    EXPECT_EQ (client.connect_to ("127.0.0.1", 1), -1);
-    EXPECT_EQ (std::pair (errno, h_errno), std::pair (ECONNREFUSED, 0));
-    EXPECT_EQ (client.connect_to ("256.256.256.256", 1), -1);
-    EXPECT_NE (h_errno, 0);
 }

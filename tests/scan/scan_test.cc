@@ -97,7 +97,7 @@ TEST_F (session, checks_a_call_in_the_listed_order)
     EXPECT_EQ (server.scan (3, ask, 4095, b, 0, b), -4) << "the transfer's to refuse";
 }
 
-// One connection a line, all to one server: its bytes, and what becomes of them. (A batch that is
+// One connection a line, all to one server: its bytes, and the result. (A batch that is
 // cut off, and counts out of range: see sweep_session_test.cc.)
 TEST_F (session, does_with_each_batch_what_the_file_says)
 {

@@ -141,6 +141,6 @@ void add_hold (command_line_t &line)
     command.add_flag ("--verbose", *verbose, "print the id that holds the bus, on standard error");
     command.footer ("Usage: q5_scan hold [--verbose] [--] COMMAND...\n"
                     "Exit status: that of COMMAND, 128 and the number of the signal that ended it, "
-                    "126 when\nit cannot be run, 127 when there is none; 2, 3, 4 and 130 as for "
+                    "126 when\nit cannot be run, 127 when it is not found; 2, 3, 4 and 130 as for "
                     "every command when the\nbus was not claimed.");
 }

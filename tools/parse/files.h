@@ -23,7 +23,7 @@ std::string shown_name (const std::string &path);
 // Throws failure_t unless a file can be written there; "-", which is standard output, can.
 void check_writable (const std::string &path);
 
-// Writes a temporary file beside it and renames that when it is complete: others see the old
-// contents or the new ones. A device or a pipe is written directly. Throws failure_t, and then
-// leaves no file.
+// Writes a temporary file in the same directory and renames that when it is complete: others see
+// the old contents or the new ones. A device or a pipe is written directly. Throws failure_t, and
+// then leaves no file.
 void write_file (const std::string &path, const std::string &text);

@@ -27,7 +27,7 @@ std::vector<int32_t> parse_slots (const std::vector<std::string> &texts);
 // Commands of the cards, 3 to 255, with commas between; each once, in this order.
 std::vector<int32_t> parse_commands (const std::string &text);
 
-// A number from 0 to 255. Beside bytes in hex, one of several plain digits could be meant either
+// A number from 0 to 255. Next to bytes in hex, several plain digits could be read either
 // way: it is refused.
 uint8_t parse_plain_byte (const std::string &name, const std::string &text);
 

@@ -50,7 +50,7 @@ static bool is_formatting (wchar_t c)
            c == 0x200F || c == 0x061C;
 }
 
-// The printable character at the front of a text; without a size when there is none.
+// The printable character at the front of a text; of size 0 when there is none.
 static character_t character_at (const char *text, size_t size)
 {
     static const bool is_utf8 = strcmp (nl_langinfo (CODESET), "UTF-8") == 0;

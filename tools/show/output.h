@@ -24,7 +24,7 @@ std::string in_quotes (const std::string &text);
 // The characters of the bytes, a "." for each that is not printable ASCII.
 std::string characters (const bytes_t &bytes);
 
-// Lines of 16 bytes, hex beside characters, each after its offset.
+// Lines of 16 bytes: offset, hex and characters.
 std::string hex_lines (const bytes_t &bytes);
 
 // Columns that a printable text takes on the screen.

@@ -1,4 +1,5 @@
-// How far a long exchange is: one line on standard error, if that is a terminal, until the end.
+// The progress of a long exchange: one line on standard error, if that is a terminal, until the
+// end.
 #pragma once
 
 #include <stddef.h>

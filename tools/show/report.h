@@ -15,7 +15,7 @@ constexpr int status_no_connection = 3; // no connection, or one that ended in t
 constexpr int status_dropped = 4;       // the daemon dropped the batch unanswered
 constexpr int status_interrupted = 130; // Ctrl-C, as a shell reports it
 
-// Why a command cannot go on. Thrown, or carried by a report beside the part that was done.
+// Why a command failed. Thrown, or carried by a report with the part that was done.
 struct failure_t {
     int status;
     std::string what;   // what went wrong, and where

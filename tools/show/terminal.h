@@ -9,7 +9,7 @@
 bool has_controls (int fd);
 
 // Columns of the screen that output is for: those of the environment's COLUMNS, else of the
-// terminal that standard output is; 0, which means any number, when it is none.
+// terminal that standard output is; 0 without one: any number.
 size_t output_width ();
 
 class terminal_t {
