@@ -322,15 +322,15 @@ static bool decode_operands (const ZydisDecoderContext &decoding,
            });
 }
 
-// Of the bytes that are there; an instruction that is not known has the row after the last.
-static ZyanStatus decode (const uint8_t *code, size_t available, form_t &form)
+// An instruction that is not known has the row after the last. Zydis reads no byte after the
+// instruction, which may be the last of its page.
+static bool decode_at (const uint8_t *code, form_t &form)
 {
     ZydisDecodedInstruction instruction;
     ZydisDecoderContext decoding;
-    ZyanStatus status =
-        ZydisDecoderDecodeInstruction (&decoder, &decoding, code, available, &instruction);
-    if (ZYAN_FAILED (status)) {
-        return status;
+    if (ZYAN_FAILED (ZydisDecoderDecodeInstruction (&decoder, &decoding, code,
+                                                    ZYDIS_MAX_INSTRUCTION_LENGTH, &instruction))) {
+        return false;
     }
     auto *row = std::find_if (std::begin (table), std::end (table), [&] (const row_t &each) {
         return each.mnemonic == mnemonic_of (instruction);
@@ -346,19 +346,7 @@ static ZyanStatus decode (const uint8_t *code, size_t available, form_t &form)
         row = std::end (table);
     }
     form.row = static_cast<uint8_t> (row - table);
-    return status;
-}
-
-// The instruction may be the last of its page, with nothing after it.
-static bool decode_at (const uint8_t *code, form_t &form)
-{
-    constexpr size_t page_size = 4096, longest = ZYDIS_MAX_INSTRUCTION_LENGTH;
-    size_t left = page_size - reinterpret_cast<uintptr_t> (code) % page_size;
-    ZyanStatus status = decode (code, std::min (left, longest), form);
-    if (status == ZYDIS_STATUS_NO_MORE_DATA && left < longest) {
-        status = decode (code, longest, form);
-    }
-    return ZYAN_SUCCESS (status);
+    return true;
 }
 
 // Reads no byte beyond the first that differs: the code may end there.
