@@ -9,7 +9,7 @@
 
 static const q5_scan_client_t client ("", 0);
 
-// Puts the bytes into the file, and reads it; the date says the same when it is printed anew.
+// Puts the bytes into the file, and reads it; a date that is printed and read again is the same.
 static q5_scan_identity_t read_file_of (int fd, const std::string &bytes)
 {
     std::string path = "/proc/self/fd/" + std::to_string (fd);

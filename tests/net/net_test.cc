@@ -161,6 +161,18 @@ TEST (kp_literate, puts_lets_exactly_1000_characters_through_with_a_nul_for_the_
     EXPECT_TRUE (wire.received ().empty ());
 }
 
+// What the call returns while the next descriptor is 0.
+template <typename call_t> static auto with_descriptor_0_free (call_t call)
+{
+    int input = dup (0), error = errno;
+    close (0);
+    errno = error;
+    auto result = call ();
+    dup2 (input, 0);
+    close (input);
+    return result;
+}
+
 // Does what the first byte of a connection asks for.
 class obedient_server_t : public kp_server_t {
   public:
@@ -179,7 +191,8 @@ class obedient_server_t : public kp_server_t {
     }
 };
 
-TEST (kp_server, refuses_a_bad_port_before_any_socket_is_made)
+// Each errno of each step: tests/programs/transcripts/failing_calls_native.txt.
+TEST (kp_server, names_the_check_or_the_step_that_failed)
 {
     obedient_server_t server;
     obedient_server_t *null = null_object<obedient_server_t> ();
@@ -187,24 +200,14 @@ TEST (kp_server, refuses_a_bad_port_before_any_socket_is_made)
     EXPECT_ASSERTION (server.serve (0, 7), "kp_server.cc:20 (this && port > 0)");
     EXPECT_ASSERTION (server.serve (-1971, 7), "kp_server.cc:20 (this && port > 0)");
     EXPECT_ASSERTION (null->serve (1, 7), "kp_server.cc:20 (this && port > 0)");
-    EXPECT_EQ (num_descriptors (), before);
-}
-
-// Each errno of each step: tests/programs/transcripts/failing_calls_native.txt.
-TEST (kp_server, names_the_step_that_failed)
-{
-    obedient_server_t server;
+    EXPECT_EQ (num_descriptors (), before) << "no socket is made for a bad port";
     auto failure = [&] { return message_of ([&] { server.serve (port, 5); }); };
     EXPECT_THROW (server.serve (port, 7), no_more_t);
     EXPECT_EQ (failure (), "error kp_server.cc:33 (Address already in use)");
     close (last_listener);
-    int input = dup (0);
-    close (0);
     errno = ENOENT;
-    std::string with_socket_0 = failure ();
-    dup2 (input, 0);
-    close (input);
-    EXPECT_EQ (with_socket_0, "error kp_server.cc:27 (No such file or directory)");
+    EXPECT_EQ (with_descriptor_0_free (failure),
+               "error kp_server.cc:27 (No such file or directory)");
 }
 
 TEST (kp_server, listens_on_every_address_while_connections_linger)
@@ -263,12 +266,8 @@ TEST (kp_client, connects_or_says_no_and_leaves_nothing_open)
     EXPECT_THROW (server.serve (port, 7), no_more_t);
     EXPECT_EQ (client.connect_to ("256.256.256.256", port), -1) << "no host";
     EXPECT_EQ (client.connect_to ("255.255.255.255", port), -1) << "no host either";
-    int input = dup (0);
-    close (0);
-    int first = client.connect_to ("127.0.0.1", port);
-    dup2 (input, 0);
-    close (input);
-    EXPECT_EQ (first, 0) << "a descriptor like any other";
+    auto connected = [&] { return client.connect_to ("127.0.0.1", port); };
+    EXPECT_EQ (with_descriptor_0_free (connected), 0) << "a descriptor like any other";
     int fd = client.connect_to ("localhost", port - (1 << 16));
     EXPECT_GT (fd, 0) << "a negative port passes";
     close (fd);
