@@ -75,17 +75,11 @@ list (JOIN path : path)
 target_compile_definitions (q5_shell PRIVATE Q5_PATH="${path}" Q5_BUILD="${PROJECT_BINARY_DIR}")
 add_dependencies (q5_shell q5_net q5_scan_client) # they are installed
 
-# add_transcripts (TEST FOLDER [options of discover_tests]): sessions with the programs, and what they
-# print. The build looks at the folder itself, so that a new file becomes a test.
-function (add_transcripts test folder)
+# add_transcripts (FOLDER): sessions with the programs, and what they print, for transcript_test. The
+# build looks at the folder itself, so that a new file becomes a test.
+function (add_transcripts folder)
     file (GLOB sessions CONFIGURE_DEPENDS ${folder}/*.txt)
-    add_executable (${test} ${PROJECT_SOURCE_DIR}/tests/programs/transcript_test.cc)
-    if (CMAKE_CXX_FLAGS MATCHES "-fsanitize")
-        target_compile_definitions (${test} PRIVATE Q5_SANITIZED)
-    endif ()
     file (RELATIVE_PATH relative ${PROJECT_SOURCE_DIR}/tests ${folder})
-    target_compile_definitions (${test} PRIVATE Q5_TRANSCRIPTS="${relative}")
-    set_property (TARGET ${test} PROPERTY LINK_DEPENDS ${sessions})
-    target_link_libraries (${test} PRIVATE q5_shell)
-    discover_network_tests (${test} NO_PRETTY_VALUES ${ARGN})
+    set_property (GLOBAL APPEND PROPERTY Q5_SESSIONS ${sessions})
+    set_property (GLOBAL APPEND PROPERTY Q5_TRANSCRIPTS \"${relative}\")
 endfunction ()

@@ -28,6 +28,12 @@ void take_place (const std::string &text, q5_scan_settings_t &settings)
     }
 }
 
+void bound (q5_scan_settings_t &settings)
+{
+    bool is_bounded = settings.total_timeout.count () > 0;
+    settings.total_timeout = is_bounded ? settings.total_timeout : std::chrono::seconds (10);
+}
+
 std::string place_of (const q5_scan_settings_t &settings)
 {
     return settings.host + ":" + std::to_string (settings.port);

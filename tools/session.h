@@ -25,6 +25,9 @@ origin_t origin_of (const std::string &command, const globals_t &globals);
 void take_place (const std::string &text, q5_scan_settings_t &settings);
 std::string place_of (const q5_scan_settings_t &settings); // HOST:PORT
 
+// Ten seconds in all, where the command line has no --timeout.
+void bound (q5_scan_settings_t &settings);
+
 // The settings for each of the hosts, in their order, each place once; for none, those of
 // `globals`.
 std::vector<q5_scan_settings_t> chassis_of (const globals_t &globals,

@@ -7,6 +7,7 @@
 #include <fnmatch.h>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <regex>
 #include <sstream>
 #include <string.h>
 
@@ -20,18 +21,10 @@ using block_t = std::vector<example_t>;
 
 static std::string without_roff (const std::string &line)
 {
-    std::string text;
-    for (size_t i = 0; i < line.size (); i++) {
-        if (line[i] != '\\') {
-            text += line[i];
-            continue;
-        }
-        i++;
-        bool is_apostrophe = line.compare (i, 3, "(aq") == 0;
-        i += is_apostrophe ? 2 : 0;
-        text += is_apostrophe ? "'" : line[i] == 'e' ? "\\" : line[i] == '-' ? "-" : "";
-    }
-    return text;
+    std::string text = std::regex_replace (line, std::regex (R"(\\\(aq)"), "'");
+    text = std::regex_replace (text, std::regex (R"(\\-)"), "-");
+    text = std::regex_replace (text, std::regex (R"(\\[^e])"), "");
+    return std::regex_replace (text, std::regex (R"(\\e)"), "\\");
 }
 
 static std::vector<block_t> blocks_of (const fs::path &page)

@@ -1,11 +1,12 @@
-// Plays the sessions of a folder, tests/programs/transcripts, and compares what they print, whole;
-// rewrites them when the environment has Q5_RENEW. CONTRIBUTING.md describes their form.
+// Plays the sessions of the folders of transcripts and compares what they print, whole; rewrites
+// them when the environment has Q5_RENEW. CONTRIBUTING.md describes their form.
 #include "tests/expected.h"
 #include "tests/shell.h"
 
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <regex>
 #include <sstream>
 #include <string.h>
 
@@ -14,14 +15,6 @@ namespace fs = std::filesystem;
 static bool starts (const std::string &line, const char *mark)
 {
     return line.rfind (mark, 0) == 0;
-}
-
-static std::string replaced (std::string text, const std::string &part, const std::string &by)
-{
-    for (size_t at = 0; (at = text.find (part, at)) != std::string::npos; at += by.size ()) {
-        text.replace (at, part.size (), by);
-    }
-    return text;
 }
 
 // Output as the transcript has it: each line after its mark, one that would read as something else
@@ -42,29 +35,22 @@ static std::string shown (const std::string &output, const std::string &mark)
     return text + (output.empty () || output.back () == '\n' ? "" : "\\ no end of line\n");
 }
 
-static std::string without_times (std::string text)
-{
-    const std::string time = "\"time\":\"";
-    for (size_t at = 0; (at = text.find (time + "2", at)) != std::string::npos;) {
-        at += time.size ();
-        text.replace (at, text.find ('"', at) - at, "NOW");
-    }
-    return text;
-}
-
 static std::string play (const shell_t &shell, const std::string &command)
 {
     outcome_t outcome = shell.run (command);
     std::string text = shown (outcome.output, "") + shown (outcome.errors, "! ");
     text += outcome.status == 0 ? "" : "? " + std::to_string (outcome.status) + "\n";
-    return replaced (without_times (text), shell.folder + "/work", "FOLDER");
+    static const std::regex time ("\"time\":\"2[^\"]*");
+    text = std::regex_replace (text, time, "\"time\":\"NOW");
+    return std::regex_replace (text, std::regex (shell.folder + "/work"), "FOLDER");
 }
 
 // The transcript as a run of its commands writes it.
-static std::string written_by_run (std::istream &transcript)
+static std::string written_by_run (const fs::path &path)
 {
     shell_t shell;
-    fs::copy (Q5_EXPECTED "/" Q5_TRANSCRIPTS "/files", shell.folder + "/work");
+    fs::copy (path.parent_path () / "files", shell.folder + "/work");
+    std::ifstream transcript (path);
     background_t background (shell);
     std::string text, command;
     auto finish = [&] {
@@ -89,52 +75,49 @@ static std::string written_by_run (std::istream &transcript)
     return text;
 }
 
-struct transcript : testing::TestWithParam<std::string> {};
-
 // The first of the programs that it needs, in a line "# Needs: ...", and this machine lacks.
-static std::string missing_program (const std::string &path)
+static std::string missing_program (const fs::path &path)
 {
     return shell_t ()
-        .run ("for program in $(sed -n 's/^# Needs: //p' '" + path +
+        .run ("for program in $(sed -n 's/^# Needs: //p' '" + path.string () +
               "'); do command -v $program >/dev/null || { echo $program; break; }; done")
         .output;
 }
 
+struct transcript : testing::TestWithParam<std::string> {};
+
 TEST_P (transcript, holds)
 {
-    const std::string file = Q5_TRANSCRIPTS "/" + GetParam () + ".txt";
-    if (std::string program = missing_program (Q5_EXPECTED "/" + file); !program.empty ()) {
+    const fs::path path = fs::path (Q5_EXPECTED) / GetParam ();
+    if (std::string program = missing_program (path); !program.empty ()) {
         GTEST_SKIP () << "this machine has no " << program;
     }
-    std::ifstream expected (Q5_EXPECTED "/" + file);
-    std::string text = written_by_run (expected);
-    ASSERT_NE (text, "") << file;
-    expect_file (file, text);
+    std::string text = written_by_run (path);
+    ASSERT_NE (text, "") << path;
+    expect_file (GetParam (), text);
 }
 
 // A library with sanitizers cannot be preloaded into a program without.
-static bool needs_plain_programs ([[maybe_unused]] const std::string &name)
-{
 #ifdef Q5_SANITIZED
-    return has (name, "_native");
+constexpr bool plays_native = false;
 #else
-    return false;
+constexpr bool plays_native = true;
 #endif
-}
 
-static std::vector<std::string> names ()
+static std::vector<std::string> files ()
 {
     std::vector<std::string> all;
-    for (const fs::directory_entry &entry :
-         fs::directory_iterator (Q5_EXPECTED "/" Q5_TRANSCRIPTS)) {
-        std::string name = entry.path ().stem ();
-        if (entry.path ().extension () == ".txt" && name != "CMakeLists" &&
-            !needs_plain_programs (name)) {
-            all.push_back (name);
+    for (const std::string folder : {Q5_TRANSCRIPTS}) {
+        for (const auto &entry : fs::directory_iterator (Q5_EXPECTED "/" + folder)) {
+            const std::string name = entry.path ().filename ();
+            if (entry.path ().extension () == ".txt" && name != "CMakeLists.txt" &&
+                (plays_native || !has (name, "_native"))) {
+                all.push_back (folder + "/" + name);
+            }
         }
     }
     return all;
 }
 
-INSTANTIATE_TEST_SUITE_P (all, transcript, testing::ValuesIn (names ()),
-                          [] (auto &info) { return info.param; });
+INSTANTIATE_TEST_SUITE_P (all, transcript, testing::ValuesIn (files ()),
+                          [] (auto &info) { return fs::path (info.param).stem ().string (); });

@@ -13,7 +13,6 @@
 
 using state_t = q5_scan_state_t;
 
-constexpr std::chrono::seconds usual_timeout (10);
 constexpr int32_t no_slot = 21; // the daemon answers for it without using the bus
 static const char *const log_command = "journalctl --unit=q5_scand --lines=1 --output=cat";
 
@@ -24,8 +23,7 @@ class examination_t {
   public:
     explicit examination_t (const q5_scan_settings_t &given) : settings (given)
     {
-        bool is_bounded = settings.total_timeout.count () > 0;
-        settings.total_timeout = is_bounded ? settings.total_timeout : usual_timeout;
+        bound (settings);
         settings.wait = {};
     }
     report_t run ();

@@ -14,15 +14,12 @@
 #include <optional>
 #include <sstream>
 
-constexpr std::chrono::seconds usual_timeout (10);
-
 static std::vector<sample_t> samples_for (const globals_t &globals,
                                           const metrics_options_t &options)
 {
     std::vector<sample_t> samples;
     for (q5_scan_settings_t &settings : chassis_of (globals, options.hosts)) {
-        bool is_bounded = settings.total_timeout.count () > 0;
-        settings.total_timeout = is_bounded ? settings.total_timeout : usual_timeout;
+        bound (settings);
         auto slots = options.slots_of.find (place_of (settings));
         bool has_own = slots != options.slots_of.end ();
         samples.push_back (

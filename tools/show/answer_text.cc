@@ -5,8 +5,6 @@
 
 #include <algorithm>
 
-constexpr size_t bytes_a_line = 16;
-
 static bool is_plain_text (const std::string &text)
 {
     return std::all_of (text.begin (), text.end (), [] (char c) { return is_printable (c); });

@@ -8,8 +8,6 @@
 #include <utility>
 #include <wchar.h>
 
-constexpr size_t bytes_a_line = 16;
-
 bool is_printable (uint8_t c)
 {
     return c >= 0x20 && c < 0x7F;

@@ -24,7 +24,9 @@ std::string in_quotes (const std::string &text);
 // The characters of the bytes, a "." for each that is not printable ASCII.
 std::string characters (const bytes_t &bytes);
 
-// Lines of 16 bytes: offset, hex and characters.
+constexpr size_t bytes_a_line = 16;
+
+// Lines of that size: offset, hex and characters.
 std::string hex_lines (const bytes_t &bytes);
 
 // Columns that a printable text takes on the screen.
