@@ -273,17 +273,9 @@ class daemons : public board_test {
         settings.board.fill = fill;
         start (row);
         std::string results;
-        for (auto [slot, txlen] : {std::pair<uint32_t, int32_t>{3, 2},
-                                   {4, 2},
-                                   {3, 40},
-                                   {23, 2},
-                                   {5, 2},
-                                   {3, 0},
-                                   {6, 3},
-                                   {3, 2},
-                                   {8, 2},
-                                   {7, 2},
-                                   {3, 2}}) {
+        static const int turns[][2] = {{3, 2}, {4, 2}, {3, 40}, {23, 2}, {5, 2}, {3, 0},
+                                       {6, 3}, {3, 2}, {8, 2},  {7, 2},  {3, 2}};
+        for (auto [slot, txlen] : turns) {
             if (!log->stopped) {
                 results += (results.empty () ? "" : " ") + ask (slot, txlen);
             }

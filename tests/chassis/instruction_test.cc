@@ -123,18 +123,11 @@ std::vector<uint8_t> random_instruction (greg_t *registers, const uint8_t *place
     bytes.insert (bytes.end (), is_long, 0x0F);
     bytes.insert (bytes.end (), is_long && opcode >> 1 == 0x78, 0x38);
     bytes.push_back (static_cast<uint8_t> (opcode));
-    const auto [modrm, sib, displacement_size] = one_of<std::array<int, 3>> ({{0x07, -1, 0},
-                                                                              {0x47, -1, 1},
-                                                                              {0x87, -1, 4},
-                                                                              {0x05, -1, 4},
-                                                                              {0x04, 0x0F, 0},
-                                                                              {0x44, 0x4F, 1},
-                                                                              {0x84, 0x8F, 4},
-                                                                              {0x04, 0x0D, 4},
-                                                                              {0xC0, -1, 0},
-                                                                              {0xC0, -1, 0},
-                                                                              {-1, -1, 0},
-                                                                              {-1, -1, 1}});
+    static const int forms[][3] = {{0x07, -1, 0},   {0x47, -1, 1},   {0x87, -1, 4},
+                                   {0x05, -1, 4},   {0x04, 0x0F, 0}, {0x44, 0x4F, 1},
+                                   {0x84, 0x8F, 4}, {0x04, 0x0D, 4}, {0xC0, -1, 0},
+                                   {0xC0, -1, 0},   {-1, -1, 0},     {-1, -1, 1}};
+    const auto [modrm, sib, displacement_size] = forms[engine () % std::size (forms)];
     if (modrm >= 0) {
         int rm = modrm == 0xC0 ? engine () % 8 : 0;
         bytes.push_back (static_cast<uint8_t> (modrm | rm | (engine () % 8) << 3));
