@@ -5,11 +5,12 @@
 #include "tests/board.h"
 #include "tests/expected.h"
 
-#include <errno.h>
 #include <numeric>
+#include <signal.h>
 #include <stdlib.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <thread>
 
 namespace {
@@ -93,37 +94,26 @@ TEST_F (chassis_test, cards_are_plugged_just_before_a_select)
     EXPECT_EQ (selects, 3) << "a code that changes under the low strobe selects";
 }
 
-struct disk_t {
-    std::string text;
-    size_t space;
-};
-
-// Takes what it has space for.
-static ssize_t write_to_disk (void *cookie, const char *bytes, size_t size)
-{
-    auto &disk = *static_cast<disk_t *> (cookie);
-    size_t taken = std::min (size, disk.space);
-    disk.text.append (bytes, taken);
-    disk.space -= taken;
-    errno = ENOSPC;
-    return static_cast<ssize_t> (taken);
-}
-
 TEST (trace_file, marks_the_gap_that_a_full_disk_left)
 {
-    disk_t disk{"", 15};
-    FILE *file = fopencookie (&disk, "w", {nullptr, write_to_disk, nullptr, nullptr});
+    constexpr rlim_t begin = 1000; // so that the message fits into its file
+    const rlimit before = {RLIM_INFINITY, RLIM_INFINITY}, full = {begin + 15, RLIM_INFINITY};
+    signal (SIGXFSZ, SIG_IGN);
+    FILE *file = tmpfile ();
+    fseek (file, begin, SEEK_SET);
     trace_file_t trace (file, 1000);
     testing::internal::CaptureStderr ();
     for (int line = 1; line <= 5; line++) {
-        disk.space += line == 4 ? 1000 : 0;
+        setrlimit (RLIMIT_FSIZE, line < 4 ? &full : &before);
         trace.put (1500, std::to_string (line));
     }
+    char text[100] = "";
+    (void)!pread (fileno (file), text, sizeof (text) - 1, begin);
     fclose (file);
-    EXPECT_EQ (disk.text, "1.500000  1\n1.5\n... 2 lines are missing here\n1.500000  4\n"
-                          "1.500000  5\n");
+    EXPECT_STREQ (text, "1.500000  1\n1.5\n... 2 lines are missing here\n1.500000  4\n"
+                        "1.500000  5\n");
     EXPECT_EQ (testing::internal::GetCapturedStderr (),
-               "q5_chassis: the trace has a gap, it cannot be written: No space left on device\n");
+               "q5_chassis: the trace has a gap, it cannot be written: File too large\n");
 }
 
 TEST_F (chassis_test, a_trace_tells_what_happened)

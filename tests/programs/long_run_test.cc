@@ -1,7 +1,5 @@
 // Clients by the million against the daemon on the emulated chassis: none gets a wrong reply, and
 // nothing grows. tests/programs/long_run plays it at full length.
-#include "client/batch.h"
-#include "client/claim.h"
 #include "scan/q5_scan_client.h"
 #include "tests/session_model.h"
 #include "tests/shell.h"
@@ -203,23 +201,6 @@ TEST_P (long_run_quarter, of_a_year)
     });
 }
 INSTANTIATE_TEST_SUITE_P (, long_run_quarter, testing::Range (1, 5));
-
-TEST_F (long_run, of_the_client_library)
-{
-    pid = std::to_string (getpid ());
-    play (std::max (num_batches () / 300, 150), "rounds of the client library", [&] (int) {
-        uint8_t rx[4];
-        q5_scan_command_t command = {0x33, 3, 0, 4, nullptr, rx, 0};
-        q5_scan_client_t client ("127.0.0.1", Q5_SCAN_PORT);
-        bool is_right = client.claim () && client.execute (1, &command) && command.result == 4;
-        is_right = client.release () && is_right && rx[3] == 14;
-        q5_scan_claim_t claim ({});
-        std::vector<q5_scan_request_t> requests = {{3, 0x93, {7, 8}}};
-        is_right =
-            is_right && claim.held && q5_scan_exchange (claim.settings, requests).answered ();
-        return is_right && requests[0].rx == bytes_t{7, 8} && claim.release ();
-    });
-}
 
 TEST_F (long_run, of_a_watch)
 {
