@@ -8,8 +8,6 @@
 #include "scanp/scan_port.h"
 #include "scanp/scanp.h"
 
-#include <unistd.h>
-
 // Up to three cards.
 inline std::map<int, card_t> read_cards (input_t &input)
 {

@@ -5,7 +5,6 @@
 #include "scan/q5_scan_client.h"
 
 #include <sys/mman.h>
-#include <unistd.h>
 
 static const q5_scan_client_t client ("", 0);
 

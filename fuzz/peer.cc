@@ -2,8 +2,6 @@
 
 #include <errno.h>
 #include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 static int ending; // errno after what it sends: 0 its end, EAGAIN silence
 static bool is_slow;

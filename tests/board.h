@@ -10,7 +10,6 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <memory>
-#include <stdio.h>
 #include <string.h>
 
 // Lines of the log: "r32 10D50 00000080" and "w16 11A50 FFFF" for the accesses, "command 08C10000".

@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <signal.h>
 #include <sstream>
 #include <stdexcept>
 #include <stdlib.h>

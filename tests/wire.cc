@@ -1,7 +1,6 @@
 #include "tests/wire.h"
 
 #include <errno.h>
-#include <unistd.h>
 
 wire_t wire;
 

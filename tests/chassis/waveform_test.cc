@@ -5,7 +5,6 @@
 #include "tests/expected.h"
 #include "tests/shell.h"
 
-#include <signal.h>
 #include <sstream>
 #include <sys/resource.h>
 

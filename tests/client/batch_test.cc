@@ -11,7 +11,6 @@
 #include <poll.h>
 #include <regex>
 #include <signal.h>
-#include <sstream>
 #include <stdarg.h>
 #include <string_view>
 #include <sys/syscall.h>

@@ -3,7 +3,6 @@
 #include "client/fetch.h"
 #include "tests/fake_server.h"
 
-#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <poll.h>

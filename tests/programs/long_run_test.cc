@@ -3,11 +3,9 @@
 #include "scan/q5_scan_client.h"
 #include "tests/session_model.h"
 #include "tests/shell.h"
-#include "tests/support.h"
 
 #include <array>
 #include <fstream>
-#include <functional>
 #include <gtest/gtest.h>
 #include <random>
 #include <set>

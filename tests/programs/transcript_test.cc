@@ -4,8 +4,6 @@
 #include "tests/shell.h"
 
 #include <filesystem>
-#include <fstream>
-#include <gtest/gtest.h>
 #include <regex>
 #include <sstream>
 #include <string.h>

@@ -1,8 +1,6 @@
 #include "scan/q5_scan_client.h"
 #include "tests/cases.h"
-#include "tests/support.h"
 
-#include <gtest/gtest.h>
 #include <string.h>
 
 static q5_scan_client_t client ("", 1);

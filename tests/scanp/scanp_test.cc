@@ -1,7 +1,6 @@
 #include "tests/board.h"
 #include "tests/expected.h"
 
-#include <fcntl.h>
 #include <numeric>
 #include <utility>
 

@@ -39,14 +39,7 @@ static bool has_bit (int bit)
 
 static int32_t documented_result ()
 {
-    enum {
-        E = 0,
-        A = 5,
-        AM = 8,
-        BR = 10,
-        FR = 11,
-        OV = 14
-    };
+    constexpr int E = 0, A = 5, AM = 8, BR = 10, FR = 11, OV = 14;
     bool is_sending = left & 0x10000, is_noisy = left >> 17;
     if (is_sending || has_bit (E)) {
         return is_sending ? -10 : -3;
