@@ -99,7 +99,13 @@ extern "C" hostent *gethostbyname (const char *name)
 {
     num_together += num_resolving++ > 0;
     auto next = reinterpret_cast<decltype (&gethostbyname)> (dlsym (RTLD_NEXT, __func__));
-    hostent *found = next (name == std::string_view ("replaced.invalid") ? "127.0.0.1" : name);
+    const std::string_view host = name;
+    hostent *found = nullptr;
+    if (host == "127.2") {
+        h_errno = HOST_NOT_FOUND;
+    } else {
+        found = next (host == "replaced.invalid" ? "127.0.0.1" : name);
+    }
     num_resolving--;
     return found;
 }
