@@ -37,11 +37,13 @@ inline int listen_on_loopback (int backlog, int *port)
 
 class fake_server_t {
   public:
-    int port = 0;
+    int port;
+    std::vector<bytes_t> records; // what each client has sent, once the server has ended
 
     // No client is served after the last session.
-    explicit fake_server_t (const std::vector<session_t> &sessions)
-        : listener (listen_on_loopback (8, &port)), service ([this, sessions] { serve (sessions); })
+    explicit fake_server_t (const std::vector<session_t> &sessions, int fixed_port = 0)
+        : port (fixed_port), listener (listen_on_loopback (8, &port)),
+          service ([this, sessions] { serve (sessions); })
     {}
     explicit fake_server_t (const bytes_t &reply) : fake_server_t ({session_t{reply}}) {}
     ~fake_server_t ()
@@ -49,30 +51,30 @@ class fake_server_t {
         received ();
     }
 
-    // Everything that clients have sent, once they have closed; ends the server.
-    bytes_t received ()
+    // Everything that clients have sent, once they have closed; ends the server. First waits up to
+    // ten seconds for this number of clients.
+    bytes_t received (int num_clients = 0)
     {
+        for (int i = 0; i < 1000 && num_served < num_clients; i++) {
+            usleep (10000);
+        }
         if (service.joinable ()) {
             is_over = true;
             kp_client_t client ("127.0.0.1", port);
             close (client.connect_to (client.host, client.port));
             service.join ();
-            close (listener);
         }
-        return record;
-    }
-
-    // Of what clients that have closed have sent.
-    size_t size () const
-    {
-        return num_bytes;
+        bytes_t all;
+        for (const bytes_t &record : records) {
+            all = all + record;
+        }
+        return all;
     }
 
   private:
     int listener;
     std::atomic<bool> is_over = false;
-    std::atomic<size_t> num_bytes = 0;
-    bytes_t record;
+    std::atomic<int> num_served = 0;
     std::thread service;
 
     void serve (const std::vector<session_t> &sessions)
@@ -81,12 +83,13 @@ class fake_server_t {
             int fd = accept (listener, nullptr, nullptr);
             bytes_t bytes = play (fd, session);
             close (fd);
-            record = record + bytes;
-            num_bytes = record.size ();
             if (is_over && bytes.empty ()) {
                 break;
             }
+            records.push_back (bytes);
+            num_served++;
         }
+        close (listener);
     }
     static bytes_t play (int fd, const session_t &session)
     {

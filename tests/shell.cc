@@ -1,9 +1,9 @@
 #include "tests/shell.h"
 
-#include <algorithm>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <signal.h>
 #include <sstream>
 #include <stdexcept>
 #include <stdlib.h>
@@ -27,14 +27,13 @@ static bool has_ended (pid_t child)
     return ended.si_pid != 0;
 }
 
-int wait_for (pid_t child, int milliseconds)
+// Waits for its end, and ends it with all that it started in turn once the time is up.
+static int wait_for (pid_t child, int milliseconds)
 {
-    for (int waited = 0; waited < milliseconds && !has_ended (child);) {
-        int step = std::min (waited + 1, 10);
-        usleep (step * 1000);
-        waited += step;
+    for (int waited = 0; waited < milliseconds && !has_ended (child); waited += 2) {
+        usleep (2000);
     }
-    kill (-child, SIGKILL); // and what is left of all that it started
+    kill (-child, SIGKILL);
     int status = -1;
     waitpid (child, &status, 0);
     return status;
@@ -59,11 +58,8 @@ shell_t::~shell_t ()
     setpgid (0, 0);
     prctl (PR_SET_PDEATHSIG, SIGKILL);
     for (int fd = 0; fd < 3; fd++) {
-        int file = open (files[fd], fd == 0 ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC, 0666);
-        if (file != fd) {
-            dup2 (file, fd);
-            close (file);
-        }
+        close (fd);
+        open (files[fd], fd == 0 ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC, 0666);
     }
     signal (SIGPIPE, SIG_DFL);
     if (chdir (folder) == 0) {
@@ -127,10 +123,10 @@ bool background_t::start (const std::string &line)
     return listens;
 }
 
-void background_t::end (int signal)
+void background_t::end ()
 {
     if (pid > 0) {
-        kill (pid, signal);
+        kill (pid, SIGKILL);
         wait_for (pid, 30000);
     }
     pid = -1;

@@ -2,7 +2,6 @@
 // this build in the path.
 #pragma once
 
-#include <signal.h>
 #include <string>
 #include <sys/types.h>
 
@@ -19,10 +18,6 @@ inline bool has (const std::string &text, const std::string &part)
 
 std::string text_of (const std::string &path);
 
-// Waits for the end of what `start` started, and ends it with all that it started in turn once the
-// time is up. Returns what waitpid reports.
-int wait_for (pid_t child, int milliseconds);
-
 class shell_t {
   public:
     std::string folder; // removed at the end
@@ -33,13 +28,16 @@ class shell_t {
 
     // Runs the line in folder/work, without input, for two minutes at most.
     outcome_t run (const std::string &line) const;
-    // Starts it there as a process group, which dies with this thread at the latest. What it prints
-    // goes to the files `name`.output and `name`.errors of the folder.
-    pid_t start (const std::string &line, const std::string &name) const;
 
     // Files of folder/work.
     void write (const std::string &name, const std::string &text) const;
     std::string read (const std::string &name) const;
+
+  private:
+    friend class background_t;
+    // As a process group, which dies with this thread at the latest. What it prints goes to the
+    // files `name`.output and `name`.errors of the folder.
+    pid_t start (const std::string &line, const std::string &name) const;
 };
 
 // A daemon in the background of a shell's command lines, ended with the object.
@@ -54,9 +52,10 @@ class background_t {
     // ends before, or does not in a minute. In folder/work its output goes to the file `log`, its
     // process id to `pid`.
     bool start (const std::string &line);
-    void end (int signal = SIGKILL);
 
   private:
     const shell_t &shell;
     pid_t pid = -1;
+
+    void end ();
 };

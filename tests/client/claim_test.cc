@@ -90,15 +90,6 @@ TEST (claim, lasts_as_long_as_the_object_and_is_given_back_whatever_happens)
     claimed ({granting, {{0}}, granting}, true, true);
 }
 
-// What the server got within two seconds.
-static bytes_t received_in_time (fake_server_t &server, size_t size)
-{
-    for (int i = 0; i < 200 && server.size () < size; i++) {
-        usleep (10000);
-    }
-    return server.received ();
-}
-
 // At its exit a child that was forked while threads ran may wait forever for a lock of the leak
 // checker.
 extern "C" const char *__asan_default_options ()
@@ -127,7 +118,7 @@ TEST (claim, ends_with_its_program_however_that_ends)
         }
         int how;
         EXPECT_EQ (waitpid (program, &how, 0), program);
-        EXPECT_EQ (received_in_time (server, 48), claim_by (77) + release_by (77));
+        EXPECT_EQ (server.received (2), claim_by (77) + release_by (77));
     }
 }
 

@@ -1,9 +1,9 @@
-// fake_client [-b] [-c BYTES] [-n TIMES] [-r BYTES] [-p PORT] [-f ADDRESS] [-s] [-w FILE] [-e]
-// HEX...: sends these bytes to the daemon on port 1971, or who listens on PORT, and shows the reply
-// in words of 32 bits. -b: byte by byte; -c: in two pieces, the first of N bytes; -n: TIMES
-// times, shows the first reply and those that differ; -r: breaks the connection off, by a reset,
-// after N bytes of the reply; -f: from this address; -s: with small segments and buffers; -w:
-// reads only once FILE is there; -e: shows the number of bytes alone, and how the reply ended.
+// fake_client [-c BYTES] [-n TIMES] [-r BYTES] [-p PORT] [-f ADDRESS] [-s] [-w FILE] [-e] HEX...:
+// sends these bytes to the daemon on port 1971, or PORT, and prints the reply in words of 32 bits.
+// -c: in pieces of this size; -n: TIMES times, prints the first reply and those that differ; -r:
+// resets the connection after this many bytes of the reply; -f: from this address; -s: with small
+// segments and buffers; -w: reads only once FILE exists; -e: prints only the number of bytes, and
+// how the reply ended.
 #include "tests/support.h"
 
 #include <arpa/inet.h>
@@ -14,8 +14,7 @@
 #include <string.h>
 
 struct options_t {
-    bool byte_by_byte = false;
-    size_t cut = 0;
+    size_t piece = SIZE_MAX;
     bool small = false;
     bool shows_end = false;
     int times = 1;
@@ -56,11 +55,10 @@ static int connected (const options_t &options)
 static bytes_t talk (const options_t &options, const bytes_t &request)
 {
     int fd = connected (options);
-    size_t step = options.byte_by_byte ? 1 : request.size ();
     for (size_t at = 0, size; at < request.size (); at += size) {
-        size = std::min (at < options.cut ? options.cut : step, request.size () - at);
+        size = std::min (options.piece, request.size () - at);
         send (fd, &request[at], size, MSG_NOSIGNAL);
-        usleep (options.cut > 0 ? 1000 : 0); // so that the daemon meets the end of the first piece
+        usleep (at + size < request.size () ? 1000 : 0); // so that the daemon meets its end
     }
     while (access (options.awaited, F_OK) != 0) {
         usleep (5000);
@@ -75,26 +73,19 @@ static bytes_t talk (const options_t &options, const bytes_t &request)
     ssize_t size = reply.empty () ? 0 : recv (fd, reply.data (), reply.size (), MSG_WAITALL);
     reply.resize (std::max<ssize_t> (size, 0));
     if (options.shows_end) {
-        bool ended = recv (fd, &step, 1, 0) == 0;
+        char more;
+        bool ended = recv (fd, &more, 1, 0) == 0;
         printf ("%zu bytes, %s\n", reply.size (), ended ? "end" : strerror (errno));
     }
     close (fd);
     return reply;
 }
 
-static void show (const options_t &options, const bytes_t &reply)
-{
-    if (!options.shows_end) {
-        print_words (reply);
-    }
-}
-
 int main (int argc, char **argv)
 {
     options_t options;
-    for (int option; (option = getopt (argc, argv, "bc:n:r:p:f:sw:e")) != -1;) {
-        options.byte_by_byte |= option == 'b';
-        options.cut = option == 'c' ? atoi (optarg) : options.cut;
+    for (int option; (option = getopt (argc, argv, "c:n:r:p:f:sw:e")) != -1;) {
+        options.piece = option == 'c' ? atoi (optarg) : options.piece;
         options.times = option == 'n' ? atoi (optarg) : options.times;
         options.break_off = option == 'r' ? atoi (optarg) : options.break_off;
         options.port = option == 'p' ? atoi (optarg) : options.port;
@@ -103,16 +94,15 @@ int main (int argc, char **argv)
         options.awaited = option == 'w' ? optarg : options.awaited;
         options.shows_end |= option == 'e';
     }
-    bytes_t request;
+    bytes_t request, first;
     for (; argv[optind]; optind++) {
         request = request + bytes_of_hex (argv[optind]);
     }
-    const bytes_t reply = talk (options, request);
-    show (options, reply);
-    while (--options.times > 0) {
-        bytes_t next = talk (options, request);
-        if (next != reply) {
-            show (options, next);
+    for (int i = 0; i < options.times; i++) {
+        bytes_t reply = talk (options, request);
+        if (!options.shows_end && (i == 0 || reply != first)) {
+            print_words (reply);
         }
+        first = i == 0 ? reply : first;
     }
 }
