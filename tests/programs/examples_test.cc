@@ -22,8 +22,7 @@ using block_t = std::vector<example_t>;
 static std::string without_roff (const std::string &line)
 {
     std::string text = std::regex_replace (line, std::regex (R"(\\\(aq)"), "'");
-    text = std::regex_replace (text, std::regex (R"(\\-)"), "-");
-    text = std::regex_replace (text, std::regex (R"(\\[^e])"), "");
+    text = std::regex_replace (text, std::regex (R"(\\(-)|\\[^e])"), "$1");
     return std::regex_replace (text, std::regex (R"(\\e)"), "\\");
 }
 
@@ -74,17 +73,8 @@ static outcome_t run_example (const shell_t &shell, const std::string &command)
 
 static bool matches (const std::string &shown, const std::string &output)
 {
-    std::istringstream lines (shown);
-    std::string pattern;
-    for (std::string line; std::getline (lines, line);) {
-        if (line == "...") {
-            pattern += '*';
-            continue;
-        }
-        for (char c : line + "\n") {
-            pattern += strchr ("*?[\\", c) ? std::string ({'\\', c}) : std::string ({c});
-        }
-    }
+    std::string pattern = std::regex_replace (shown, std::regex (R"([*?[\\])"), R"(\$&)");
+    pattern = std::regex_replace (pattern, std::regex ("(^|\n)\\.\\.\\.\n"), "$1*");
     return fnmatch (pattern.c_str (), output.c_str (), 0) == 0;
 }
 

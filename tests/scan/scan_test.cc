@@ -130,14 +130,3 @@ TEST_F (session, moves_each_part_with_one_call_and_asks_for_all_that_is_left_of_
     tx.resize (2500);
     EXPECT_EQ (wire.received (), words ({2500}) + tx + words ({1, 4}) + (bytes_t{11, 12}));
 }
-
-TEST_F (session, a_reply_leaves_as_its_request_ends)
-{
-    socket_pair_t wire;
-    wire.send (words ({2, 2, 3, ask, 4, 0, 3, ask, 0, 0}));
-    std::vector<size_t> received;
-    log->on_command = [&] (uint32_t) { received.push_back (wire.received ().size ()); };
-    server.handle (wire.there);
-    EXPECT_EQ (received, (std::vector<size_t>{0, 0, 8, 0}));
-    EXPECT_EQ (wire.received ().size (), 4u);
-}
