@@ -5,6 +5,7 @@
 #include "tools/parse/parse.h"
 #include "tools/parse/types.h"
 
+#include <set>
 #include <sstream>
 
 // What `read` returns; nothing when it refuses.
@@ -41,23 +42,17 @@ static std::vector<int32_t> slots_of (const std::string &text)
     auto number = [] (const char *digits, char **end) {
         return strtol (digits, end, digits[0] == '0' && (digits[1] | 0x20) == 'x' ? 16 : 10);
     };
-    uint32_t slots = 0;
+    std::set<int32_t> slots;
     std::istringstream parts (text);
     for (std::string part; std::getline (parts, part, ',');) {
         char *end;
         long first = number (part.c_str (), &end);
         long last = *end == '-' ? number (end + 1, &end) : first;
         for (long slot = first; slot <= last; slot++) {
-            slots |= 1U << slot;
+            slots.insert (slot);
         }
     }
-    std::vector<int32_t> all;
-    for (int32_t slot = 0; slot < 32; slot++) {
-        if (slots >> slot & 1) {
-            all.push_back (slot);
-        }
-    }
-    return all;
+    return {slots.begin (), slots.end ()};
 }
 
 extern "C" int LLVMFuzzerTestOneInput (const uint8_t *data, size_t size)

@@ -10,7 +10,9 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <memory>
+#include <signal.h>
 #include <string.h>
+#include <sys/resource.h>
 
 // Lines of the log: "r32 10D50 00000080" and "w16 11A50 FFFF" for the accesses, "command 08C10000".
 class board_log_t final : public chassis_observer_t {
@@ -49,6 +51,18 @@ class board_log_t final : public chassis_observer_t {
     }
 };
 
+// What `act` prints on standard error where no file may be longer than `most` bytes.
+inline std::string errors_of_full_disk (rlim_t most, const std::function<void ()> &act)
+{
+    const rlimit before = {RLIM_INFINITY, RLIM_INFINITY}, full = {most, RLIM_INFINITY};
+    signal (SIGXFSZ, SIG_IGN);
+    testing::internal::CaptureStderr ();
+    setrlimit (RLIMIT_FSIZE, &full);
+    act ();
+    setrlimit (RLIMIT_FSIZE, &before);
+    return testing::internal::GetCapturedStderr ();
+}
+
 // A test on one chassis, made of `settings` by `power_up`.
 class board_test : public testing::Test {
   protected:
@@ -56,7 +70,6 @@ class board_test : public testing::Test {
     std::unique_ptr<board_log_t> log;
     std::unique_ptr<chassis_t> chassis;
 
-    // Whether the test may end on a board that has stopped.
     bool may_stop = false;
 
     void power_up ()

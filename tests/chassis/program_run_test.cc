@@ -133,56 +133,49 @@ TEST_F (program_run, leaves_the_stack_of_the_handler_alone)
     EXPECT_EQ (number, 0.5);
 }
 
+// Where the program faults in `act`, in whose frame an access is carried out first.
+template <typename act_t> const volatile void *fault_of (const act_t &act)
+{
+    if (sigsetjmp (after_fault, 1) == 0) {
+        act ();
+    }
+    return fault_address;
+}
+
 TEST_F (program_run, returns_to_the_program_at_its_own_fault)
 {
     auto *closed = reinterpret_cast<volatile uint32_t *> (new_pages (PROT_NONE));
     auto *constant = reinterpret_cast<volatile uint32_t *> (new_pages (PROT_READ));
-    volatile int reached = 0;
-    if (sigsetjmp (after_fault, 1) == 0) {
-        reached = static_cast<int> (be32toh (view[5]));
-        reached = reached + static_cast<int> (closed[3]);
-    }
-    EXPECT_EQ (reached, 20);
-    EXPECT_LT (reinterpret_cast<uintptr_t> (__builtin_frame_address (0)) - fault_stack, 2048u)
-        << "the program's, not that of its handler";
-    EXPECT_EQ (fault_address, const_cast<const uint32_t *> (closed + 3));
-    if (sigsetjmp (after_fault, 1) == 0) {
-        reached = static_cast<int> (be32toh (view[6]));
+    volatile uint32_t got = 0;
+    volatile uintptr_t frame = 0;
+    auto read_closed = [&] {
+        frame = reinterpret_cast<uintptr_t> (__builtin_frame_address (0));
+        got = view[5];
+        got = got + closed[3];
+    };
+    auto write_constant = [&] {
+        got = view[6];
         constant[4] = 1;
-        reached = 0;
-    }
-    EXPECT_EQ (reached, 24);
-    EXPECT_EQ (fault_address, const_cast<const uint32_t *> (constant + 4));
+        got = 0;
+    };
+    EXPECT_EQ (fault_of (read_closed), closed + 3);
+    EXPECT_EQ (be32toh (got), 20u);
+    EXPECT_LT (frame - fault_stack, 2048u) << "the program's, not that of its handler";
+    EXPECT_EQ (fault_of (write_constant), constant + 4);
+    EXPECT_EQ (be32toh (got), 24u);
     EXPECT_EQ (be32toh (view[7]), 28u) << "the next one is carried out again";
-}
-
 #ifdef __x86_64__ // the target's emulator gives these faults other addresses
-TEST_F (program_run, jumps_only_where_the_program_may)
-{
+    FILE *empty = tmpfile ();
     auto *page = new_pages (PROT_READ | PROT_WRITE); // not to be executed
-    if (sigsetjmp (after_fault, 1) == 0) {
-        auto target = reinterpret_cast<void (*) ()> (page + be32toh (view[2]));
-        target ();
-    }
-    EXPECT_EQ (fault_address, page + 8);
-}
-
-TEST_F (program_run, a_fault_of_a_file_that_ends_is_the_programs)
-{
-    FILE *file = tmpfile ();
     auto *bytes = static_cast<volatile uint8_t *> (
-        mmap (nullptr, page_size, PROT_READ, MAP_SHARED, fileno (file), 0));
-    ASSERT_NE (bytes, MAP_FAILED);
-    volatile uint32_t sum = 0;
-    if (sigsetjmp (after_fault, 1) == 0) {
-        sum = be32toh (view[3]);
-        sum = sum + bytes[9];
-    }
-    EXPECT_EQ (sum, 12u);
-    EXPECT_EQ (fault_address, const_cast<const uint8_t *> (bytes + 9));
-    fclose (file);
-}
+        mmap (nullptr, page_size, PROT_READ, MAP_SHARED, fileno (empty), 0));
+    auto jump = [&] { reinterpret_cast<void (*) ()> (page + be32toh (view[2])) (); };
+    auto read_past_end = [&] { got = view[3] + bytes[9]; };
+    EXPECT_EQ (fault_of (jump), page + 8);
+    EXPECT_EQ (fault_of (read_past_end), bytes + 9);
+    fclose (empty);
 #endif
+}
 
 TEST_F (program_run, a_signal_ends_a_wait_for_it)
 {
@@ -225,13 +218,10 @@ TEST_F (program_run, takes_an_access_that_is_the_last_of_memory)
 }
 
 #ifdef __x86_64__
-TEST_F (program_run, swaps_a_register_and_reads_two_at_once)
+TEST_F (program_run, reads_two_registers_at_once)
 {
-    uint32_t word = htobe32 (3);
-    asm volatile("xchgl %0, 8(%1)" : "+r"(word) : "r"(view) : "memory");
-    EXPECT_EQ (be32toh (word), 8u);
     EXPECT_EQ (be64toh (*reinterpret_cast<volatile uint64_t *> (view + 4)), 16ull << 32 | 20);
-    EXPECT_EQ (log.offsets, (std::vector<uint32_t>{8, 8 | 3 << 16, 16, 20}));
+    EXPECT_EQ (log.offsets, (std::vector<uint32_t>{16, 20}));
 }
 #endif
 

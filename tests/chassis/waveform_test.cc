@@ -6,7 +6,6 @@
 #include "tests/shell.h"
 
 #include <sstream>
-#include <sys/resource.h>
 
 namespace {
 
@@ -17,7 +16,7 @@ struct waveform_test : board_test {
     {
         scan_port_transfer (slot, 0x33, 0, nullptr, 0, rx);
     }
-    // Asks slot 3; in the middle of a bit, that many microseconds later, does something.
+    // In the middle of a bit, `when` microseconds later.
     void ask_and_disturb (uint64_t when, std::function<void ()> what)
     {
         log->on_access = [=, done = false] (const access_t &a) mutable {
@@ -73,15 +72,11 @@ TEST_F (waveform_test, ends_with_a_word_where_no_more_can_be_written)
     const std::string dump = shell.folder + "/dump";
     waveform_t waveform (open (dump.c_str (), O_WRONLY | O_CREAT, 0600), settings.board.brgclk);
     const std::string sound = text_of (dump);
-    signal (SIGXFSZ, SIG_IGN);
-    const rlimit before = {RLIM_INFINITY, RLIM_INFINITY},
-                 limit = {sound.size () + 3, RLIM_INFINITY};
-    setrlimit (RLIMIT_FSIZE, &limit);
-    testing::internal::CaptureStderr ();
-    waveform.settled (1);
-    waveform.settled (2);
-    setrlimit (RLIMIT_FSIZE, &before);
-    EXPECT_EQ (testing::internal::GetCapturedStderr (),
+    auto settle = [&] {
+        waveform.settled (1);
+        waveform.settled (2);
+    };
+    EXPECT_EQ (errors_of_full_disk (sound.size () + 3, settle),
                "q5_chassis: the waveform ends here, it cannot be written: File too large\n");
     EXPECT_EQ (text_of (dump), sound);
 }
