@@ -21,7 +21,7 @@ void scc_receiver_t::follow_registers (uint64_t now)
     enabled_ = scc_.receives ();
     enabled_since_ = now;
     hunting_ = true;
-    interrupted_ = interrupted_ || (buffer_ && !scc_.is_enabled (GSMR_L_ENR));
+    interrupted_ = interrupted_ || buffer_;
     buffer_.reset ();
     if (enabled_ && interrupted_) {
         scc_.refuse_to_resume ("the receiver");

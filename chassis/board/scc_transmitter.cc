@@ -125,8 +125,7 @@ line_character_t scc_transmitter_t::finish ()
 std::optional<line_character_t> scc_transmitter_t::stop (uint64_t now)
 {
     std::optional<line_character_t> lost = current_;
-    bool inside = current_ || buffer_ || !fifo_.empty ();
-    interrupted_ = interrupted_ || (inside && !scc_.is_enabled (GSMR_L_ENT));
+    interrupted_ = interrupted_ || current_ || buffer_ || !fifo_.empty ();
     current_.reset ();
     fifo_.clear ();
     buffer_.reset ();

@@ -12,16 +12,20 @@
 static struct sigaction previous_segv, previous_bus;
 
 // Without a handler of its own the program gets what it would have got: the access is made again
-// under the default action.
+// under the default action, and a signal that was sent is raised again.
 static void forward (int signal, siginfo_t *info, void *context)
 {
     const struct sigaction &previous = signal == SIGBUS ? previous_bus : previous_segv;
+    bool was_sent = info->si_code <= 0;
     if (previous.sa_flags & SA_SIGINFO) {
         previous.sa_sigaction (signal, info, context);
     } else if (previous.sa_handler != SIG_DFL && previous.sa_handler != SIG_IGN) {
         previous.sa_handler (signal);
-    } else {
+    } else if (!was_sent || previous.sa_handler == SIG_DFL) {
         sigaction (signal, &previous, nullptr);
+        if (was_sent) {
+            raise (signal);
+        }
     }
 }
 
