@@ -61,8 +61,7 @@ void waveform_t::character (const line_character_t &character)
 
 void waveform_t::pins (uint64_t tick, const bus_pins_t &pins)
 {
-    uint64_t last = nanoseconds (tick + 1) - 1; // of this tick
-    uint64_t stamp = std::max (nanoseconds (tick), std::min (next_pins_, last));
+    uint64_t stamp = std::max (nanoseconds (tick), next_pins_);
     next_pins_ = stamp + 1;
     auto levels = static_cast<uint16_t> (pins.code | (pins.strobe_low ? 0 : STROBE) |
                                          (pins.tx_held_up ? CTS3 : 0));

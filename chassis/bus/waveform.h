@@ -2,8 +2,8 @@
 // the decoders of a logic analyser: slot_code (PC25 to PC31), strobe (PC24), TXD3, RXD3
 // and CTS3, in nanoseconds since the chassis was switched on.
 //
-// The program changes pins in no emulated time. Such changes are shown a nanosecond apart, within
-// the tick of BRGCLK in which they happen, so that their order can be seen.
+// The program changes pins in no emulated time. Such changes are shown a nanosecond apart, so that
+// their order can be seen.
 #pragma once
 
 #include "chassis/bus/observer.h"

@@ -137,7 +137,7 @@ static void repeat_bytes (const section_t &section, const std::string &form,
     size_t times = 1;
     section.number ("repeat", 1, max_answer, times);
     const std::vector<uint8_t> once = bytes;
-    size_t size = once.size () * times;
+    uint64_t size = uint64_t{once.size ()} * times;
     const char *key = times > 1 ? "repeat" : form.c_str ();
     if (size > max_answer) {
         section.fail (key, "found " + std::to_string (size) + " bytes in all, expected at most " +

@@ -20,8 +20,7 @@ static bool is_too_late (int slot, const card_t &card, const answer_t &answer, u
     uint64_t delay = fault == fault_t::late ? 200000 : answer.delay.value_or (card.delay);
     uint64_t sent = std::min<uint64_t> (answer.bytes.size () + 2, full_buffer + 1);
     uint64_t request = 4 * character * 1000000 / slot_rate;
-    return request + delay + sent * (character * 1000000 / rate) + (sent - 1) * card.gap >
-           last_poll;
+    return request + delay + sent * character * 1000000 / rate + (sent - 1) * card.gap > last_poll;
 }
 
 static std::string answer_text (int command, const answer_t &answer, bool too_late)

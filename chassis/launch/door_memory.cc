@@ -44,7 +44,7 @@ static void *map_board (void *where, size_t length, int protection, int flags,
         complain ("mmap: refused; in a private mapping no write would reach the board");
         return fail_to_map (EINVAL);
     }
-    bool uncached = (file.flags & O_SYNC) == O_SYNC;
+    bool uncached = file.flags & O_DSYNC; // the kernel looks at this bit of O_SYNC
     void *view = attached_chassis ()->map (where, whole, protection, flags, phys, uncached);
     if (view == MAP_FAILED && errno == EBADF) {
         complain ("the program closed a descriptor of the emulated board, which is not its own; "

@@ -4,10 +4,12 @@
 #include "chassis/launch/door_handlers.h"
 #include "chassis/trap/own_descriptor.h"
 
+#include <algorithm>
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <string>
+#include <sys/resource.h>
 #include <unistd.h>
 
 // Flags that only say how to open.
@@ -42,9 +44,12 @@ static int open_device (device_t device, int flags)
     skip_sleeps_of_this_thread ();
     std::string name = device_file_name ({device, flags & ~opening_flags});
     int memory = moved_out_of_the_way (memfd_create (name.c_str (), MFD_CLOEXEC));
-    if (memory < 0 || next_truncate (memory, address_space) != 0) {
+    if (memory < 0) {
         return -1;
     }
+    rlimit limit = {};
+    getrlimit (RLIMIT_FSIZE, &limit); // beyond it SIGXFSZ would end the program
+    next_truncate (memory, std::min<rlim_t> (address_space, limit.rlim_cur));
     std::string link = "/proc/self/fd/" + std::to_string (memory);
     int fd = next_openat (AT_FDCWD, link.c_str (), O_PATH | (flags & O_CLOEXEC), 0);
     int error = errno;
