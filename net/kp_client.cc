@@ -27,17 +27,16 @@ static bool resolve (const char *host, in_addr *address)
 {
     static std::mutex mutex;
     std::lock_guard<std::mutex> lock (mutex);
-    h_errno = 0;
     if (const hostent *found = gethostbyname (host)) {
         memcpy (address, found->h_addr_list[0],
                 std::min<size_t> (found->h_length, sizeof (*address)));
-        return true;
+    } else {
+        address->s_addr = inet_addr (host);
+        if (address->s_addr == INADDR_NONE) {
+            return false;
+        }
     }
-    address->s_addr = inet_addr (host);
-    if (address->s_addr == INADDR_NONE) {
-        return false;
-    }
-    h_errno = 0;
+    h_errno = 0; // a name server that failed before the hosts file answered leaves another value
     return true;
 }
 

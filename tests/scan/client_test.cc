@@ -105,6 +105,7 @@ extern "C" hostent *gethostbyname (const char *name)
         h_errno = HOST_NOT_FOUND;
     } else {
         found = next (host == "replaced.invalid" ? "127.0.0.1" : name);
+        h_errno = found ? TRY_AGAIN : h_errno; // of a name server, before the hosts file had it
     }
     num_resolving--;
     return found;
