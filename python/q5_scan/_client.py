@@ -106,8 +106,8 @@ class Client:
         with _Guardian(holder) as guardian:  # which releases what is not known to be released
             try:
                 holder._take_bus(wait)
-            except (DroppedError, ConnectError, UnknownHostError, RequestError, UsageError):
-                guardian.dismiss()  # the bus was never held
+            except (ConnectError, UnknownHostError, RequestError, UsageError):
+                guardian.dismiss()  # the claim was never sent
                 raise
             try:
                 settings = {f.name: getattr(holder, f.name) for f in dataclasses.fields(holder)}
