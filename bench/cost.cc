@@ -3,6 +3,7 @@
 // At each close, which ends a batch, a line goes to the file: the program's own instructions, the
 // library's; loads of uncached memory by 1, 2, 4 and 8 bytes, stores by the same; system calls;
 // allocations. What the bare board does itself is not counted.
+#include <array>
 #include <map>
 #include <stdint.h>
 #include <stdio.h>
@@ -43,7 +44,9 @@ bool qemu_plugin_mem_is_store (meminfo_t);
 
 namespace {
 struct counts_t {
-    uint64_t own, library, uncached[2][4], calls, allocations;
+    uint64_t own, library;
+    std::array<uint64_t, 4> uncached[2];
+    uint64_t calls, allocations;
 };
 
 struct mapping_t {
@@ -90,7 +93,7 @@ static void on_access (unsigned, meminfo_t info, uint64_t address, void *)
 {
     const mapping_t *m = mapping_at (guest_base + address);
     if (m != nullptr && m->path == "/dev/zero (deleted)") {
-        counts.uncached[qemu_plugin_mem_is_store (info)][qemu_plugin_mem_size_shift (info) & 3]++;
+        counts.uncached[qemu_plugin_mem_is_store (info)].at (qemu_plugin_mem_size_shift (info))++;
     }
 }
 

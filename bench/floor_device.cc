@@ -1,4 +1,4 @@
-// The device accesses of one transfer, with every pointer at hand and nothing decided at run time.
+// The device accesses of one transfer, with precomputed pointers and no run-time decisions.
 #include "bench/floor.h"
 #include "scanp/mpc8260.h"
 #include "scanp/mpc8260_io.h"

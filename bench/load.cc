@@ -1,5 +1,5 @@
-// load BATCHES REQUESTS TX RX: sends as many batches of equal requests to 127.0.0.1, each in one
-// write, and reads the replies to their end. Fails unless every request is answered in full.
+// load BATCHES REQUESTS TX RX: sends BATCHES batches of identical requests to 127.0.0.1, each in
+// one write, and reads the replies to their end. Fails unless every request is answered in full.
 #include "scan/q5_scan_protocol.h"
 
 #include <arpa/inet.h>
@@ -29,6 +29,8 @@ static bool run (const std::vector<char> &batch, size_t expected)
     address.sin_port = htons (Q5_SCAN_PORT);
     address.sin_addr.s_addr = htonl (INADDR_LOOPBACK);
     int fd = socket (AF_INET, SOCK_STREAM, 0);
+    timeval limit = {60, 0};
+    setsockopt (fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof (limit));
     if (connect (fd, reinterpret_cast<sockaddr *> (&address), sizeof (address)) < 0 ||
         write (fd, batch.data (), batch.size ()) != ssize_t (batch.size ())) {
         return false;
