@@ -78,8 +78,6 @@ add_dependencies (q5_shell q5_net q5_scan_client) # they are installed
 # add_transcripts (FOLDER): sessions with the programs, and what they print, for transcript_test. The
 # build looks at the folder itself, so that a new file becomes a test.
 function (add_transcripts folder)
-    file (GLOB sessions CONFIGURE_DEPENDS ${folder}/*.txt)
-    file (RELATIVE_PATH relative ${PROJECT_SOURCE_DIR}/tests ${folder})
-    set_property (GLOBAL APPEND PROPERTY Q5_SESSIONS ${sessions})
-    set_property (GLOBAL APPEND PROPERTY Q5_TRANSCRIPTS \"${relative}\")
+    file (GLOB sessions CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}/tests ${folder}/*.txt)
+    set_property (GLOBAL APPEND PROPERTY Q5_TRANSCRIPTS ${sessions})
 endfunction ()
