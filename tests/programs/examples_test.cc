@@ -50,11 +50,6 @@ static std::vector<block_t> blocks_of (const fs::path &page)
     return blocks;
 }
 
-static bool starts_chassis (const block_t &block)
-{
-    return block.front ().command.rfind ("q5_chassis ", 0) == 0;
-}
-
 // A command that starts the daemon has no output here when that answers; it is ended then.
 static outcome_t run_example (const shell_t &shell, const std::string &command)
 {
@@ -83,7 +78,8 @@ static int run_examples (const fs::path &page, bool with_chassis)
 {
     int count = 0;
     for (const block_t &block : blocks_of (page)) {
-        if (block.empty () || starts_chassis (block) != with_chassis) {
+        if (block.empty () ||
+            (block.front ().command.rfind ("q5_chassis ", 0) == 0) != with_chassis) {
             continue;
         }
         shell_t shell;

@@ -68,10 +68,6 @@ class session : public board_test {
         unread = std::max<ssize_t> (recv (wire.there, rest.data (), rest.size (), MSG_DONTWAIT), 0);
         return message;
     }
-    size_t num_transfers () const
-    {
-        return log->commands.size () / 2;
-    }
 };
 
 TEST_F (session, checks_a_call_in_the_listed_order)
@@ -111,7 +107,7 @@ TEST_F (session, does_with_each_batch_what_the_file_says)
         std::string text = serve (batch);
         text += (text.empty () ? "" : "; ") +
                 (reply.empty () ? "dropped" : hex_text (reply.data (), reply.size ()));
-        text += "; " + std::to_string (num_transfers ()) + " transfers";
+        text += "; " + std::to_string (log->commands.size () / 2) + " transfers";
         text += unread > 0 ? "; " + std::to_string (unread) + " bytes unread" : "";
         return text + "; owner " + std::to_string (server.owner_id);
     });
