@@ -62,13 +62,9 @@ struct socket_pair_t {
         close (here);
         close (there);
     }
-    void send (const bytes_t &bytes)
+    template <typename text_t> void send (const text_t &bytes)
     {
         (void)!::send (here, bytes.data (), bytes.size (), MSG_NOSIGNAL);
-    }
-    void send (const std::string &text)
-    {
-        send (bytes_t (text.begin (), text.end ()));
     }
     // What has arrived at this end so far.
     bytes_t received ()
