@@ -59,6 +59,35 @@ TEST_F (chassis_test, the_receive_line_is_low_in_a_start_bit_and_idle_after_a_ch
     }
 }
 
+TEST_F (chassis_test, the_controller_leaves_how_an_answer_ended)
+{
+    struct end_t {
+        fault_t fault;
+        uint32_t at, descriptor, frmec_nosec, brkec, scce;
+    };
+    for (auto [fault, at, descriptor, frmec_nosec, brkec, scce] :
+         {end_t{fault_t::line_break, 0, 0x24A00000, 0, 0x10000, 0x20},
+          {fault_t::line_break, 1, 0x24A00001, 0, 0x10000, 0x20},
+          {fault_t::framing, 99, 0x24900002, 0x10000, 0, 0},
+          {fault_t::overrun, 1, 0x24820002, 0, 0, 0},
+          {fault_t::noise, 1, 0x24800002, 1, 0, 0},
+          {fault_t::endless_transmitter, 0, 0x24800002, 0, 0, 0},
+          {fault_t::none, 0, 0x25800001, 0, 0, 4}}) {
+        settings.cards = {{3, card_t ().echoes (0x93).pauses (50).fails (fault, at)}};
+        power_up ();
+        scan_port_init ();
+        log->on_command = [this, idle = fault == fault_t::none ? 3 : 0] (uint32_t) {
+            chassis->write (0x8238, 2, idle); // MAX_IDL: a pause ends the answer
+        };
+        ask (3);
+        EXPECT_EQ (word (0x1020), descriptor);
+        EXPECT_EQ (word (0x8240), frmec_nosec);
+        EXPECT_EQ (word (0x8244) & 0xFFFF0000, brkec);
+        EXPECT_EQ (word (0x11A50) >> 16, scce);
+        EXPECT_EQ (log->remarks.size (), fault == fault_t::endless_transmitter) << "CTS3: no pin";
+    }
+}
+
 TEST_F (chassis_test, loses_no_tick)
 {
     settings.board.brgclk = 66666667;
@@ -155,10 +184,6 @@ class door_test : public chassis_test {
         power_up ();
         view = const_cast<uint8_t *> (scanp_map_phys_mem (0xF0000000, 0x40000, 0));
     }
-    template <typename word_t> volatile word_t &at (uint32_t offset)
-    {
-        return *reinterpret_cast<volatile word_t *> (view + offset);
-    }
 };
 
 #ifdef __x86_64__
@@ -188,7 +213,8 @@ TEST_F (door_test, a_fault_of_the_programs_own_still_kills_it)
     EXPECT_EXIT (map_without_descriptors (), testing::ExitedWithCode (2), "closed a descriptor");
     door_attach (nullptr);
     chassis.reset ();
-    EXPECT_EXIT (at<uint8_t> (0x8204) = 1, killed, "") << "the view went with the board";
+    EXPECT_EXIT (*static_cast<volatile uint8_t *> (view + 0x8204) = 1, killed, "")
+        << "the view went with the board";
 }
 
 } // namespace

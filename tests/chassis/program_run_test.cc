@@ -66,17 +66,16 @@ struct program_run : testing::Test {
     log_t log;
     volatile uint32_t *view = nullptr;
 
+    static void SetUpTestSuite ()
+    {
+        struct sigaction action = {};
+        action.sa_sigaction = on_own_fault;
+        action.sa_flags = SA_SIGINFO;
+        sigaction (SIGSEGV, &action, nullptr);
+        sigaction (SIGBUS, &action, nullptr);
+    }
     void SetUp () override
     {
-        static const bool is_installed = [] {
-            struct sigaction action = {};
-            action.sa_sigaction = on_own_fault;
-            action.sa_flags = SA_SIGINFO;
-            sigaction (SIGSEGV, &action, nullptr);
-            sigaction (SIGBUS, &action, nullptr);
-            return true;
-        }();
-        static_cast<void> (is_installed);
         uint8_t *pages = new_pages (PROT_READ);
         mprotect (pages, page_size, PROT_NONE);
         add_view ({pages, page_size, 0, PROT_READ | PROT_WRITE, &log, true});

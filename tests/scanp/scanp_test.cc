@@ -40,6 +40,21 @@ TEST_F (scanp, only_the_drivers_own_failure_answers_abort)
     EXPECT_EXIT (scan_port_init (), testing::ExitedWithCode (255), "^can't get scanp_fd.\n$");
 }
 
+TEST_F (scanp, the_set_up_programs_every_register_in_order)
+{
+    settings.board.fill = board_t::fill_t::noise;
+    power_up ();
+    int before = num_descriptors ();
+    scan_port_init ();
+    expect_file ("scanp/set_up.txt", in_rows (log->lines));
+    EXPECT_EQ (num_descriptors (), before + 4) << "the driver's and three of /dev/mem";
+    const int sync = O_RDWR | O_SYNC; // for the two buffers, not for the registers
+    const std::vector<int> flags = {O_RDWR, O_RDWR, sync, sync};
+    for (int i = 0; i < 4; i++) {
+        EXPECT_EQ (flags_of (scan_port_state.scanp_fd + i), flags[i]) << i;
+    }
+}
+
 TEST_F (scanp, maps_whole_pages_and_leaves_the_descriptor_open)
 {
     settings.board.buffer = 0xE1FFF234;
@@ -61,21 +76,6 @@ TEST_F (scanp, maps_whole_pages_and_leaves_the_descriptor_open)
     EXPECT_EQ (scanp_map_phys_mem (0xFFFFFFFF, 8192, 1), nullptr)
         << "past the end of the address space";
     EXPECT_EQ (num_descriptors (), before + 5) << "after a failure too";
-}
-
-TEST_F (scanp, the_set_up_programs_every_register_in_order)
-{
-    settings.board.fill = board_t::fill_t::noise;
-    power_up ();
-    int before = num_descriptors ();
-    scan_port_init ();
-    expect_file ("scanp/set_up.txt", in_rows (log->lines));
-    EXPECT_EQ (num_descriptors (), before + 4) << "the driver's and three of /dev/mem";
-    const int sync = O_RDWR | O_SYNC; // for the two buffers, not for the registers
-    const std::vector<int> flags = {O_RDWR, O_RDWR, sync, sync};
-    for (int i = 0; i < 4; i++) {
-        EXPECT_EQ (flags_of (scan_port_state.scanp_fd + i), flags[i]) << i;
-    }
 }
 
 TEST_F (scanp, commands_pins_and_descriptor_bases_use_their_own_bits)
