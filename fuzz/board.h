@@ -26,15 +26,8 @@ inline std::map<int, card_t> read_cards (input_t &input)
     return cards;
 }
 
-// What a transfer may end with.
-inline bool is_result (int32_t result)
-{
-    return (result >= -4 && result <= SCAN_PORT_MAX_RX) || result == -10;
-}
-
 struct board_under_test_t final : chassis_observer_t {
     chassis_t chassis;
-    size_t num_accesses = 0;
     size_t num_characters = 0;
     uint64_t reported = 0; // everything before this tick
     bool refused = false;
@@ -52,10 +45,6 @@ struct board_under_test_t final : chassis_observer_t {
     {
         door_attach (nullptr);
         close_range (first_descriptor, first_descriptor + 9, 0);
-    }
-    void access (const access_t &) override
-    {
-        num_accesses++;
     }
     void character (const line_character_t &c) override
     {

@@ -2,7 +2,6 @@
 // chassis file that plays the same bytes.
 #include "chassis/file/chassis_file.h"
 #include "fuzz/peer.h"
-#include "fuzz/printed.h"
 #include "tools/command/inventory.h"
 #include "tools/command/metrics.h"
 #include "tools/command/snapshot.h"
@@ -11,6 +10,15 @@
 #include "tools/parse/types.h"
 
 #include <sstream>
+
+// A report is whole lines for a person, and for a program one object on one line.
+static void require_lines (const report_t &report)
+{
+    const std::string json = json_line ({"fuzz"}, report);
+    REQUIRE_SHOWING (is_lines (report.text), report.text);
+    REQUIRE_SHOWING (is_lines (json) && json.find ('\n') == json.size () - 1, json);
+    REQUIRE_SHOWING (json_t::accept (json), json);
+}
 
 using slots_t = std::vector<int32_t>;
 

@@ -1,7 +1,7 @@
 // The build identity of a file of any bytes, read through a window that moves over it, is that of
 // the same bytes as a whole; and the order of two builds does not depend on who asks.
 #include "client/identity.h"
-#include "fuzz/printed.h"
+#include "fuzz/fuzz.h"
 #include "scan/q5_scan_client.h"
 
 #include <sys/mman.h>

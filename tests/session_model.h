@@ -16,7 +16,6 @@ struct session_model_t {
 
     struct outcome_t {
         const char *check; // that ends it; "" for a client that is dropped without one, or null
-        bool runs;         // as opposed to one that is refused
         bytes_t reply;
     };
 
@@ -24,8 +23,7 @@ struct session_model_t {
     // it is gone.
     outcome_t serve (const bytes_t &sent, const transfer_t &transfer, size_t room = SIZE_MAX)
     {
-        const char *check = refusal (sent);
-        outcome_t outcome{check, check == nullptr, {}};
+        outcome_t outcome{refusal (sent), {}};
         bytes_t &reply = outcome.reply;
         size_t tx = 8 + 16 * word (sent, 1);
         for (int64_t i = 2; outcome.check == nullptr && i < 2 + 4 * word (sent, 1); i += 4) {

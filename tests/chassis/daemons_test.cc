@@ -85,17 +85,13 @@ struct meddler_t final : register_file_t {
             *board.memory ().physical (0x01F40000 + at) ^= 0xFF;
         }
     }
-    void peek ()
-    {
-        for (const access_t &a : changes.writes["peek"]) {
-            board.read (a.offset, a.width);
-        }
-    }
     uint32_t read (uint32_t offset, int width) override
     {
         if (started && offset == 0x1010 && !std::exchange (looked, true)) {
             board.advance (changes.value_of ("wait", 0));
-            peek ();
+            for (const access_t &a : changes.writes["peek"]) {
+                board.read (a.offset, a.width);
+            }
             write_at ("look");
         }
         uint32_t value = board.read (offset, width);
@@ -250,16 +246,10 @@ class daemons : public board_test {
     // Over every fill: "right; ones, noise: stopped: PPARD".
     std::string days (const std::string &row)
     {
-        std::vector<std::pair<std::string, std::string>> verdicts; // and the fills that gave it
+        std::map<std::string, std::string> verdicts; // and the fills that gave it
         for (auto [name, fill] : fills) {
-            std::string verdict = day (row, fill);
-            auto same = std::find_if (verdicts.begin (), verdicts.end (),
-                                      [&] (const auto &v) { return v.first == verdict; });
-            if (same == verdicts.end ()) {
-                verdicts.emplace_back (verdict, name);
-            } else {
-                same->second += std::string (", ") + name;
-            }
+            std::string &names = verdicts[day (row, fill)];
+            names += (names.empty () ? "" : ", ") + std::string (name);
         }
         std::string text;
         for (const auto &[verdict, names] : verdicts) {
