@@ -65,29 +65,36 @@ static q5_scan_outcome_t try_once (const q5_scan_settings_t &settings, q5_scan_d
 }
 
 // Returns false when it was cancelled.
-static bool pause (const q5_scan_settings_t &settings, q5_scan_deadline_t total)
+static bool pause (const q5_scan_settings_t &settings, q5_scan_deadline_t end)
 {
     q5_scan_wire_t wire;
     wire.cancel_fd = settings.cancel_fd;
-    wire.total = total;
+    wire.total = end;
     wire.deadline = q5_scan_deadline_t (pause_between_tries);
     q5_scan_step_t step = q5_scan_step_t::done;
     while (step == q5_scan_step_t::done) {
         step = wire.wait (0);
     }
-    return step == q5_scan_step_t::timed_out;
+    return step != q5_scan_step_t::cancelled;
 }
 
 q5_scan_outcome_t q5_scan_exchange (const q5_scan_settings_t &settings, requests_t &requests,
                                     const q5_scan_on_reply_t &on_reply)
 {
+    const q5_scan_deadline_t total (settings.total_timeout);
+    return q5_scan_exchange_within (settings, total, requests, on_reply);
+}
+
+q5_scan_outcome_t q5_scan_exchange_within (const q5_scan_settings_t &settings,
+                                           q5_scan_deadline_t total, requests_t &requests,
+                                           const q5_scan_on_reply_t &on_reply)
+{
     q5_scan_check_batch (settings, requests);
-    q5_scan_deadline_t total (settings.total_timeout), wait (settings.wait);
-    const q5_scan_deadline_t end = std::min (total, wait);
+    const q5_scan_deadline_t end = std::min (total, q5_scan_deadline_t (settings.wait));
     q5_scan_outcome_t outcome = try_once (settings, total, requests, on_reply);
     while (outcome.state == q5_scan_state_t::dropped && settings.wait.count () > 0 &&
            !end.has_passed ()) {
-        if (!pause (settings, total)) {
+        if (!pause (settings, end)) {
             return {q5_scan_state_t::cancelled, 0, 0, "cancelled while waiting: " + outcome.text};
         }
         if (!total.has_passed ()) {

@@ -22,11 +22,11 @@ int32_t q5_scan_fresh_id ()
     return ids (random);
 }
 
-static q5_scan_outcome_t exchange_one (const q5_scan_settings_t &settings,
+static q5_scan_outcome_t exchange_one (const q5_scan_settings_t &settings, q5_scan_deadline_t total,
                                        const q5_scan_request_t &request, int32_t *result)
 {
     std::vector<q5_scan_request_t> requests = {request};
-    q5_scan_outcome_t outcome = q5_scan_exchange (settings, requests);
+    q5_scan_outcome_t outcome = q5_scan_exchange_within (settings, total, requests, {});
     *result = requests[0].result;
     return outcome;
 }
@@ -46,10 +46,8 @@ q5_scan_claim_t::q5_scan_claim_t (const q5_scan_settings_t &given, int32_t id)
     q5_scan_deadline_t total (settings.total_timeout);
     start_guardian (total);
     if (outcome.answered ()) {
-        q5_scan_settings_t now = settings;
-        now.total_timeout = total.left ();
         int32_t result = 0;
-        outcome = exchange_one (now, q5_scan_claim_request (), &result);
+        outcome = exchange_one (settings, total, q5_scan_claim_request (), &result);
         held = outcome.answered () && result > 0;
         owed = held || !(outcome.answered () || was_never_sent (outcome.state));
     }
@@ -102,11 +100,11 @@ bool q5_scan_claim_t::release ()
     q5_scan_settings_t last = settings;
     last.connect_timeout = bounded (settings.connect_timeout);
     last.reply_timeout = bounded (settings.reply_timeout);
-    last.total_timeout = milliseconds (0);
     last.cancel_fd = -1;
     for (int32_t i = 0; owed && i < most_tries; i++) {
         int32_t result = 0;
-        outcome = exchange_one (last, q5_scan_release_request (), &result);
+        outcome = exchange_one (last, q5_scan_deadline_t (milliseconds (0)),
+                                q5_scan_release_request (), &result);
         // Dropped: another client has the bus, so it is no longer ours.
         owed = !outcome.answered () && outcome.state != q5_scan_state_t::dropped;
     }

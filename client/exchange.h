@@ -20,6 +20,12 @@ std::vector<uint8_t> q5_scan_bytes_of (const q5_scan_settings_t &settings,
 q5_scan_outcome_t q5_scan_find (const q5_scan_settings_t &settings, q5_scan_deadline_t total,
                                 sockaddr_in *address);
 
+// q5_scan_exchange within a limit that began before it; sentences report the settings' own.
+q5_scan_outcome_t q5_scan_exchange_within (const q5_scan_settings_t &settings,
+                                           q5_scan_deadline_t total,
+                                           std::vector<q5_scan_request_t> &requests,
+                                           const q5_scan_on_reply_t &on_reply);
+
 // Sends checked requests, and fills in those that are answered.
 q5_scan_outcome_t q5_scan_exchange_once (const q5_scan_settings_t &settings,
                                          q5_scan_deadline_t total,

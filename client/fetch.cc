@@ -1,6 +1,6 @@
 #include "client/fetch.h"
 
-#include "client/wire.h"
+#include "client/exchange.h"
 
 #include <algorithm>
 #include <iterator>
@@ -22,7 +22,7 @@ namespace {
 
 // The batches of one fetch, all within its total limit.
 struct fetch_t {
-    q5_scan_settings_t settings;
+    const q5_scan_settings_t &settings;
     const q5_scan_deadline_t total;
     const q5_scan_on_reply_t &on_reply;
     requests_t &replies;
@@ -40,9 +40,8 @@ bool fetch_t::exchange (const requests_t &requests)
     for (size_t at = 0; at < requests.size () && outcome.answered (); at += most) {
         size_t end = std::min (at + most, requests.size ());
         requests_t batch (requests.begin () + at, requests.begin () + end);
-        settings.total_timeout = total.left ();
         int32_t before = outcome.num_replies;
-        outcome = q5_scan_exchange (settings, batch, on_reply);
+        outcome = q5_scan_exchange_within (settings, total, batch, on_reply);
         outcome.num_replies += before;
         std::move (batch.begin (), batch.end (), std::back_inserter (replies));
     }
