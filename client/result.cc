@@ -59,6 +59,12 @@ q5_scan_meaning_t q5_scan_describe (const q5_scan_request_t &request)
     return {"ok", is_claim ? "the bus is claimed" : "the bus is free", ""};
 }
 
+bool q5_scan_has_failed (const q5_scan_request_t &request)
+{
+    bool is_of_slot = request.command != Q5_SCAN_CLAIM && request.command != Q5_SCAN_RELEASE;
+    return request.answered && request.result < (is_of_slot ? 0 : 1);
+}
+
 bool q5_scan_is_empty (int32_t slot, int32_t result)
 {
     return result == Q5_SCAN_NO_ANSWER ||

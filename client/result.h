@@ -19,6 +19,9 @@ q5_scan_meaning_t q5_scan_describe (int32_t result);
 // answered is "not answered".
 q5_scan_meaning_t q5_scan_describe (const q5_scan_request_t &request);
 
+// Whether it was answered with a failure: a result below 0, of a claim or release below 1.
+bool q5_scan_has_failed (const q5_scan_request_t &request);
+
 // What the result of a card's command says about its slot. Empty: nothing answers, or no such slot
 // exists. Damaged: something is there and does not work, which is every other result below 0.
 bool q5_scan_is_empty (int32_t slot, int32_t result);

@@ -110,7 +110,7 @@ report_t run_requests (const globals_t &globals, std::vector<q5_scan_request_t> 
     for (const q5_scan_request_t &request : requests) {
         if (request.answered) {
             report.json["requests"].push_back (json_of (request));
-            bool is_worst = request.result < 0 && !report.failure;
+            bool is_worst = q5_scan_has_failed (request) && !report.failure;
             report.status = is_worst ? status_failed : report.status;
         }
     }
@@ -126,7 +126,7 @@ report_t run_raw (const globals_t &globals, const q5_scan_request_t &request)
     std::vector<q5_scan_request_t> requests = {request};
     report_t report = exchange (globals, requests, {});
     const q5_scan_request_t &reply = requests.front ();
-    if (reply.answered && reply.result < 0) {
+    if (q5_scan_has_failed (reply)) {
         q5_scan_meaning_t m = q5_scan_describe (reply);
         return report_of ({status_failed,
                            "failed (" + std::to_string (reply.result) + "), " + m.meaning,

@@ -486,7 +486,7 @@ end
 
 local function meaning_of (reply, id)
     local is_daemons = is_for_daemon (reply.request)
-    if reply.result < 0 then
+    if reply.result < (is_daemons and 1 or 0) then
         return is_daemons and refused or results[reply.result] or unknown_result
     elseif not is_daemons then
         return {meaning = plural (reply.result, "byte") .. " received"}

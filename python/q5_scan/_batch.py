@@ -45,7 +45,8 @@ class Request:
 
     def data(self) -> bytes:
         """The received bytes; raises RequestError when the request failed."""
-        if self.result is None or self.result < 0:
+        least = 1 if self.command in (CLAIM, RELEASE) else 0
+        if self.result is None or self.result < least:
             m = self.meaning()
             where = f"slot {self.slot} command {self.command}"
             raise RequestError(m.meaning, where, f"Check {m.look_at}.", self.result or 0)

@@ -13,7 +13,7 @@ static std::string text_of_owner_change (const q5_scan_request_t &request, int32
 {
     bool is_claim = request.command == Q5_SCAN_CLAIM;
     const std::string name = is_claim ? "claim: " : "release: ";
-    if (request.result < 0) {
+    if (q5_scan_has_failed (request)) {
         return name + failure_text ("refused", request);
     }
     if (is_claim && id == 0) {
@@ -48,11 +48,12 @@ std::string text_of (const q5_scan_request_t &request, int32_t id)
 
 json_t json_of (const q5_scan_request_t &request)
 {
+    bool has_failed = q5_scan_has_failed (request);
     json_t object = {{"slot", request.slot},
                      {"command", request.command},
-                     {"ok", request.result >= 0},
+                     {"ok", !has_failed},
                      {"result", request.result}};
-    if (request.result < 0) {
+    if (has_failed) {
         q5_scan_meaning_t m = q5_scan_describe (request);
         object["meaning"] = m.meaning;
         object["look_at"] = m.look_at;
