@@ -248,7 +248,7 @@ class _Lookup(threading.Thread):
         try:
             found = socket.getaddrinfo(self.host, None, socket.AF_INET, socket.SOCK_STREAM)
             self.address = str(found[0][4][0])
-        except (OSError, UnicodeError) as error:
+        except (OSError, ValueError) as error:
             self.error = str(error)
         with _Lookup.lock:
             del _Lookup.pending[self.host]

@@ -12,7 +12,7 @@ import time
 
 def release(address: str, port: int, id: int) -> None:
     batch = struct.pack(">ii", id, 1) + struct.pack(">iiii", 0, 2, 0, 0)
-    with socket.create_connection((address, port), 10) as connection:
+    with socket.create_connection((address, port), 2) as connection:
         connection.settimeout(30)  # the daemon may still work on the holder's last batch
         connection.sendall(batch)
         connection.recv(4)  # a result, or the end: another client has the bus
@@ -22,12 +22,12 @@ def main() -> None:
     address, port, id = sys.argv[1], int(sys.argv[2]), int(sys.argv[3])
     if sys.stdin.buffer.read(1):
         return
-    for pause in 0.2, 1, 0:
+    for _ in range(60):
         try:
             release(address, port, id)
             return
         except OSError:
-            time.sleep(pause)
+            time.sleep(1)
 
 
 main()
