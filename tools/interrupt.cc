@@ -17,15 +17,19 @@ static void note_signal (int)
     }
 }
 
+// Under nohup SIGHUP stays ignored. A shell's background job is interrupted all the same.
 static void handle_signals (void (*handler) (int))
 {
-    struct sigaction action = {};
+    struct sigaction action = {}, before;
     action.sa_handler = handler;
     for (int number : ending_signals) {
         sigaddset (&action.sa_mask, number);
     }
     for (int number : ending_signals) {
-        sigaction (number, &action, nullptr);
+        sigaction (number, nullptr, &before);
+        if (number != SIGHUP || before.sa_handler != SIG_IGN) {
+            sigaction (number, &action, nullptr);
+        }
     }
 }
 

@@ -4,7 +4,6 @@
 
 #include <CLI/CLI.hpp>
 #include <errno.h>
-#include <initializer_list>
 #include <memory>
 #include <signal.h>
 #include <stdio.h>
@@ -19,24 +18,12 @@ constexpr int status_not_executable = 126;
 constexpr int status_not_found = 127;
 
 static volatile sig_atomic_t child = 0;
-static volatile sig_atomic_t early_signal = 0; // before there was a child
 
 // A terminal sends Ctrl-C to the command as well; these come to this process alone.
 static void pass_on (int number)
 {
     if (child > 0) {
         kill (child, number);
-    } else {
-        early_signal = number;
-    }
-}
-
-static void handle (std::initializer_list<int> numbers, void (*handler) (int))
-{
-    struct sigaction action = {};
-    action.sa_handler = handler;
-    for (int number : numbers) {
-        sigaction (number, &action, nullptr);
     }
 }
 
@@ -47,8 +34,45 @@ static void set_environment (const q5_scan_settings_t &settings)
     setenv ("Q5_SCAN_PORT", std::to_string (settings.port).c_str (), 1);
 }
 
+// The signals that end a session, blocked until this process and its command have settled what to
+// do with them. Under nohup SIGHUP stays ignored.
+struct ending_signals_t {
+    std::vector<int> heeded;
+    sigset_t before;
+
+    ending_signals_t ()
+    {
+        sigset_t all;
+        sigemptyset (&all);
+        for (int number : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) {
+            struct sigaction action;
+            sigaction (number, nullptr, &action);
+            sigaddset (&all, number);
+            if (number != SIGHUP || action.sa_handler != SIG_IGN) {
+                heeded.push_back (number);
+            }
+        }
+        pthread_sigmask (SIG_BLOCK, &all, &before);
+    }
+    void deliver_to_command () const
+    {
+        for (int number : heeded) {
+            signal (number, SIG_DFL);
+        }
+        pthread_sigmask (SIG_SETMASK, &before, nullptr);
+    }
+    void pass_on_to_command () const
+    {
+        for (int number : heeded) {
+            signal (number, number == SIGINT || number == SIGQUIT ? SIG_IGN : pass_on);
+        }
+        pthread_sigmask (SIG_SETMASK, &before, nullptr);
+    }
+};
+
 // When hold is killed its command no longer has the bus, so it ends too.
-[[noreturn]] static void become (std::vector<std::string> command, pid_t holder)
+[[noreturn]] static void become (std::vector<std::string> command, pid_t holder,
+                                 const ending_signals_t &signals)
 {
     prctl (PR_SET_PDEATHSIG, SIGTERM);
     if (getppid () != holder) {
@@ -59,11 +83,13 @@ static void set_environment (const q5_scan_settings_t &settings)
         words.push_back (word.data ());
     }
     words.push_back (nullptr);
-    handle ({SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGPIPE}, SIG_DFL);
+    signal (SIGPIPE, SIG_DFL);
+    signals.deliver_to_command ();
     execvp (words[0], words.data ());
+    int error = errno;
     fprintf (stderr, "q5_scan: '%s' cannot be run: %s\n", printable (command[0]).c_str (),
-             strerror (errno));
-    _exit (errno == ENOENT ? status_not_found : status_not_executable);
+             strerror (error));
+    _exit (error == ENOENT ? status_not_found : status_not_executable);
 }
 
 static int wait_for_child ()
@@ -76,25 +102,27 @@ static int wait_for_child ()
 }
 
 // Between claim and release nothing but the end of the command ends this process.
-static int run (const q5_scan_settings_t &settings, const std::vector<std::string> &command)
+static int run (const interruptible_t &session, const q5_scan_settings_t &settings,
+                const std::vector<std::string> &command)
 {
     set_environment (settings);
-    handle ({SIGINT, SIGQUIT}, SIG_IGN);
-    handle ({SIGTERM, SIGHUP}, pass_on);
+    signal (SIGCHLD, SIG_DFL); // if the caller ignores it the command leaves no status
+    ending_signals_t signals;
+    if (session.interrupt.seen ()) {
+        throw failure_t{status_interrupted, "interrupted before the command ran", ""};
+    }
     pid_t holder = getpid ();
     pid_t pid = fork ();
     if (pid == 0) {
-        become (command, holder);
+        become (command, holder, signals);
     }
     if (pid < 0) {
         throw failure_t{status_failed,
-                        std::string ("no process for the command: ") + strerror (errno),
-                        "End some programs, and try again."};
+                        std::string ("cannot start a process for the command: ") + strerror (errno),
+                        "Free some processes and try again."};
     }
     child = pid;
-    if (early_signal != 0) {
-        kill (pid, early_signal);
-    }
+    signals.pass_on_to_command ();
     return wait_for_child ();
 }
 
@@ -115,14 +143,11 @@ static report_t hold (const globals_t &globals, bool is_verbose)
     if (!claim.held) {
         return report_of (claim.outcome.answered () ? refused : failure_of (claim.outcome));
     }
-    if (session.interrupt.seen ()) {
-        return report_of ({status_interrupted, "interrupted before the command ran", ""});
-    }
     if (is_verbose) {
         fprintf (stderr, "q5_scan: id %d holds the bus\n", claim.settings.id);
     }
     report.printed = true;
-    report.status = run (claim.settings, command);
+    report.status = run (session, claim.settings, command);
     if (!claim.release ()) {
         report.failure = failure_of (claim.outcome);
         report.failure->what = claim.problem;

@@ -108,7 +108,7 @@ int print (const origin_t &origin, const report_t &report, bool as_json)
         fputs (report.text.c_str (), stdout);
     }
     int status = flush_output (report.status);
-    if (!as_json) {
+    if (!as_json || report.printed) {
         complain (report);
     }
     return status;
