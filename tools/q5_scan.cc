@@ -106,7 +106,8 @@ static void add_options (CLI::App &app, options_t &options, globals_t &globals)
     app.add_option ("--id", options.id, "the client id that the batch carries (default 2)")
         ->type_name ("ID");
     app.add_option ("--timeout", options.timeout,
-                    "give up when all of it takes longer (default: never; metrics 10)")
+                    "give up when all of it takes longer (default: never; metrics, and each step "
+                    "of doctor: 10)")
         ->type_name ("SECONDS");
     app.add_option ("--wait", options.wait,
                     "keep trying for SECONDS while another id holds the bus (default 0)")
@@ -159,6 +160,8 @@ static report_t parse_and_run (command_line_t &line, int argc, char **argv, glob
         return report_of ({status_usage, e.message, ""});
     } catch (std::bad_alloc &) {
         return report_of ({status_usage, "there is not enough memory for this input", ""});
+    } catch (std::exception &e) {
+        return report_of ({status_failed, e.what (), "Check the limits of this user and machine."});
     }
 }
 

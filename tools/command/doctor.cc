@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <arpa/inet.h>
+#include <errno.h>
 #include <memory>
 #include <netdb.h>
 #include <stdio.h>
@@ -93,7 +94,9 @@ bool examination_t::reaches_daemon (const q5_scan_outcome_t &outcome)
                                         "address.");
         return false;
     }
-    if (outcome.state == state_t::timed_out_connecting) {
+    bool is_refused = outcome.state == state_t::no_connection && outcome.error == ECONNREFUSED;
+    if (outcome.state == state_t::timed_out_connecting ||
+        (outcome.state == state_t::no_connection && !is_refused)) {
         note ("connection", outcome.text);
         conclude (status_no_connection,
                   "The host is down, a firewall drops the packets, or eight clients are already "
@@ -101,14 +104,13 @@ bool examination_t::reaches_daemon (const q5_scan_outcome_t &outcome)
         return false;
     }
     note ("address", addresses_of (settings.host));
-    bool is_connected = outcome.state != state_t::no_connection;
-    note ("connection", is_connected ? "accepted" : outcome.text);
-    if (!is_connected) {
+    note ("connection", is_refused ? outcome.text : "accepted");
+    if (is_refused) {
         examine_board ();
         conclude (status_no_connection, "No daemon listens there: start q5_scand on that host, or "
                                         "correct the host and the port.");
     }
-    return is_connected;
+    return !is_refused;
 }
 
 // What the daemon does with a batch of a fresh id, and then with one of the usual id.

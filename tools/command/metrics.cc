@@ -37,7 +37,7 @@ static const char *down_reason (const q5_scan_outcome_t &outcome)
     case q5_scan_state_t::unknown_host:
         return "unknown";
     case q5_scan_state_t::no_connection:
-        return outcome.error == ETIMEDOUT ? "timed_out" : "refused";
+        return outcome.error == ECONNREFUSED ? "refused" : "timed_out";
     case q5_scan_state_t::dropped:
     case q5_scan_state_t::broken_off:
         return "dropped";
@@ -195,9 +195,8 @@ static report_t metrics (const globals_t &globals, const metrics_words_t &words)
     bool is_file = !words.slots.empty () && words.slots[0][0] == '@';
     if (is_file) {
         read_slots (words.slots[0].substr (1), globals, options);
-    } else {
-        options.slots = parse_slots (words.slots);
     }
+    options.slots = parse_slots (is_file ? std::vector<std::string> () : words.slots);
     return metrics (globals, options);
 }
 

@@ -17,8 +17,8 @@ static void take (sample_t &sample)
 void take_samples (std::vector<sample_t> &samples)
 {
     std::vector<std::future<void>> all;
-    for (sample_t &sample : samples) {
-        all.push_back (std::async (std::launch::async, take, std::ref (sample)));
+    for (sample_t &sample : samples) { // where the system has no thread left: one by one
+        all.push_back (std::async (take, std::ref (sample)));
     }
     for (std::future<void> &one : all) {
         one.get ();
