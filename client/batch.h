@@ -16,11 +16,11 @@
 #include <string>
 #include <vector>
 
-// Whom to talk to, as whom, and for how long. A time of 0 or less sets no limit.
+// The daemon's address, the client id and the timeouts. A time of 0 or less sets no limit.
 struct q5_scan_settings_t {
     std::string host = "127.0.0.1"; // name or dotted IPv4 address
     int32_t port = Q5_SCAN_PORT;    // 1 to 65535
-    int32_t id = 2;                 // sent with every batch; every program that sets none is 2
+    int32_t id = 2;                 // sent with every batch; programs that set none use 2
 
     // Until the connection is established, resolving the name included.
     std::chrono::milliseconds connect_timeout{0};
@@ -39,8 +39,8 @@ struct q5_scan_settings_t {
     int32_t cancel_fd = -1;
     // Whether each batch begins with a claim by `id`, whose reply is checked and not shown, so that
     // no request runs on a bus that is not ours: a daemon that restarted is claimed again, and one
-    // that another id holds drops the batch. Leaves MAX_REQUESTS - 1 requests. Set by a claim
-    // (client/claim.h), which also ends what this begins.
+    // that another id holds drops the batch. Leaves MAX_REQUESTS - 1 requests. Set by
+    // q5_scan_claim_t, which also releases the bus.
     bool claims = false;
 };
 

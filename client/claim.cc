@@ -76,7 +76,7 @@ void q5_scan_claim_t::start_guardian (q5_scan_deadline_t total)
     if (guardian_fd < 0) {
         outcome.state = q5_scan_state_t::no_connection;
         outcome.error = errno;
-        outcome.text = "no guardian can be started for it: " +
+        outcome.text = "cannot start the guardian process: " +
                        std::generic_category ().message (outcome.error);
     }
 }

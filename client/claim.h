@@ -1,4 +1,4 @@
-// The bus for one program alone: as long as an object lives, and never longer than the program.
+// Exclusive use of the bus while an object lives, at most until its program ends.
 //
 //   q5_scan_claim_t claim (settings);
 //   if (claim.held) {
@@ -45,8 +45,8 @@ class q5_scan_claim_t {
     // are wrong.
     explicit q5_scan_claim_t (const q5_scan_settings_t &given, int32_t id = 0);
 
-    // Releases, also a claim whose answer was not awaited to the end: the daemon may still come to
-    // it. Never throws, and ends within 15 seconds. Does nothing in a forked child.
+    // Releases, even when the claim's reply never arrived: the daemon may still execute it. Never
+    // throws, and ends within 15 seconds. Does nothing in a forked child.
     ~q5_scan_claim_t ();
     q5_scan_claim_t (const q5_scan_claim_t &) = delete;
     q5_scan_claim_t &operator= (const q5_scan_claim_t &) = delete;

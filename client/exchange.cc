@@ -210,7 +210,7 @@ q5_scan_outcome_t q5_scan_exchange_once (const q5_scan_settings_t &settings,
     if (!outcome.answered ()) {
         return outcome;
     }
-    if (wire.is_cancelled ()) { // nothing may have to be waited for until the batch is sent
+    if (wire.is_cancelled ()) { // only waits look at cancel_fd, and sending may need none
         return q5_scan_cancelled (0);
     }
     descriptor_t connection = {socket (AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)};

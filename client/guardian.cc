@@ -44,8 +44,8 @@ static bool connect_in_time (int fd, const sockaddr_in &address)
             getsockopt (fd, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0);
 }
 
-// Whether the daemon has it, and deals with it when it comes to it: trying again would only take
-// another place in its queue. Keeps the connection until then.
+// Whether the batch was sent: the daemon runs it in its turn, and a retry would only take another
+// place in its queue. Keeps the connection until then.
 static bool release (const duty_t &duty)
 {
     int fd = socket (AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
@@ -115,7 +115,7 @@ int q5_scan_start_guardian (const sockaddr_in &address, const std::vector<uint8_
     }
     const long limit = sysconf (_SC_OPEN_MAX);
     duty_t duty = {address, batch, ends[0], static_cast<int> (std::clamp (limit, 1024L, 1L << 16))};
-    // Nor does the guardian run the program's signal handlers.
+    // The guardian must not run the program's signal handlers.
     sigset_t all, before;
     sigfillset (&all);
     pthread_sigmask (SIG_SETMASK, &all, &before);

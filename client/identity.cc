@@ -57,13 +57,13 @@ static q5_scan_identity_t identity_of (string_view bytes)
     q5_scan_identity_t identity;
     std::string lines = lines_of (bytes.substr (0, most_text + 1));
     if (lines.size () > most_text) {
-        identity.problem = "carries \"Type: \", but no build identity after it";
+        identity.problem = "has \"Type: \", but no build identity after it";
         return identity;
     }
     string_view text = lines;
     size_t date_at = text.find (date_mark);
     if (date_at == text.npos) {
-        identity.problem = "carries a type, but no build date";
+        identity.problem = "has a type, but no build date";
         return identity;
     }
     string_view date = text.substr (date_at + date_mark.size ());
@@ -72,7 +72,7 @@ static q5_scan_identity_t identity_of (string_view bytes)
     identity.date = take_line (date);
     identity.date += " " + take_line (date);
     if (date_of (identity.date)[0] == 0) {
-        identity.problem = "carries a build date that is not one: " + identity.date;
+        identity.problem = "has an invalid build date: " + identity.date;
     }
     return identity;
 }
@@ -82,7 +82,7 @@ namespace {
 // The search through bytes that arrive piece by piece.
 struct search_t {
     std::string window; // what has arrived and is not searched yet
-    q5_scan_identity_t result = {"", "", "carries no build identity"};
+    q5_scan_identity_t result = {"", "", "contains no build identity"};
     bool has_mark = false; // the result is about the first one
 
     // Looks at the marks that begin before `end` of the window, which is dropped up to there: one

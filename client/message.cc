@@ -170,8 +170,8 @@ static std::string take_fields (payload_t &payload, const uint8_t *letters, size
         field.type = *type;
         if (!payload.take (&field)) {
             return type->kind == kind_t::string_field
-                       ? "the text of letter " + shown (*letter) + " has no end"
-                       : "letter " + shown (*letter) + " reaches beyond the payload";
+                       ? "the string of letter " + shown (*letter) + " has no terminating NUL"
+                       : "letter " + shown (*letter) + " runs past the end of the payload";
         }
         fields->push_back (field);
     }
@@ -189,8 +189,8 @@ q5_scan_message_t q5_scan_decode (const uint8_t *bytes, size_t size, const q5_sc
     size_t after = size - 1;
     // A count above 127 is negative to the cards' reader.
     if (num_letters > 127 || num_letters > after) {
-        message.problem = "it announces " + std::to_string (num_letters) + " letters, and has " +
-                          std::to_string (after) + " bytes after that";
+        message.problem = "it announces " + std::to_string (num_letters) +
+                          " letters, bytes after that: " + std::to_string (after);
         message.length = after;
         message.left.assign (letters, letters + after);
         return message;

@@ -1,5 +1,5 @@
 // The system's resolver has no timeout, so each look-up runs in a thread that is abandoned when the
-// time is up. All who ask for the same name meanwhile share it: a name server that never answers
+// time is up. Concurrent callers share the look-up of one name: a name server that never answers
 // costs one thread a name.
 #include "client/resolve.h"
 
@@ -100,7 +100,7 @@ static found_t look_up (const std::string &host)
     return found;
 }
 
-// Those who wait continue after the unlocking, and then close the descriptor.
+// Waiters resume after the unlock; the last one closes the descriptor.
 static void finish (const std::string &host, shared_look_up_t look_up, const found_t &found)
 {
     std::lock_guard<std::mutex> lock (pending ().mutex);

@@ -7,7 +7,7 @@ static const std::map<int32_t, q5_scan_meaning_t> &meanings ()
     static const std::map<int32_t, q5_scan_meaning_t> table = {
         {Q5_SCAN_LINE_ERROR,
          {"line error",
-          "the answer came damaged: a break, a framing error, an overrun, noise, or no address "
+          "the answer was damaged: a break, a framing error, an overrun, noise, or no address "
           "character before it",
           "the bus cabling, and the bit rate of the card (slots 23 and 24 run at a fifth of the "
           "rate of the others)"}},
@@ -33,7 +33,7 @@ static const std::map<int32_t, q5_scan_meaning_t> &meanings ()
 q5_scan_meaning_t q5_scan_describe (int32_t result)
 {
     if (result >= 0) {
-        return {"ok", "the slot answered with " + std::to_string (result) + " bytes", ""};
+        return {"ok", "bytes received: " + std::to_string (result), ""};
     }
     auto found = meanings ().find (result);
     if (found != meanings ().end ()) {

@@ -41,7 +41,7 @@ q5_scan_outcome_t q5_scan_unknown_host (const q5_scan_settings_t &settings, int 
 }
 
 static const char *const unreachable =
-    ": no host answers there, or the daemon's queue of clients is full";
+    ": the host does not respond, or the daemon's queue of clients is full";
 
 q5_scan_outcome_t q5_scan_no_connection (const q5_scan_settings_t &settings, int error)
 {
@@ -69,17 +69,17 @@ q5_scan_outcome_t q5_scan_dropped (const q5_scan_settings_t &settings, int error
 {
     std::string how = error != 0 ? " (" + reason_of (error) + ")" : "";
     return {state_t::dropped, 0, error,
-            "the daemon at " + place_of (settings) + " dropped the batch unanswered" + how +
+            "the daemon at " + place_of (settings) + " dropped the batch without a reply" + how +
                 ": another id probably holds the bus (this batch was sent as id " +
                 std::to_string (settings.id) +
-                "); a daemon that died, or whose queue of clients overflowed, looks the same"};
+                "); a crashed daemon or a full queue of clients looks the same"};
 }
 
 q5_scan_outcome_t q5_scan_refused (const q5_scan_settings_t &settings)
 {
     return {state_t::broken_off, 0, 0,
             "the daemon at " + place_of (settings) + " refused the claim by id " +
-                std::to_string (settings.id) + " that began the batch"};
+                std::to_string (settings.id) + " at the start of the batch"};
 }
 
 q5_scan_outcome_t q5_scan_broken_off (const q5_scan_settings_t &settings, size_t num_replies,
@@ -98,7 +98,7 @@ q5_scan_outcome_t q5_scan_late_sending (const q5_scan_place_t &place)
 {
     return {state_t::timed_out_sending, 0, 0,
             timed_out (place, place.settings.reply_timeout) + "sending the batch to " +
-                place_of (place.settings) + ": its host does not accept it"};
+                place_of (place.settings) + ": its host has stopped accepting data"};
 }
 
 q5_scan_outcome_t q5_scan_late_reply (const q5_scan_place_t &place, size_t num_replies,
@@ -108,8 +108,9 @@ q5_scan_outcome_t q5_scan_late_reply (const q5_scan_place_t &place, size_t num_r
                        std::to_string (num_replies + 1) + " of " + std::to_string (num_requests) +
                        " from " + place_of (place.settings);
     if (!is_taken) {
-        text += ": its host has not accepted the batch, is out of reach, or the daemon's queue of "
-                "clients is full";
+        text +=
+            ": its host has not acknowledged the batch or is unreachable, or the daemon's queue of "
+            "clients is full";
     } else if (num_replies == 0) {
         text += ": the daemon is busy with another client, or hung";
     } else {

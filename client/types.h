@@ -37,6 +37,6 @@ q5_scan_types_t q5_scan_usual_types ();
 // Reads "LETTER[N]=TYPE[*SCALE][:NAME],...", for example "b=byte,h=sshort*0.01:celsius,c=bytes:4".
 // TYPE is byte, sbyte, short, sshort, int, uint, string, rest or bytes:COUNT, COUNT from 0 to 4096;
 // with a number N from 1 on it is the type of the letter's Nth field in a message, and of those
-// after it that have none. Blanks around an entry are ignored. Throws std::invalid_argument, which
-// says what is wrong where.
+// before and after it that have none. Blanks around an entry are ignored. Throws
+// std::invalid_argument, which says what is wrong where.
 q5_scan_types_t q5_scan_parse_types (std::string_view text);

@@ -1,4 +1,4 @@
-// Apart from the server so that a daemon carries no resolver.
+// Separate from kp_server.cc so that the daemon links no resolver.
 #include "net/assertion.h"
 #include "net/kp_server.h"
 

@@ -14,8 +14,8 @@ class kp_server_t : public kp_literate_t {
     virtual int32_t handle (int32_t fd) = 0;
 
     // Listens on `port` (more than 0; its low 16 bits count), all local IPv4 addresses, and calls
-    // handle for each connection in turn. An exception_t out of handle is printed and ends that
-    // connection alone; any other exception leaves. Never returns: throws exception_t when the
+    // handle for each connection in turn. An exception_t from handle is printed and ends that
+    // connection alone; any other exception propagates. Never returns: throws exception_t when the
     // listening socket cannot be set up.
     void serve (int32_t port, int32_t backlog);
 };

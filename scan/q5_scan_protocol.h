@@ -31,7 +31,7 @@ constexpr int32_t Q5_SCAN_SEND_SHORT = 147; // transmits a short message
 
 // Results of a request: the number of bytes received, or one of these. A claim or a release answers
 // 1, or -1 when another id holds the bus.
-constexpr int32_t Q5_SCAN_LINE_ERROR = -1;  // the answer came damaged
+constexpr int32_t Q5_SCAN_LINE_ERROR = -1;  // the answer was damaged
 constexpr int32_t Q5_SCAN_NO_SLOT = -2;     // no such slot, or its receive line is low
 constexpr int32_t Q5_SCAN_NO_ANSWER = -3;   // sent, but no answer was complete in time
 constexpr int32_t Q5_SCAN_BAD_ADDRESS = -4; // the answer came to the second address

@@ -40,7 +40,7 @@ class q5_scan_reader_t : public q5_scan_client_t {
     q5_scan_reader_t (const char *host, int32_t port);
 
     // Fetches both replies of every slot in one batch. Returns 1; or 0 when the exchange failed,
-    // which keeps every count but may have overwritten data. Ends the life of all pointers that
+    // which keeps every count but may have overwritten data. Invalidates all pointers that
     // get_string and get_bytes have returned.
     int32_t fetch_all ();
 

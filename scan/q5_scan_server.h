@@ -19,8 +19,8 @@ class q5_scan_server_t : public kp_server_t {
 
     // Reads, checks and executes one batch on the connection `fd` (more than 0). Every check and
     // read comes before the first request runs; each reply is written as its request ends. Returns
-    // without a reply while another client holds the bus. Throws exception_t
-    // on a failed check or write. The result has no meaning.
+    // without a reply while another client holds the bus. Throws exception_t on a failed check or
+    // write. The result has no meaning.
     int32_t handle (int32_t fd) override;
 
     // Returns `m` when its slot and lengths are within the limits, else throws exception_t.

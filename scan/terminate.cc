@@ -7,7 +7,7 @@
 namespace __gnu_cxx {
 void __verbose_terminate_handler ()
 {
-    fputs ("q5_scand: ended by an unexpected exception\n", stderr);
+    fputs ("q5_scand: aborted by an unexpected exception\n", stderr);
     abort ();
 }
 } // namespace __gnu_cxx

@@ -1,5 +1,5 @@
-// Whatever the builder asks for everywhere: the devices are opened with the documented flags, so by
-// plain open and mmap, not open64 (O_LARGEFILE) or __open_2; and assertions stay.
+// Undo global build settings: the devices are opened with exactly the documented flags, by plain
+// open and mmap, not open64 (O_LARGEFILE) or __open_2; and assertions stay.
 #undef _FILE_OFFSET_BITS
 #undef _TIME_BITS
 #undef _FORTIFY_SOURCE

@@ -29,7 +29,7 @@ extern scan_port_state_t scan_port_state;
 int32_t scanp_open ();
 
 // The driver's three requests. Each aborts the process, with the C library's assertion message, on
-// the answer that means failure: 0, 0x7FFFFFFF and anything but 0, in this order.
+// the value that means failure: 0, 0x7FFFFFFF and nonzero, respectively.
 // Returns the physical address of 8192 bytes: the transmit buffer, then the receive buffer.
 uint32_t scanp_get_phys_mem (int32_t fd);
 // Returns the offset, in the internal memory map, of at least 64 bytes of reserved dual-port RAM.

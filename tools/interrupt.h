@@ -1,4 +1,4 @@
-// Ctrl-C, and the other signals that end a session, as a note that can be looked at and waited for.
+// Ctrl-C, and the other signals that end a session, as a flag that can be polled and waited for.
 #pragma once
 
 #include <chrono>

@@ -73,7 +73,7 @@ static std::string advice_for (q5_scan_state_t state)
         return "Wait until the holder releases the bus (--wait SECONDS), or be the holder with "
                "--id ID. If the bus is free, read the log of q5_scand.";
     default:
-        return "The requests after those may have run or not. Check that q5_scand still runs.";
+        return "Later requests may or may not have run. Check that q5_scand still runs.";
     }
 }
 
@@ -82,7 +82,7 @@ failure_t failure_of (const q5_scan_outcome_t &outcome)
     if (outcome.state == q5_scan_state_t::cancelled) {
         return {status_interrupted,
                 "interrupted after " + std::to_string (outcome.num_replies) + " replies",
-                "The requests after those may have run or not."};
+                "Later requests may or may not have run."};
     }
     bool is_dropped = outcome.state == q5_scan_state_t::dropped;
     return {is_dropped ? status_dropped : status_no_connection, outcome.text,
@@ -120,8 +120,7 @@ report_t run_requests (const globals_t &globals, std::vector<q5_scan_request_t> 
 report_t run_raw (const globals_t &globals, const q5_scan_request_t &request)
 {
     if (globals.as_json) {
-        usage_failure ("--raw and --json ask for two forms of the same answer",
-                       "Give one of them.");
+        usage_failure ("--raw and --json cannot be combined", "Give one of them.");
     }
     std::vector<q5_scan_request_t> requests = {request};
     report_t report = exchange (globals, requests, {});

@@ -3,7 +3,7 @@
 // a run is repeatable to the bit. To be used by one thread at a time.
 //
 // What the program does that the model does not know, or that is not the program's to do, stops the
-// board: its observers get the line, and from then on it is memory and time alone.
+// board: its observers get the line, and from then on only its memory and clock work.
 #pragma once
 
 #include "chassis/board/board_memory.h"

@@ -7,12 +7,12 @@
 const char *cp_command_problem (uint32_t word)
 {
     static const char *const by_opcode[] = {nullptr,
-                                            "INIT RX PARAMETERS is not known here",
-                                            "INIT TX PARAMETERS is not known here",
-                                            "ENTER HUNT MODE is not known here",
-                                            "STOP TRANSMIT is not known here",
-                                            "GRACEFUL STOP TRANSMIT is not known here",
-                                            "RESTART TRANSMIT is not known here"};
+                                            "INIT RX PARAMETERS is not modelled",
+                                            "INIT TX PARAMETERS is not modelled",
+                                            "ENTER HUNT MODE is not modelled",
+                                            "STOP TRANSMIT is not modelled",
+                                            "GRACEFUL STOP TRANSMIT is not modelled",
+                                            "RESTART TRANSMIT is not modelled"};
     uint32_t opcode = word & CPCR_OPCODE;
     bool is_known = (word & ~CPCR_OPCODE) == (CPCR_PAGE_SBC_SCC3 | CPCR_FLG);
     return is_known && opcode < std::size (by_opcode) ? by_opcode[opcode]

@@ -36,10 +36,10 @@ struct met_registers_t {
 };
 met_registers_t registers_at (uint32_t offset, int width);
 
-// Gives the registers their values after reset, but for the bits that are filled.
+// Gives the registers their values after reset, except for bits with arbitrary contents.
 void reset_registers (board_memory_t &memory);
 
-// Whose the bits of an access are. `width`: 1, 2 or 4 bytes.
+// Who owns the bits of an access. `width`: 1, 2 or 4 bytes.
 struct bit_owners_t {
     uint32_t ours;
     uint32_t reserved; // neither ours nor another driver's

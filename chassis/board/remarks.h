@@ -1,5 +1,5 @@
-// What the model says about the program: what it does not model, and why it stops: it does not know
-// what the hardware would do, or the program touches what is not its own.
+// Notes on what is not modelled, and refusals: the hardware's behaviour is unknown, or the program
+// accesses what is not its own.
 #pragma once
 
 #include "chassis/bus/observer.h"

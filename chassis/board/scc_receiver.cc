@@ -101,7 +101,7 @@ bool scc_receiver_t::open (uint16_t flags)
     if (!ring_.is_aligned ()) {
         remarks_.refuse ("RBPTR", ring_.live (), 2, "descriptors are aligned to 8 bytes");
     } else if (status & continuous) {
-        remarks_.refuse ("a receive descriptor's status", status, 2, "CM is not known here");
+        remarks_.refuse ("a receive descriptor's status", status, 2, "CM is not modelled");
     } else {
         uint16_t kept = status & ~(BD_RX_E | BD_RX_A | BD_RX_AM); // old errors too
         buffer_ = {static_cast<uint16_t> (kept | flags), ring_.memory.read32 (ring_.buffer ()), 0};

@@ -67,7 +67,7 @@ bool scc_transmitter_t::open_buffer (uint64_t now)
         remarks_.refuse ("TBPTR", ring_.live (), 2, "descriptors are aligned to 8 bytes");
     } else if (status & ~known) {
         remarks_.refuse ("a transmit descriptor's status", status, 2,
-                         "only R, W, I and A are known here");
+                         "only R, W, I and A are modelled");
     } else if (length == 0) {
         remarks_.refuse ("a transmit descriptor's length", length, 2, "nothing to send");
     } else {

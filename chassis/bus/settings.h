@@ -50,7 +50,7 @@ struct card_t {
     fault_t fault = fault_t::none;
     uint32_t fault_at = 0; // index of the data byte that the fault hits; past the end: the last
     uint32_t gap = 0;      // microseconds between the characters of an answer
-    uint32_t bit_rate = 0; // bit/s; 0: the rate at which this slot is run (see chassis_settings_t)
+    uint32_t bit_rate = 0; // bit/s; 0: the usual rate of this slot (see chassis_settings_t)
 
     card_t &answers (uint8_t command, std::vector<uint8_t> bytes)
     {

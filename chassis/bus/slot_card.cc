@@ -39,7 +39,7 @@ line_fault_t slot_card_t::hear (const line_character_t &character)
     if (is_sending (character.start)) {
         return fault;
     }
-    current_.reset (); // there was more to come: what it meant to answer was not a request
+    current_.reset (); // more characters followed: what looked complete was no request
     if (fault != line_fault_t::none) {
         spoiled_ = true;
     } else {

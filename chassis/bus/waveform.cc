@@ -125,7 +125,7 @@ void waveform_t::put_wires (uint16_t wires)
     }
 }
 
-// No signal ends the program inside a line.
+// Blocks signals, so that the dump never ends in the middle of a line.
 static bool write_whole (int fd, const std::string &text)
 {
     sigset_t all, before;

@@ -69,8 +69,8 @@ static void note_standing_bus ()
     static bool is_noted;
     if (!is_noted) {
         is_noted = true;
-        complain ("note: the program polls descriptors without a time to wait; real time passes "
-                  "meanwhile, but not the bus's");
+        complain ("note: the program waits on descriptors with no timeout; the bus's time stands "
+                  "still meanwhile");
     }
 }
 

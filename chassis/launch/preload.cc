@@ -94,7 +94,7 @@ struct locked_registers_t final : register_file_t {
 };
 } // namespace
 
-// Of programs that run in turn, the last one's dump is what stays.
+// If several programs run in turn, the last one's dump remains.
 static void add_waveform (chassis_t &chassis, const std::string &path)
 {
     if (path.empty ()) {
@@ -105,7 +105,7 @@ static void add_waveform (chassis_t &chassis, const std::string &path)
         fail (path + ": " + strerror (errno));
     }
     if (flock (fd, LOCK_EX | LOCK_NB) != 0) {
-        fail (path + ": the waveform of another program that runs goes there");
+        fail (path + ": another program is writing its waveform there");
     }
     (void)!ftruncate (fd, 0); // fails on a pipe
     chassis.observe (new waveform_t (fd, chassis.brgclk ()));

@@ -64,7 +64,8 @@ static void prepare_output (const std::string &path, const std::string &other, c
         throw launch_error_t (bad_request, path + ": cannot be written: " + strerror (errno));
     }
     if (flock (fd, LOCK_EX | LOCK_NB) != 0) {
-        throw launch_error_t (bad_request, path + ": the waveform of a running program goes there");
+        throw launch_error_t (bad_request,
+                              path + ": another program is writing its waveform there");
     }
     (void)!ftruncate (fd, 0); // fails on a pipe
     close (fd);

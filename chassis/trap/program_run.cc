@@ -14,7 +14,7 @@
 
 // Signals wait while the program runs on: for less than a millisecond.
 constexpr int most_instructions = 4096;
-// After more without a register access the processor does the rest sooner.
+// After more without a register access the processor itself is faster.
 constexpr int most_without_access = 256;
 
 // The part of the stack below the program's own that the handler and the kernel may use.
@@ -59,7 +59,7 @@ static std::vector<code_t> &program_code ()
 // Of a thread; without a call that might allocate.
 static __attribute__ ((tls_model ("initial-exec"))) thread_local run_t *current;
 
-// The preload library's own code is none of the program.
+// The preload library's own code is not part of the program.
 static int add_program_code (dl_phdr_info *module, size_t, void *list)
 {
     const bool is_main = module->dlpi_name[0] == '\0';

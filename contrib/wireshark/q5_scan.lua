@@ -20,7 +20,7 @@ local command_names = {
 local results = {
     [-1] = {
         state = "line error",
-        meaning = "the answer came damaged: a break, a framing error, an overrun, noise, or no " ..
+        meaning = "the answer was damaged: a break, a framing error, an overrun, noise, or no " ..
             "address character before it",
         look_at = "the bus cabling, and the bit rate of the card (slots 23 and 24 run at a " ..
             "fifth of the rate of the others)",
@@ -378,11 +378,11 @@ local function size_of_field (letter, type, left)
         return nil, shown .. " has no type"
     elseif type.kind.is_string then
         local at = left:find ("\0", 1, true)
-        return at, not at and "the text of " .. shown .. " has no end" or nil
+        return at, not at and "the string of " .. shown .. " has no terminating NUL" or nil
     end
     local size = type.size or #left
     if size > #left then
-        return nil, shown .. " reaches beyond the payload"
+        return nil, shown .. " runs past the end of the payload"
     end
     return size
 end
@@ -425,8 +425,8 @@ local function show_message (parent, range, is_whole)
     tree:add (f.num_letters, range (0, 1))
     local num_letters, at, problem = range (0, 1):int (), 1, nil
     if num_letters < 0 or num_letters >= range:len () then
-        problem = ("it announces %d letters, and has %s after that"):format (
-            range (0, 1):uint (), plural (range:len () - 1, "byte"))
+        problem = ("it announces %d letters, bytes after that: %d"):format (
+            range (0, 1):uint (), range:len () - 1)
     else
         local letters = range:raw ():sub (2, 1 + num_letters)
         tree:add (f.letters, part_of (range, 1, num_letters))

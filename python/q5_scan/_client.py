@@ -194,7 +194,7 @@ class _Guardian:
                 start_new_session=True,
             )
         except OSError as error:
-            what = f"no guardian can be started for the claim ({error})"
+            what = f"cannot start the guardian process ({error})"
             raise Error(what, "claim", "Check sys.executable and the limit of processes.") from error
         _Guardian.in_use.add(self)
 

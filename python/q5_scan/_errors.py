@@ -57,4 +57,4 @@ class RequestError(Error):
 
 
 class IdentityError(Error):
-    """An image carries no build identity."""
+    """An image contains no build identity."""

@@ -33,7 +33,7 @@ class Identity:
 
 def find_identity(image: Image, where: str = "image") -> Identity:
     """The first whole identity in the bytes; raises IdentityError when there is none."""
-    problem, at = "carries no build identity", image.find(_MARK)
+    problem, at = "contains no build identity", image.find(_MARK)
     first = True
     while at >= 0:
         try:
@@ -57,9 +57,9 @@ def read_identity(path: Union[str, "os.PathLike[str]"]) -> Identity:
 def _take(text: bytes) -> Identity:
     version = b"\n".join(text.split(b"\0")[:4])
     if len(version) > _MOST:
-        raise ValueError('carries "Type: ", but no build identity after it')
+        raise ValueError('has "Type: ", but no build identity after it')
     if _DATE_MARK not in version:
-        raise ValueError("carries a type, but no build date")
+        raise ValueError("has a type, but no build date")
     type = version[len(_MARK) :].split(b"\n")[0]
     date = b" ".join(version.split(_DATE_MARK, 1)[1].split(b"\n")[:2])
     found = Identity(*(part.decode("utf-8", "surrogateescape") for part in (type, date)))
@@ -73,7 +73,7 @@ def _parse_date(date: str) -> Tuple[int, ...]:
     month = _MONTHS.index(parts[0]) + 1 if parts and parts[0] in _MONTHS else 0
     day, year, *time = [_number(part) for part in parts[1:]] + [0] * (6 - len(parts))
     if len(parts) < 6 or not (month and day and year):
-        raise ValueError(f"carries a build date that is not one: {date!r}")
+        raise ValueError(f"has an invalid build date: {date!r}")
     return (year, month, day, *time)
 
 

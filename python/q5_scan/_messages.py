@@ -126,7 +126,7 @@ def decode(data: bytes, types: Types = USUAL_TYPES) -> Message:
         return Message("", [], b"", "")
     num_letters, after = data[0], len(data) - 1
     if num_letters > min(after, 127):  # a count above 127 is negative to the cards' reader
-        problem = f"it announces {num_letters} letters, and has {after} bytes after that"
+        problem = f"it announces {num_letters} letters, bytes after that: {after}"
         return Message("", [], data[1:], problem)
     letters = data[1 : 1 + num_letters].decode("latin-1")
     payload, fields, problem = data[1 + num_letters :], [], ""
@@ -140,8 +140,8 @@ def decode(data: bytes, types: Types = USUAL_TYPES) -> Message:
         if size > len(payload):
             shown = f"letter {_shown(letter)}"
             is_text = type.kind == "string"
-            problem = f"the text of {shown} has no end" if is_text else ""
-            problem = problem or f"{shown} reaches beyond the payload"
+            problem = f"the string of {shown} has no terminating NUL" if is_text else ""
+            problem = problem or f"{shown} runs past the end of the payload"
             break
         fields.append(Field(letter, type, _value_of(type, payload[:size])))
         payload = payload[size:]

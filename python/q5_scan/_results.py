@@ -58,7 +58,7 @@ def describe(result: int, command: int = 0) -> Meaning:
             )
         return Meaning("ok", "the bus is claimed" if command == CLAIM else "the bus is free", "")
     if result >= 0:
-        return Meaning("ok", f"the slot answered with {result} bytes", "")
+        return Meaning("ok", f"bytes received: {result}", "")
     return _MEANINGS.get(result) or Meaning(
         f"unknown result {result}",
         "a result that this program does not know",

@@ -190,7 +190,7 @@ TEST (claim, is_not_taken_without_a_guardian)
     has_pipes = true;
     EXPECT_FALSE (claim.held);
     EXPECT_EQ (claim.problem,
-               "no claim by id 7: no guardian can be started for it: Too many open files");
+               "no claim by id 7: cannot start the guardian process: Too many open files");
     EXPECT_EQ (server.received (), bytes_t ());
 }
 

@@ -196,7 +196,7 @@ class WithoutDaemon(unittest.TestCase):
             self.assertEqual((found.type, found.built), ("relay", (2004, 1, 5, 10, 22, 33)))
             self.assertLess(found.built, q5_scan.find_identity(image % (b"", b"10:22:34")).built)
             path.write_bytes(b"")
-            for source, problem in [((image % (b"", b"10:22"))[7:], "is not one: 'Jan  5 2004 10:22'"),
+            for source, problem in [((image % (b"", b"10:22"))[7:], "invalid build date: 'Jan  5 2004 10:22'"),
                                     (b"Type: A\0\0\0\0", "no build date"),
                                     (b"Type: " + b"x" * 1000, "no build identity after it")]:
                 with self.assertRaisesRegex(q5_scan.IdentityError, problem):
@@ -218,6 +218,6 @@ class WithoutDaemon(unittest.TestCase):
         whole = b"\5bhisx\xff\xff\xfe\x80\0\0\1caf\xc3\xa9\0\xa1"
         self.assertEqual(q5_scan.decode(whole).values(), [255, 65534, 1 - 2**31, "café", b"\xa1"])
         self.assertEqual(q5_scan.decode(whole, types).values()[:3], [-1, -2, 2**31 + 1])
-        for data, problem in [(b"\x80" + 130 * b"b", "128 letters, and has"), (b"\1q", "q has no type"),
-                              (b"\1sab", "has no end"), (b"\1h\1", "beyond the payload")]:
+        for data, problem in [(b"\x80" + 130 * b"b", "128 letters, bytes after"), (b"\1q", "q has no type"),
+                              (b"\1sab", "has no terminating NUL"), (b"\1h\1", "beyond the payload")]:
             self.assertIn(problem, q5_scan.decode(data).problem)

@@ -19,5 +19,5 @@ void scan_port_init ()
 TEST (entry, handles_broken_pipes_before_the_devices_and_ends_with_last_words)
 {
     EXPECT_EXIT ([] () noexcept { entry (); }(), testing::KilledBySignal (SIGABRT),
-                 "a handler; q5_scand: ended by an unexpected exception");
+                 "a handler; q5_scand: aborted by an unexpected exception");
 }

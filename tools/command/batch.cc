@@ -119,12 +119,13 @@ static void append (std::vector<q5_scan_request_t> &requests, size_t *tx_count,
                     q5_scan_request_t request)
 {
     if (requests.size () == MAX_REQUESTS) {
-        usage_failure ("this is the 101st request", "At most 100 fit into one batch: make two.");
+        usage_failure ("more than 100 requests", "Split the batch into two.");
     }
     *tx_count += request.tx.size ();
     if (*tx_count > Q5_SCAN_MAX_TX) {
-        usage_failure ("up to here the requests transmit " + std::to_string (*tx_count) + " bytes",
-                       "At most 4094 fit into one batch, all requests together: make two.");
+        usage_failure ("the requests up to this line transmit " + std::to_string (*tx_count) +
+                           " bytes",
+                       "At most 4094 fit into one batch: split it into two.");
     }
     requests.push_back (std::move (request));
 }

@@ -4,8 +4,8 @@ static report_t claim (const globals_t &globals)
 {
     report_t report = run_requests (globals, {q5_scan_claim_request ()});
     if (report.status == status_ok && !globals.has_id) {
-        report.note = "every program that names no id is id 2 too, so this claim does not keep it "
-                      "out: give --id ID, or use q5_scan hold";
+        report.note = "programs that set no id also use id 2, so this claim does not exclude "
+                      "them: give --id ID, or use q5_scan hold";
     }
     return report;
 }

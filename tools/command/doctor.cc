@@ -90,8 +90,7 @@ bool examination_t::reaches_daemon (const q5_scan_outcome_t &outcome)
     note ("host", place_of (settings));
     if (outcome.state == state_t::unknown_host) {
         note ("address", outcome.text);
-        conclude (status_no_connection, "The name is not known here: correct it, or give an IPv4 "
-                                        "address.");
+        conclude (status_no_connection, "No such host: correct the name, or give an IPv4 address.");
         return false;
     }
     bool is_refused = outcome.state == state_t::no_connection && outcome.error == ECONNREFUSED;
@@ -125,7 +124,7 @@ bool examination_t::is_served (const q5_scan_outcome_t &outcome)
         note ("service", outcome.text);
         examine_board ();
         conclude (status_no_connection,
-                  "The daemon is held up by another client, or hangs: end that client (on the "
+                  "The daemon is blocked by another client, or hung: end that client (on the "
                   "board, ss -tnp 'sport = :1971' shows it), or restart the daemon.");
         return false;
     }
@@ -250,7 +249,7 @@ void add_doctor (command_line_t &line)
 {
     auto host = std::make_shared<std::vector<std::string>> ();
     CLI::App &command =
-        add_command (line, "doctor", "what is wrong between here and the cards, and what to do",
+        add_command (line, "doctor", "diagnose the path to the cards and suggest a fix",
                      [&globals = line.globals, host] () {
                          return examination_t (chassis_of (globals, *host).front ()).run ();
                      });

@@ -227,7 +227,7 @@ void table_words_t::add_to (CLI::App &command)
     add_types (command, types);
     command
         .add_option ("--columns", columns,
-                     "what to show: slot, state, length, types, fields, raw, text, with commas")
+                     "what to show, comma-separated: slot, state, length, types, fields, raw, text")
         ->type_name ("LIST");
     command.add_flag ("--full", full, "cut nothing in the table");
     command.add_flag ("--present", present, "leave out the slots without a card");

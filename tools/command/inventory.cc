@@ -195,7 +195,8 @@ void add_inventory (command_line_t &line)
                      "what a card answers with its identity (default 73)")
         ->type_name ("N");
     command
-        .add_option ("--hosts", words->hosts, "HOST or HOST:PORT, with commas; asked all at once")
+        .add_option ("--hosts", words->hosts,
+                     "HOST or HOST:PORT, comma-separated; queried in parallel")
         ->allow_extra_args (false)
         ->type_name ("LIST");
 }

@@ -79,8 +79,8 @@ static std::string host_lines (const std::vector<sample_t> &samples)
     std::string up = head ("q5_scan_up", "Whether the chassis answered the whole fetch.");
     std::string down = head (
         "q5_scan_down_reason",
-        "Why it did not: refused, unknown (name), timed_out, or dropped, which a chassis does "
-        "whose bus another client has claimed.");
+        "Why not: refused, unknown (name), timed_out (or unreachable), or dropped (usually another "
+        "client has claimed the bus).");
     std::string seconds = head ("q5_scan_fetch_duration_seconds", "How long the fetch took.");
     for (const sample_t &sample : samples) {
         const std::string host = label ("host", place_of (sample.settings));
@@ -101,7 +101,7 @@ static std::string slot_lines (const std::vector<sample_t> &samples, const card_
               "Result of the slot: bytes received, or -1 damaged, -2 no such slot or line low, -3 "
               "no answer, -4 wrong address, -10 not sent.");
     std::string sound = head ("q5_scan_slot_message_sound",
-                              "Whether the message of the slot adds up to its own letters.");
+                              "1 if the message of the slot matches its type letters.");
     for (const sample_t &sample : samples) {
         for (const q5_scan_request_t &reply : sample.replies) {
             if (!reply.answered) {
@@ -153,7 +153,7 @@ static std::string field_lines (const std::vector<sample_t> &samples, const card
 report_t metrics (const globals_t &globals, const metrics_options_t &options)
 {
     if (globals.as_json) {
-        usage_failure ("metrics have a form of their own", "Leave out --json.");
+        usage_failure ("metrics has no JSON output", "Leave out --json.");
     }
     std::vector<sample_t> samples = samples_for (globals, options);
     take_samples (samples);
@@ -206,7 +206,7 @@ void add_metrics (command_line_t &line)
     CLI::App &command =
         add_command (line, "metrics", "what several chassis say, as text for Prometheus",
                      [&globals = line.globals, words] () { return metrics (globals, *words); });
-    command.add_option ("HOST", words->hosts, "HOST or HOST:PORT, asked all at once");
+    command.add_option ("HOST", words->hosts, "HOST or HOST:PORT, queried in parallel");
     command
         .add_option ("--slots", words->slots,
                      "0 to 31, or 3-7,23 (default: all); or @FILE: HOST[:PORT] LIST a line")

@@ -24,7 +24,9 @@ void add_send (command_line_t &line)
                                          return run_requests (globals, {request_of (*words)});
                                      });
     command.add_option ("SLOT", words->slot, "0 to 31")->required ();
-    command.add_option ("FIRST", words->first, "first byte, 0 to 255: one digit, or 0x form")
+    command
+        .add_option ("FIRST", words->first,
+                     "first byte, 0 to 255: one decimal digit, or hex such as 0x1f")
         ->required ();
     command.add_option ("SECOND", words->second, "second byte, likewise")->required ();
     command.add_option ("BYTES", words->bytes, "up to 27 more bytes, in hex");

@@ -32,7 +32,7 @@ std::string shown_name (const std::string &path)
 [[noreturn]] static void too_large (const std::string &path, size_t most)
 {
     usage_failure (shown_name (path) + " has more than " + std::to_string (most) + " bytes",
-                   "Is it the right file? Larger ones are not accepted.");
+                   "Check that it is the right file.");
 }
 
 std::string read_file (const std::string &path, size_t most)
@@ -55,7 +55,7 @@ std::string read_file (const std::string &path, size_t most)
         too_large (path, most);
     }
     if (text.empty ()) {
-        usage_failure (shown_name (path) + " is empty", "Give a file with something in it.");
+        usage_failure (shown_name (path) + " is empty", "Give a file that is not empty.");
     }
     return text;
 }

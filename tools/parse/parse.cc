@@ -117,7 +117,7 @@ uint8_t parse_plain_byte (const std::string &name, const std::string &text)
 {
     uint8_t value = static_cast<uint8_t> (parse_number (name, text, 0, 255));
     if (text.size () > 1 && !begins_with_0x (text)) {
-        usage_failure (name + " " + shown_value (text) + " could be meant as decimal or as hex",
+        usage_failure (name + " " + shown_value (text) + " is ambiguous: decimal or hex?",
                        "Give it in 0x form: 0x" + hex_digits ({value}) + " is decimal " +
                            std::to_string (value) + ".");
     }

@@ -9,10 +9,10 @@ using json_t = nlohmann::ordered_json;
 
 // Exit statuses; the manual page lists them.
 constexpr int status_ok = 0;            // every request succeeded
-constexpr int status_failed = 1;        // a request failed, or an image carries no build identity
+constexpr int status_failed = 1;        // a request failed, or an image contains no build identity
 constexpr int status_usage = 2;         // wrong usage, or an input file that cannot be used
 constexpr int status_no_connection = 3; // no connection, or one that ended in the middle
-constexpr int status_dropped = 4;       // the daemon dropped the batch unanswered
+constexpr int status_dropped = 4;       // the daemon dropped the batch without a reply
 constexpr int status_interrupted = 130; // Ctrl-C, as a shell reports it
 
 // Why a command failed. Thrown, or carried by a report with the part that was done.
