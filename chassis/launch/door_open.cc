@@ -4,12 +4,10 @@
 #include "chassis/launch/door_handlers.h"
 #include "chassis/trap/own_descriptor.h"
 
-#include <algorithm>
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <string>
-#include <sys/resource.h>
 #include <unistd.h>
 
 // Flags that only say how to open.
@@ -47,9 +45,7 @@ static int open_device (device_t device, int flags)
     if (memory < 0) {
         return -1;
     }
-    rlimit limit = {};
-    getrlimit (RLIMIT_FSIZE, &limit); // beyond it SIGXFSZ would end the program
-    next_truncate (memory, std::min<rlim_t> (address_space, limit.rlim_cur));
+    next_truncate (memory, address_space);
     std::string link = "/proc/self/fd/" + std::to_string (memory);
     int fd = next_openat (AT_FDCWD, link.c_str (), O_PATH | (flags & O_CLOEXEC), 0);
     int error = errno;

@@ -219,5 +219,5 @@ class WithoutDaemon(unittest.TestCase):
         self.assertEqual(q5_scan.decode(whole).values(), [255, 65534, 1 - 2**31, "café", b"\xa1"])
         self.assertEqual(q5_scan.decode(whole, types).values()[:3], [-1, -2, 2**31 + 1])
         for data, problem in [(b"\x80" + 130 * b"b", "128 letters, bytes after"), (b"\1q", "q has no type"),
-                              (b"\1sab", "has no terminating NUL"), (b"\1h\1", "beyond the payload")]:
+                              (b"\1sab", "has no terminating NUL"), (b"\1h\1", "past the end of the payload")]:
             self.assertIn(problem, q5_scan.decode(data).problem)
