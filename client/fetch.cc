@@ -7,7 +7,8 @@
 
 using requests_t = std::vector<q5_scan_request_t>;
 
-requests_t q5_scan_requests_for (const q5_scan_selection_t &selection)
+// Command by command.
+static requests_t requests_for (const q5_scan_selection_t &selection)
 {
     requests_t requests;
     for (int32_t command : selection.commands) {
@@ -67,13 +68,13 @@ q5_scan_outcome_t q5_scan_fetch (const q5_scan_settings_t &settings,
     replies.clear ();
     fetch_t fetch = {settings, q5_scan_deadline_t (settings.total_timeout), on_reply, replies};
     if (!selection.only_answering) {
-        fetch.exchange (q5_scan_requests_for (selection));
+        fetch.exchange (requests_for (selection));
         return fetch.outcome;
     }
     q5_scan_selection_t round = {selection.slots, {}, false};
     for (int32_t command : selection.commands) {
         round.commands = {command};
-        requests_t requests = q5_scan_requests_for (round);
+        requests_t requests = requests_for (round);
         if (!fetch.exchange (requests)) {
             break;
         }

@@ -15,9 +15,6 @@ struct q5_scan_selection_t {
     bool only_answering = false;
 };
 
-// The same slots and commands as requests, command by command.
-std::vector<q5_scan_request_t> q5_scan_requests_for (const q5_scan_selection_t &selection);
-
 // Fetches, and leaves in `replies` every request that was made, command by command, as far as it
 // was answered: in one batch when all are asked and fit into one, else in several, between which
 // other clients are served; in none when no slot is chosen. The outcome is that of the last batch,

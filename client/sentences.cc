@@ -17,7 +17,8 @@ static std::string reason_of (int error)
     return std::generic_category ().message (error);
 }
 
-std::string q5_scan_seconds (milliseconds time)
+// "2 s", "0.25 s".
+static std::string seconds (milliseconds time)
 {
     std::string rest = std::to_string (1000 + time.count () % 1000).substr (1);
     rest.erase (rest.find_last_not_of ('0') + 1);
@@ -28,8 +29,8 @@ std::string q5_scan_seconds (milliseconds time)
 static std::string timed_out (const q5_scan_place_t &place, milliseconds limit)
 {
     return "timed out after " + (place.is_total
-                                     ? q5_scan_seconds (place.settings.total_timeout) + " in all, "
-                                     : q5_scan_seconds (limit) + " ");
+                                     ? seconds (place.settings.total_timeout) + " in all, "
+                                     : seconds (limit) + " ");
 }
 
 q5_scan_outcome_t q5_scan_unknown_host (const q5_scan_settings_t &settings, int host_error,

@@ -12,9 +12,6 @@ struct q5_scan_place_t {
     bool is_total;
 };
 
-// "2 s", "0.25 s".
-std::string q5_scan_seconds (std::chrono::milliseconds time);
-
 q5_scan_outcome_t q5_scan_unknown_host (const q5_scan_settings_t &settings, int host_error,
                                         int error);
 q5_scan_outcome_t q5_scan_no_connection (const q5_scan_settings_t &settings, int error);

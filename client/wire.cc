@@ -68,7 +68,7 @@ q5_scan_step_t q5_scan_wire_t::wait (short events)
 // After a call that was interrupted or would have blocked; done: call again.
 q5_scan_step_t q5_scan_wire_t::wait_after_error (short events)
 {
-    bool may_go_on = errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
+    bool may_go_on = errno == EAGAIN || errno == EINTR;
     return may_go_on ? wait (events) : fail ();
 }
 

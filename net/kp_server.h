@@ -20,11 +20,9 @@ class kp_server_t : public kp_literate_t {
     void serve (int32_t port, int32_t backlog);
 };
 
-constexpr int32_t kp_host_size = 300;
-
 class kp_client_t : public kp_literate_t {
   public:
-    char host[kp_host_size]; // name or dotted IPv4 address; without a NUL when it fills the field
+    char host[300]; // name or dotted IPv4 address; without a NUL when it fills the field
     int32_t port;
 
     // Keeps the first 300 characters of `host`; hosts are expected to be shorter. Tests nothing.

@@ -107,7 +107,7 @@ class Client:
             try:
                 holder._take_bus(wait)
             except (ConnectError, UnknownHostError, RequestError, UsageError):
-                guardian.dismiss()  # the claim was never sent
+                guardian.dismiss()  # the claim was refused or never sent
                 raise
             try:
                 settings = {f.name: getattr(holder, f.name) for f in dataclasses.fields(holder)}
