@@ -136,6 +136,7 @@ TEST (batch, ends_in_an_outcome_that_says_what_became_of_it)
                                                   : session_t::drops,
                                 pace}});
         std::vector<q5_scan_request_t> requests = two_requests;
+        requests[1].rx = {'o', 'l', 'd'};
         std::string text;
         expect_in_time ([&] {
             q5_scan_settings_t settings =

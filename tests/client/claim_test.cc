@@ -70,7 +70,8 @@ TEST (claim, lasts_as_long_as_the_object_and_is_given_back_whatever_happens)
             q5_scan_claim_t claim (settings);
             id = claim.settings.id;
             EXPECT_EQ (claim.held, is_held) << claim.outcome.text;
-            close (ends[1]); // nor does Ctrl-C keep it
+            close (ends[1]); // Ctrl-C does not keep it
+            EXPECT_TRUE (!is_held || claim.release ()) << claim.problem;
             throw 5;
         } catch (int) {
         }
