@@ -179,6 +179,11 @@ static void sleep_in_all_ways ()
     bus.calls ("epoll_pwait2", none, &event, 1, &span, null);
     sleep (1);
     bus.expect ("sleep", 100);
+    const timespec least = {0, 1};
+    for (int i = 0; i < 10000; i++) {
+        nanosleep (&least, nullptr);
+    }
+    bus.expect ("a microsecond that has begun", 1);
     std::this_thread::sleep_for (std::chrono::milliseconds (10));
     std::this_thread::sleep_until (std::chrono::steady_clock::now () +
                                    std::chrono::milliseconds (10));
