@@ -3,7 +3,6 @@
 #include "chassis/trap/instruction.h"
 #include "chassis/trap/program_run.h"
 
-#include <chrono>
 #include <endian.h>
 #include <errno.h>
 #include <gtest/gtest.h>
@@ -182,14 +181,11 @@ TEST_F (program_run, a_signal_ends_a_wait_for_it)
     signal (SIGALRM, [] (int) { has_rung = 1; });
     const itimerval soon = {{0, 0}, {0, 20000}};
     setitimer (ITIMER_REAL, &soon, nullptr);
-    const auto begin = std::chrono::steady_clock::now ();
     uint32_t reads = 0;
-    while (!has_rung && reads < 1000000000) {
-        reads += be32toh (*view) + 1;
-        log.offsets.clear ();
+    while (!has_rung && reads < 10000000) { // without a call, which would end the run
+        reads += *view + 1;
     }
     EXPECT_TRUE (has_rung);
-    EXPECT_LT (std::chrono::steady_clock::now () - begin, std::chrono::seconds (20));
 }
 
 using loader_t = uint32_t (volatile uint32_t *);
