@@ -15,9 +15,6 @@
 chassis_t *chassis_for_open ();
 chassis_t *attached_chassis ();
 
-// From now on the sleeps of this thread are those that --fast skips.
-void skip_sleeps_of_this_thread ();
-
 // Holds the board while one thread uses it. A signal handler of that thread may use it too.
 std::recursive_mutex &board_lock ();
 

@@ -39,7 +39,6 @@ static int open_device (device_t device, int flags)
         errno = flags & O_DIRECTORY ? ENOTDIR : EEXIST;
         return -1;
     }
-    skip_sleeps_of_this_thread ();
     std::string name = device_file_name ({device, flags & ~opening_flags});
     int memory = moved_out_of_the_way (memfd_create (name.c_str (), MFD_CLOEXEC));
     if (memory < 0) {

@@ -16,7 +16,7 @@ void door_attach (chassis_t *chassis)
 {
     attached = chassis;
     bus_time = 0;
-    skip_sleeps_of_this_thread ();
+    opener = pthread_self ();
 }
 
 void door_on_first_open (chassis_t *(*make) ())
@@ -49,11 +49,6 @@ chassis_t *chassis_for_open ()
         door_attach (make ());
     }
     return attached;
-}
-
-void skip_sleeps_of_this_thread ()
-{
-    opener = pthread_self ();
 }
 
 static uint64_t monotonic_nanoseconds ()
