@@ -64,7 +64,7 @@ extern "C" int LLVMFuzzerTestOneInput (const uint8_t *data, size_t size)
         REQUIRE_SHOWING (text_of (read_batch (again, "again")) == again.str (), again.str ());
     }
     accepted ("file:", [&] { return read_types (types, "file"); });
-    if (text.substr (0, 1) != "@") { // a file, as above, and it is not to be one of this machine
+    if (text.substr (0, 1) != "@") { // @FILE would open a file of this machine
         accepted ("--types: ", [&] { return parse_types (text); });
     }
     accepted ("command ", [&] { return parse_commands (text); });
