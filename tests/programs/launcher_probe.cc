@@ -200,6 +200,12 @@ static void sleep_in_all_ways ()
     clock_nanosleep (CLOCK_MONOTONIC, TIMER_ABSTIME, &end, nullptr);
     other.join ();
     bus.expect ("two threads", 30);
+    const auto begin = std::chrono::steady_clock::now ();
+    std::thread ([] { usleep (20000); }).join ();
+    if (std::chrono::steady_clock::now () - begin < std::chrono::milliseconds (20)) {
+        puts ("a sleep of another thread was skipped");
+    }
+    bus.expect ("another thread", 2);
     (void)!pipe (ends), (void)!write (ends[1], "", 1);
     pollfd ready = {ends[0], POLLIN, 0};
     poll (&ready, 1, 1000);
